@@ -1,0 +1,39 @@
+# The two set-up commands are `make run` and `make test`; each works on a fresh machine by itself.
+# Every target builds through the CMake presets in CMakePresets.json.
+
+ARGS ?=
+FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' '*.hpp')
+
+.PHONY: deps build run test test-asan test-tsan format format-check clean
+
+deps:
+	scripts/install-deps
+
+build: deps
+	cmake --preset default
+	cmake --build --preset default
+
+run: build
+	./build/default/bin/pelma $(ARGS)
+
+test: build
+	ctest --preset default
+
+test-asan: deps
+	cmake --preset asan
+	cmake --build --preset asan
+	ctest --preset asan
+
+test-tsan: deps
+	cmake --preset tsan
+	cmake --build --preset tsan
+	ctest --preset tsan
+
+format:
+	clang-format -i $(FORMAT_FILES)
+
+format-check:
+	clang-format --dry-run --Werror $(FORMAT_FILES)
+
+clean:
+	rm -rf build

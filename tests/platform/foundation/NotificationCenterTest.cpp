@@ -1,0 +1,79 @@
+#include "platform/foundation/NotificationCenter.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace platform {
+namespace {
+
+TEST(NotificationCenter, DeliversByNameAndSenderInRegistrationOrder) {
+  NotificationCenter center;
+  int engine = 0;
+  int otherEngine = 0;
+  std::vector<std::string> calls;
+  center.addObserver("BanksUpdated", nullptr, [&](const Notification&) { calls.push_back("any"); });
+  center.addObserver("Changed", &engine, [&](const Notification& n) {
+    EXPECT_EQ(n.object, &engine);
+    calls.push_back("engine");
+  });
+  center.addObserver("BanksUpdated", nullptr,
+                     [&](const Notification&) { calls.push_back("any2"); });
+
+  center.postNotificationName("BanksUpdated");
+  center.postNotificationName("Changed", &otherEngine);  // another sender: not delivered
+  center.postNotificationName("Changed", &engine);
+  center.postNotificationName("Unobserved");
+  EXPECT_EQ(calls, (std::vector<std::string>{"any", "any2", "engine"}));
+}
+
+TEST(NotificationCenter, PassesUserInfo) {
+  NotificationCenter center;
+  int seen = 0;
+  center.addObserver("Invalidated", nullptr, [&](const Notification& n) {
+    seen = std::any_cast<int>(n.userInfo.at("audioUnit"));
+  });
+  center.post({"Invalidated", nullptr, {{"audioUnit", 42}}});
+  EXPECT_EQ(seen, 42);
+}
+
+TEST(NotificationCenter, RemovesByIdAndByOwnerAndName) {
+  NotificationCenter center;
+  int owner = 0;
+  int count = 0;
+  auto id = center.addObserver("A", nullptr, [&](const Notification&) { count += 1; });
+  center.addObserver(
+      "A", nullptr, [&](const Notification&) { count += 10; }, &owner);
+  center.addObserver(
+      "B", nullptr, [&](const Notification&) { count += 100; }, &owner);
+
+  center.removeObserver(id);
+  center.postNotificationName("A");
+  EXPECT_EQ(count, 10);
+  center.removeObserver(&owner, "A");  // only the owner's "A" observer
+  center.postNotificationName("A");
+  center.postNotificationName("B");
+  EXPECT_EQ(count, 110);
+  center.removeObserver(&owner);
+  EXPECT_EQ(center.observerCount(), 0u);
+}
+
+TEST(NotificationCenter, ObserverRemovedDuringDeliveryIsNotCalled) {
+  NotificationCenter center;
+  NotificationCenter::ObserverId second = 0;
+  bool secondCalled = false;
+  bool nestedDelivered = false;
+  center.addObserver("A", nullptr, [&](const Notification&) {
+    center.removeObserver(second);
+    center.postNotificationName("B");  // a handler may post
+  });
+  second = center.addObserver("A", nullptr, [&](const Notification&) { secondCalled = true; });
+  center.addObserver("B", nullptr, [&](const Notification&) { nestedDelivered = true; });
+  center.postNotificationName("A");
+  EXPECT_FALSE(secondCalled);
+  EXPECT_TRUE(nestedDelivered);
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,149 @@
+#include "platform/music/MusicTrack.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/foundation/MainQueue.h"
+#include "platform/music/MusicEventIterator.h"
+#include "platform/music/MusicSequence.h"
+
+namespace platform {
+namespace {
+
+MIDINoteMessage note(std::uint8_t number, float duration = 0.5f) {
+  return MIDINoteMessage{0, number, 100, 0, duration};
+}
+
+// Note numbers of a list of events, in order.
+std::vector<int> numbers(const std::vector<MusicEvent>& events) {
+  std::vector<int> result;
+  for (const auto& event : events)
+    result.push_back(event.note() ? event.note()->note : -1);
+  return result;
+}
+
+class MusicTrackTest : public ::testing::Test {
+ protected:
+  void SetUp() override { MainQueue::setMain(&mainQueue); }
+  void TearDown() override { MainQueue::setMain(nullptr); }
+  ManualMainQueue mainQueue;
+  MusicSequence sequence;
+  MusicTrack& track = *sequence.newTrack();
+};
+
+TEST_F(MusicTrackTest, KeepsTimeOrderAndInsertionOrderAtEqualTimes) {
+  track.newMIDINoteEvent(1.0, note(10));
+  track.newMIDINoteEvent(0.5, note(20));
+  track.newMIDINoteEvent(1.0, note(11));
+  track.newMIDINoteEvent(0.0, note(30));
+  track.newMIDINoteEvent(1.0, note(12));
+  EXPECT_EQ(numbers(track.events()), (std::vector<int>{30, 20, 10, 11, 12}));
+}
+
+TEST_F(MusicTrackTest, ClearRemovesTheHalfOpenIntervalOnly) {
+  for (int i = 0; i < 8; ++i)
+    track.newMIDINoteEvent(i * 0.5, note(static_cast<std::uint8_t>(i)));
+  track.clear(1.0, 2.5);  // removes 1.0, 1.5, 2.0; keeps 2.5
+  EXPECT_EQ(numbers(track.events()), (std::vector<int>{0, 1, 5, 6, 7}));
+  track.clear(3.5, 3.0);  // end before start: nothing
+  track.clear(3.0, 3.0);  // empty: nothing
+  EXPECT_EQ(numbers(track.events()), (std::vector<int>{0, 1, 5, 6, 7}));
+  track.clear(0.0, 100.0);
+  EXPECT_TRUE(track.events().empty());
+}
+
+TEST_F(MusicTrackTest, IteratorSeeksAndWalksInTimeOrder) {
+  MusicEventIterator iterator(track);
+  EXPECT_FALSE(iterator.hasCurrentEvent());
+  EXPECT_FALSE(iterator.getEventInfo());
+  EXPECT_FALSE(iterator.nextEvent());
+
+  track.newMIDINoteEvent(0.25, note(1));
+  track.newMIDINoteEvent(0.75, note(2));
+  track.newMIDINoteEvent(1.5, note(3));
+  iterator.seek(0.3);  // first event at or after 0.3
+  ASSERT_TRUE(iterator.hasCurrentEvent());
+  auto info = iterator.getEventInfo();
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->time, 0.75);
+  EXPECT_EQ(static_cast<std::uint32_t>(info->type), 6u);
+  EXPECT_EQ(info->dataSize, sizeof(MIDINoteMessage));
+  EXPECT_EQ(static_cast<MIDINoteMessage*>(info->data)->note, 2);
+  EXPECT_TRUE(iterator.hasNextEvent());
+  EXPECT_TRUE(iterator.nextEvent());
+  EXPECT_EQ(iterator.getEventInfo()->time, 1.5);
+  EXPECT_FALSE(iterator.hasNextEvent());  // the last event has no next one
+  EXPECT_TRUE(iterator.nextEvent());
+  EXPECT_FALSE(iterator.hasCurrentEvent());
+  iterator.seek(0.25);  // an event exactly at the time is found
+  EXPECT_EQ(iterator.getEventInfo()->time, 0.25);
+  iterator.seek(2.0);
+  EXPECT_FALSE(iterator.hasCurrentEvent());
+}
+
+TEST_F(MusicTrackTest, EditsArePublishedWhenTheMainTaskEnds) {
+  track.publishNow();
+  const std::uint64_t before = track.published().version;
+  track.newMIDINoteEvent(0.0, note(60));
+  track.clear(0.0, 1.0);
+  track.newMIDINoteEvent(0.0, note(64));
+  // Until the main queue runs, readers still see the old state...
+  EXPECT_TRUE(track.published().events.empty());
+  EXPECT_EQ(mainQueue.pendingCount(), 1u);  // one publish for the whole burst of edits
+  mainQueue.runPending();
+  // ...and then all of the task's edits at once.
+  EXPECT_EQ(numbers(track.published().events), std::vector<int>{64});
+  EXPECT_EQ(track.published().version, before + 1);
+}
+
+TEST_F(MusicTrackTest, DurationWrittenThroughTheIteratorReachesReaders) {
+  track.newMIDINoteEvent(1.0, note(60, 0.125f));
+  mainQueue.runPending();
+  auto reader = track.makeReader();
+  EXPECT_EQ(reader.acquire()->events.at(0).note()->duration, 0.125f);
+
+  MusicEventIterator iterator(track);
+  iterator.seek(0.0);
+  static_cast<MIDINoteMessage*>(iterator.getEventInfo()->data)->duration = 0.875f;
+  EXPECT_EQ(track.events().at(0).note()->duration, 0.875f);
+  mainQueue.runPending();
+  EXPECT_EQ(reader.acquire()->events.at(0).note()->duration, 0.875f);
+}
+
+TEST_F(MusicTrackTest, LoopInfoAndLengthArePublishedWithTheEvents) {
+  EXPECT_EQ(track.trackLength(), 0.0);
+  track.newMIDINoteEvent(3.0, note(60, 1.5f));
+  EXPECT_EQ(track.trackLength(), 4.5);  // until set: where the last note ends
+  track.setLoopInfo({4.0, 0});
+  track.setTrackLength(4.0);
+  mainQueue.runPending();
+  const TrackSnapshot& snapshot = track.published();
+  EXPECT_EQ(snapshot.loopInfo, (LoopInfo{4.0, 0}));
+  EXPECT_EQ(snapshot.trackLength, 4.0);
+  EXPECT_EQ(snapshot.events.size(), 1u);
+}
+
+TEST_F(MusicTrackTest, SequenceHasATempoTrackAndNumberedNoteTracks) {
+  EXPECT_EQ(sequence.trackCount(), 1u);
+  EXPECT_EQ(sequence.track(0), &track);
+  EXPECT_EQ(sequence.track(1), nullptr);
+  MusicTrack& tempo = *sequence.tempoTrack();
+  tempo.newExtendedTempoEvent(0.0, 120.0);
+  tempo.clear(0.0, 100.0);
+  tempo.newExtendedTempoEvent(0.0, 93.0);
+  MusicEventIterator iterator(tempo);
+  auto info = iterator.getEventInfo();
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->type, MusicEventType::extendedTempo);
+  EXPECT_EQ(static_cast<ExtendedTempoEvent*>(info->data)->bpm, 93.0);
+}
+
+TEST_F(MusicTrackTest, APublishQueuedForADestroyedTrackDoesNothing) {
+  {
+    MusicSequence shortLived;
+    shortLived.newTrack()->newMIDINoteEvent(0.0, note(1));
+  }
+  EXPECT_EQ(mainQueue.runPending(), 1u);
+}
+
+}  // namespace
+}  // namespace platform

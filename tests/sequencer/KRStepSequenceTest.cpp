@@ -1,0 +1,324 @@
+#include "sequencer/KRStepSequence.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <optional>
+
+#include "platform/foundation/MainQueue.h"
+#include "platform/music/MusicSequence.h"
+
+using platform::MIDINoteMessage;
+using platform::Range;
+
+namespace {
+
+constexpr std::uint64_t kWrappedLength = std::numeric_limits<std::uint64_t>::max();  // -1
+
+struct RecordingDelegate : KRStepSequenceDelegate {
+  void sequenceUpdatedAtRange(Range range) override { ranges.push_back(range); }
+  std::vector<Range> ranges;
+};
+
+std::shared_ptr<KRStepSequenceKey> key(std::int32_t number, float velocity) {
+  auto k = std::make_shared<KRStepSequenceKey>();
+  k->setNumber(number);
+  k->setVelocity(velocity);
+  return k;
+}
+
+// One note event as it stands on the track.
+struct Written {
+  double time;
+  int note;
+  int velocity;
+  float duration;
+  friend bool operator==(const Written&, const Written&) = default;
+  friend std::ostream& operator<<(std::ostream& out, const Written& w) {
+    return out << "{" << w.time << ", " << w.note << ", " << w.velocity << ", " << w.duration
+               << "}";
+  }
+};
+
+class KRStepSequenceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    platform::MainQueue::setMain(&mainQueue);
+    sequence.setMusicEventIterator(&iterator);
+    sequence.setMusicTrack(&track);
+    sequence.setDelegate(&delegate);
+  }
+  void TearDown() override { platform::MainQueue::setMain(nullptr); }
+
+  std::vector<Written> written() const {
+    std::vector<Written> result;
+    for (const auto& event : track.events()) {
+      const MIDINoteMessage* n = event.note();
+      EXPECT_NE(n, nullptr);
+      EXPECT_EQ(n->channel, 0);
+      EXPECT_EQ(n->releaseVelocity, 0);
+      result.push_back({event.time, n->note, n->velocity, n->duration});
+    }
+    return result;
+  }
+  // Note (60 + step) at full velocity in every step, rendered over the whole bar.
+  void fillEveryStep() {
+    for (std::uint64_t i = 0; i < 16; ++i) {
+      sequence.setKeysAtPosition({key(60 + static_cast<int>(i), 1.0f)}, i);
+    }
+    sequence.updateMusicTrackInRange({0, 16});
+  }
+  std::optional<double> timeOfNote(int note) const {
+    for (const auto& w : written()) {
+      if (w.note == note) return w.time;
+    }
+    return std::nullopt;
+  }
+
+  platform::ManualMainQueue mainQueue;
+  platform::MusicSequence musicSequence;
+  platform::MusicTrack& track = *musicSequence.newTrack();
+  platform::MusicEventIterator iterator{track};
+  KRStepSequence sequence;
+  RecordingDelegate delegate;
+};
+
+TEST_F(KRStepSequenceTest, NewSequenceIsSixteenEmptyStepsAndRendersNothing) {
+  EXPECT_EQ(sequence.swing(), 0.0f);
+  EXPECT_EQ(sequence.gate(), 0.5f);
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_TRUE(sequence.stepAtIndex(i).keys().empty());
+    EXPECT_FALSE(sequence.stepAtIndex(i).tie());
+  }
+  sequence.updateMusicTrackInRange({0, 16});
+  EXPECT_TRUE(track.events().empty());
+  EXPECT_TRUE(delegate.ranges.empty());
+  KRStepSequenceKey fresh;
+  EXPECT_EQ(fresh.number(), 0);
+  EXPECT_EQ(fresh.velocity(), 0.0f);
+}
+
+TEST_F(KRStepSequenceTest, StepTimesWithAndWithoutSwing) {
+  for (std::uint64_t i = 0; i <= 16; ++i)
+    EXPECT_EQ(sequence.stepPosition(i), i / 4.0f);
+  sequence.setSwing(1.0f);
+  EXPECT_EQ(sequence.stepPosition(3), 0.875f);
+  EXPECT_EQ(sequence.stepPosition(4), 1.0f);
+  EXPECT_EQ(sequence.stepPosition(16), 4.0f);
+  sequence.setSwing(0.3f);  // swing / 8 added in double, then rounded once to float
+  EXPECT_EQ(sequence.stepPosition(5), static_cast<float>(1.25 + static_cast<double>(0.3f) / 8));
+  sequence.setSwing(-2.0f);  // not clamped
+  EXPECT_EQ(sequence.stepPosition(1), 0.0f);
+}
+
+TEST_F(KRStepSequenceTest, LengthsFollowGateAndTieRuns) {
+  EXPECT_EQ(sequence.stepLength(0), 0.125f);
+  sequence.setTieAtPosition(true, 3);
+  sequence.setTieAtPosition(true, 4);
+  sequence.setTieAtPosition(true, 5);
+  EXPECT_EQ(sequence.stepLength(3), 0.875f);
+  EXPECT_EQ(sequence.stepLength(4), 0.625f);
+  EXPECT_EQ(sequence.stepLength(5), 0.375f);
+  EXPECT_EQ(sequence.stepLength(6), 0.125f);
+  // A run that reaches step 15 ends there: ties never wrap around to step 0.
+  sequence.setTieAtPosition(true, 0);
+  sequence.setTieAtPosition(true, 14);
+  sequence.setTieAtPosition(true, 15);
+  EXPECT_EQ(sequence.stepLength(15), 0.375f);
+  EXPECT_EQ(sequence.stepLength(14), 0.625f);
+  EXPECT_THROW(sequence.stepLength(16), std::out_of_range);
+}
+
+TEST_F(KRStepSequenceTest, RenderingWritesEachKeyWithItsBytesAndLength) {
+  // Full velocity is written as 128 on purpose; numbers and velocities are cut to 8 bits.
+  sequence.setKeysToRange({key(60, 1.0f), key(64, 127.0f / 128), key(300, 0.5f)}, {2, 2});
+  sequence.setKeysAtPosition({key(50, 2.0f), key(51, -0.5f), key(52, NAN)}, 7);
+  sequence.setTieAtPosition(true, 3);
+  sequence.updateMusicTrackInRange({2, 6});
+  EXPECT_EQ(written(), (std::vector<Written>{{0.5, 60, 128, 0.125f},
+                                             {0.5, 64, 127, 0.125f},
+                                             {0.5, 44, 64, 0.125f},
+                                             {0.75, 60, 128, 0.375f},
+                                             {0.75, 64, 127, 0.375f},
+                                             {0.75, 44, 64, 0.375f},
+                                             {1.75, 50, 0, 0.125f},
+                                             {1.75, 51, 192, 0.125f},
+                                             {1.75, 52, 0, 0.125f}}));
+}
+
+TEST_F(KRStepSequenceTest, RenderingClearsExactlyTheRangesTimeSpan) {
+  auto foreign = [&](double time) {
+    track.newMIDINoteEvent(time, MIDINoteMessage{0, 1, 1, 0, 1.0f});
+  };
+  sequence.setSwing(1.0f);  // step 3 starts at 0.875
+  foreign(0.49);
+  foreign(0.5);
+  foreign(0.8);
+  foreign(0.875);
+  sequence.updateMusicTrackInRange({2, 1});  // clears [0.5, 0.875): the range ends on odd step 3
+  std::vector<double> times;
+  for (const auto& w : written())
+    times.push_back(w.time);
+  EXPECT_EQ(times, (std::vector<double>{0.49, 0.875}));
+}
+
+TEST_F(KRStepSequenceTest, EditsNotifyOncePerRangeAndPerPositionOtherwise) {
+  sequence.setKeysToRange({key(60, 1.0f)}, {2, 3});
+  EXPECT_EQ(delegate.ranges, (std::vector<Range>{{2, 3}}));
+  delegate.ranges.clear();
+
+  sequence.setKeysAtPosition({key(62, 1.0f)}, 9);  // clears first, so two notifications
+  sequence.clearStepAtPosition(9);
+  sequence.setTieAtPosition(true, 9);
+  EXPECT_EQ(delegate.ranges, (std::vector<Range>{{9, 1}, {9, 1}, {9, 1}, {9, 1}}));
+  delegate.ranges.clear();
+
+  sequence.setSwing(0.5f);
+  sequence.setGate(0.3f);
+  sequence.updateMusicTrackInRange({0, 16});
+  EXPECT_TRUE(delegate.ranges.empty());
+}
+
+TEST_F(KRStepSequenceTest, DelegateIsHeldWeakly) {
+  {
+    RecordingDelegate shortLived;
+    sequence.setDelegate(&shortLived);
+    sequence.notifyDelegate({1, 1});
+    EXPECT_EQ(shortLived.ranges.size(), 1u);
+  }
+  EXPECT_EQ(sequence.delegate(), nullptr);
+  sequence.setKeysToRange({key(60, 1.0f)}, {0, 2});  // must not reach the destroyed delegate
+  EXPECT_EQ(sequence.stepAtIndex(1).keys().size(), 1u);
+}
+
+TEST_F(KRStepSequenceTest, WritingOrClearingAStepDropsItsTie) {
+  sequence.setTieAtRange(true, {0, 4});
+  sequence.setKeysAtPosition({key(60, 1.0f)}, 1);
+  sequence.clearStepsInRange({2, 1});
+  EXPECT_TRUE(sequence.stepAtIndex(0).tie());
+  EXPECT_FALSE(sequence.stepAtIndex(1).tie());
+  EXPECT_FALSE(sequence.stepAtIndex(2).tie());
+  EXPECT_TRUE(sequence.stepAtIndex(3).tie());
+}
+
+TEST_F(KRStepSequenceTest, RangeOperationsEditEveryStepAndShareTheKeys) {
+  auto chord = KRStepSequenceKeyArray{key(60, 1.0f), key(67, 0.5f)};
+  sequence.setKeysToRange(chord, {4, 3});
+  for (int i = 4; i < 7; ++i)
+    EXPECT_EQ(sequence.stepAtIndex(i).keys(), chord);
+  EXPECT_TRUE(sequence.stepAtIndex(7).keys().empty());
+  EXPECT_EQ(written().size(), 6u);
+
+  sequence.setTieAtPosition(true, 5);
+  sequence.invertTieAtRange({4, 3});
+  EXPECT_TRUE(sequence.stepAtIndex(4).tie());
+  EXPECT_FALSE(sequence.stepAtIndex(5).tie());
+  EXPECT_TRUE(sequence.stepAtIndex(6).tie());
+  EXPECT_EQ(timeOfNote(60), 1.0);
+  EXPECT_EQ(written().at(0).duration, 0.375f);  // step 4 is tied into step 5
+
+  sequence.clearStepsInRange({4, 3});
+  EXPECT_TRUE(written().empty());
+  EXPECT_FALSE(sequence.stepAtIndex(6).tie());
+}
+
+TEST_F(KRStepSequenceTest, ATieChangeReRendersOnlyTheGivenRange) {
+  sequence.setKeysAtPosition({key(60, 1.0f)}, 3);
+  sequence.setTieAtRange(true, {3, 2});
+  EXPECT_EQ(written().at(0).duration, 0.625f);
+  sequence.setTieAtRange(false, {4, 1});  // step 3's run now ends at 4...
+  EXPECT_EQ(sequence.stepLength(3), 0.375f);
+  EXPECT_EQ(written().at(0).duration, 0.625f);  // ...but its note keeps the old length
+  sequence.updateMusicTrackInRange({3, 1});
+  EXPECT_EQ(written().at(0).duration, 0.375f);
+}
+
+TEST_F(KRStepSequenceTest, GateIsKeptOffZeroAndOneAndRewritesEveryNoteInPlace) {
+  sequence.setGate(0.0f);
+  EXPECT_EQ(sequence.gate(), 0.01f);
+  sequence.setGate(1.0f);
+  EXPECT_EQ(sequence.gate(), 0.99f);
+  sequence.setGate(-0.25f);
+  EXPECT_EQ(sequence.gate(), -0.25f);
+  sequence.setGate(0.5f);
+
+  sequence.setKeysToRange({key(60, 1.0f)}, {3, 1});
+  sequence.setKeysToRange({key(62, 1.0f)}, {8, 1});
+  sequence.setTieAtRange(true, {3, 3});  // re-renders 3..5: step 3 spans three steps
+  EXPECT_EQ(written(), (std::vector<Written>{{0.75, 60, 128, 0.875f}, {2.0, 62, 128, 0.125f}}));
+
+  delegate.ranges.clear();
+  auto reader = track.makeReader();
+  mainQueue.runPending();
+  sequence.setGate(0.75f);
+  EXPECT_EQ(written(), (std::vector<Written>{{0.75, 60, 128, 0.9375f}, {2.0, 62, 128, 0.1875f}}));
+  EXPECT_TRUE(delegate.ranges.empty());
+  EXPECT_EQ(sequence.stepAtIndex(3).keys().size(), 1u);
+  // The in-place rewrite is a track edit like any other: readers get it after the main task.
+  EXPECT_EQ(reader.acquire()->events.at(0).note()->duration, 0.875f);
+  mainQueue.runPending();
+  EXPECT_EQ(reader.acquire()->events.at(0).note()->duration, 0.9375f);
+}
+
+TEST_F(KRStepSequenceTest, GrowingSwingDropsStepFifteensNoteAndShrinkingLeavesIt) {
+  fillEveryStep();
+  sequence.setSwing(1.0f);  // clears [0, 3.875): the old note of step 15 at 3.75 goes
+  EXPECT_EQ(timeOfNote(61), 0.375);
+  EXPECT_EQ(timeOfNote(73), 3.375);
+  EXPECT_EQ(timeOfNote(75), std::nullopt);
+  EXPECT_EQ(written().size(), 15u);
+
+  sequence.updateMusicTrackInRange({15, 1});  // step 15 now sounds at 3.875
+  sequence.setSwing(0.0f);                    // clears [0, 3.75): step 15 keeps its old time
+  EXPECT_EQ(timeOfNote(61), 0.25);
+  EXPECT_EQ(timeOfNote(75), 3.875);
+  EXPECT_EQ(written().size(), 16u);
+}
+
+TEST_F(KRStepSequenceTest, EmptyAndWrappedRangesChangeNothingButStillNotify) {
+  fillEveryStep();
+  const auto before = written();
+  delegate.ranges.clear();
+
+  sequence.setKeysToRange({key(1, 1.0f)}, {5, 0});
+  sequence.clearStepsInRange({5, kWrappedLength});  // end wraps to 4: clear(1.25, 1.0) is empty
+  sequence.invertTieAtRange({15, kWrappedLength});
+  sequence.setTieAtRange(true, {3, kWrappedLength - 1});  // a length of -2
+  EXPECT_EQ(written(), before);
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_EQ(sequence.stepAtIndex(i).keys().at(0)->number(), 60 + i);
+    EXPECT_FALSE(sequence.stepAtIndex(i).tie());
+  }
+  EXPECT_EQ(delegate.ranges,
+            (std::vector<Range>{
+                {5, 0}, {5, kWrappedLength}, {15, kWrappedLength}, {3, kWrappedLength - 1}}));
+}
+
+TEST_F(KRStepSequenceTest, PositionsPastFifteenThrowAndLeaveTheSequenceUsable) {
+  EXPECT_THROW(sequence.stepAtIndex(16), std::out_of_range);
+  EXPECT_THROW(sequence.stepAtIndex(-1), std::out_of_range);
+  EXPECT_THROW(sequence.clearStepAtPosition(16), std::out_of_range);
+  EXPECT_THROW(sequence.setTieAtPosition(true, 99), std::out_of_range);
+  EXPECT_THROW(sequence.setKeysToRange({key(60, 1.0f)}, {14, 3}), std::out_of_range);
+  EXPECT_EQ(sequence.stepAtIndex(15).keys().size(), 1u);  // steps before the bad one were written
+
+  delegate.ranges.clear();
+  sequence.setKeysAtPosition({key(60, 1.0f)}, 0);  // notifications are on again
+  EXPECT_EQ(delegate.ranges.size(), 2u);
+}
+
+TEST_F(KRStepSequenceTest, WithoutATrackEditsStillWorkAndNothingIsWritten) {
+  KRStepSequence detached;
+  RecordingDelegate seen;
+  detached.setDelegate(&seen);
+  detached.setKeysToRange({key(60, 1.0f)}, {0, 16});
+  detached.setSwing(0.5f);
+  detached.setGate(0.25f);
+  EXPECT_EQ(detached.stepAtIndex(15).keys().size(), 1u);
+  EXPECT_EQ(seen.ranges, (std::vector<Range>{{0, 16}}));
+  EXPECT_TRUE(track.events().empty());
+}
+
+}  // namespace
