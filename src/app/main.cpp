@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
 #include <string_view>
 
+#include "app/Playback.h"
 #include "platform/foundation/Folders.h"
 
 namespace {
@@ -13,10 +17,22 @@ constexpr std::string_view kInstrumentName = "Pelma";
 
 void printUsage() {
   fmt::print(
-      "Usage: pelma [--version] [--help]\n"
+      "Usage: pelma [options]\n"
       "Hosts the LV2 instrument \"{}\" and plays it from the keyboard, MIDI and the step "
-      "sequencer.\n",
-      kInstrumentName);
+      "sequencer.\n\n"
+      "  --version                 print the version\n"
+      "  --list-instruments        list the installed LV2 instruments (name and URI)\n"
+      "  --render FILE.wav         render the pattern offline into a WAV file\n"
+      "  --play                    play the pattern live through the audio output\n"
+      "  --plugin NAME             the instrument to play (default \"{}\")\n"
+      "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
+      "                            (note@beat:length[:velocity], looped over 4 beats);\n"
+      "                            without it, a demo pattern from the step sequencer\n"
+      "  --tempo BPM               tempo (default 120)\n"
+      "  --seconds S               length (default 8)\n"
+      "  --sample-rate HZ          offline sample rate (default 48000)\n"
+      "  --buffer-frames N         offline block size (default 256)\n",
+      kInstrumentName, kInstrumentName);
 }
 
 void printWhatWillLoad() {
@@ -26,25 +42,73 @@ void printWhatWillLoad() {
   fmt::print("Documents folder: {}\n", platform::documentsFolder().string());
 }
 
+std::optional<double> number(const char* text) {
+  char* end = nullptr;
+  const double value = std::strtod(text, &end);
+  if (end == text || *end != '\0') return std::nullopt;
+  return value;
+}
+
+int usageError(std::string_view message) {
+  fmt::print(stderr, "pelma: {}\n", message);
+  return 2;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  app::PlaybackOptions options;
+  std::string renderPath;
+  bool play = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
+    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+    auto needsValue = [&] {
+      if (!value) return false;
+      ++i;
+      return true;
+    };
     if (argument == "--version") {
       fmt::print("pelma {}\n", PELMA_VERSION);
       return 0;
-    }
-    if (argument == "--help" || argument == "-h") {
+    } else if (argument == "--help" || argument == "-h") {
       printUsage();
       return 0;
+    } else if (argument == "--list-instruments") {
+      return app::listInstruments();
+    } else if (argument == "--play") {
+      play = true;
+    } else if (argument == "--render") {
+      if (!needsValue()) return usageError("--render needs a file name");
+      renderPath = value;
+    } else if (argument == "--plugin") {
+      if (!needsValue()) return usageError("--plugin needs a name");
+      options.pluginName = value;
+    } else if (argument == "--notes") {
+      if (!needsValue()) return usageError("--notes needs a list");
+      auto notes = app::parsePatternNotes(value);
+      if (!notes) return usageError("--notes: expected note@beat:length[:velocity],...");
+      options.notes = *notes;
+    } else if (argument == "--tempo" || argument == "--seconds" || argument == "--sample-rate" ||
+               argument == "--buffer-frames") {
+      if (!needsValue()) return usageError(fmt::format("{} needs a number", argument));
+      auto parsed = number(value);
+      if (!parsed || *parsed <= 0)
+        return usageError(fmt::format("{}: not a positive number", argument));
+      if (argument == "--tempo") options.tempo = *parsed;
+      if (argument == "--seconds") options.seconds = *parsed;
+      if (argument == "--sample-rate") options.sampleRate = *parsed;
+      if (argument == "--buffer-frames") options.bufferFrames = static_cast<unsigned>(*parsed);
+    } else {
+      printUsage();
+      return usageError(fmt::format("unknown option {}", argument));
     }
-    fmt::print(stderr, "pelma: unknown option {}\n", argument);
-    printUsage();
-    return 2;
   }
+  if (!renderPath.empty()) return app::renderToFile(options, renderPath);
+  if (play) return app::playLive(options);
+
   fmt::print("Pelma host {}\n", PELMA_VERSION);
   printWhatWillLoad();
-  fmt::print("The audio engine and screens are not built yet; nothing to play.\n");
+  fmt::print("The screens are not built yet: use --render or --play to hear the instrument.\n");
   return 0;
 }

@@ -1,0 +1,50 @@
+#pragma once
+
+// Playing an instrument from the command line, without screens: a pattern in a music sequence,
+// played by the music player through the audio graph, either rendered offline into a WAV file
+// or played live through the audio output.
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/music/MusicSequence.h"
+
+namespace app {
+
+struct PatternNote {
+  int note = 60;
+  double beat = 0.0;
+  double length = 0.5;
+  int velocity = 100;
+};
+
+struct PlaybackOptions {
+  std::string pluginName = "Pelma";
+  std::vector<PatternNote> notes;  // empty: the demo pattern
+  double tempo = 120.0;
+  double seconds = 8.0;
+  double sampleRate = 48000.0;     // offline rendering only
+  unsigned bufferFrames = 256;     // offline rendering only
+};
+
+// Parses "60@0:0.5,64@1:0.25:90" (note@beat:length[:velocity]); nothing on a malformed list.
+std::optional<std::vector<PatternNote>> parsePatternNotes(const std::string& text);
+
+// Fills the sequence's first note track with the notes as a looped four-beat bar (or the demo
+// pattern: a swung chord progression written through the step sequencer) and sets the tempo.
+void buildPattern(const PlaybackOptions& options, platform::MusicSequence& sequence);
+
+// Renders options.seconds of the pattern played by the named instrument into a WAV file.
+// Returns the process exit status. An instrument that is not installed gives a log line and a
+// silent file.
+int renderToFile(const PlaybackOptions& options, const std::filesystem::path& path);
+
+// Plays the pattern live through the audio output for options.seconds.
+int playLive(const PlaybackOptions& options);
+
+// Prints the installed LV2 instruments, one per line: name, then URI.
+int listInstruments();
+
+}  // namespace app

@@ -1,0 +1,71 @@
+#pragma once
+
+// The component registry: the installed LV2 instruments, each with a name and a component
+// description, and asynchronous instantiation of one of them.
+//
+// A description names a plug-in by three 32-bit codes: the type (every instrument is
+// kAudioUnitTypeMusicDevice), the subtype (a hash of the plug-in's URI) and the manufacturer
+// (a hash of its author's name, or of the URI's host when the plug-in names no author). In a
+// query, a zero type, subtype or manufacturer matches anything.
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+constexpr std::uint32_t fourCharCode(const char (&code)[5]) {
+  return (static_cast<std::uint32_t>(code[0]) << 24) | (static_cast<std::uint32_t>(code[1]) << 16) |
+         (static_cast<std::uint32_t>(code[2]) << 8) | static_cast<std::uint32_t>(code[3]);
+}
+
+inline constexpr std::uint32_t kAudioUnitTypeMusicDevice = fourCharCode("aumu");
+
+struct AudioComponentDescription {
+  std::uint32_t componentType = 0;
+  std::uint32_t componentSubType = 0;
+  std::uint32_t componentManufacturer = 0;
+  std::uint32_t componentFlags = 0;
+  std::uint32_t componentFlagsMask = 0;
+
+  friend bool operator==(const AudioComponentDescription&,
+                         const AudioComponentDescription&) = default;
+  // Whether this concrete description answers `query` (zero fields of the query match all).
+  bool matches(const AudioComponentDescription& query) const;
+};
+
+struct AudioUnitComponent {
+  std::string name;
+  std::string uri;
+  std::string manufacturerName;
+  AudioComponentDescription audioComponentDescription;
+};
+
+// Load the plug-in in a separate process. Accepted; plug-ins currently run in this process.
+inline constexpr std::uint32_t kAudioComponentInstantiationLoadOutOfProcess = 1;
+
+class AudioUnit;
+
+class AudioUnitComponentManager {
+ public:
+  static AudioUnitComponentManager& shared();
+
+  // Every installed instrument plug-in that matches `query`, sorted by name.
+  std::vector<AudioUnitComponent> componentsMatchingDescription(
+      const AudioComponentDescription& query);
+
+  // Creates an instance of the component described, off the calling thread, and delivers it to
+  // `completion` on the main queue: the instance, or null and a one-line reason.
+  using Completion = std::function<void(std::shared_ptr<AudioUnit>, std::string error)>;
+  void instantiate(const AudioComponentDescription& description, double sampleRate,
+                   std::uint32_t maxFrames, std::uint32_t options, Completion completion);
+
+  // The same, done on the calling thread.
+  std::shared_ptr<AudioUnit> instantiateNow(const AudioComponentDescription& description,
+                                            double sampleRate, std::uint32_t maxFrames,
+                                            std::string* error);
+};
+
+}  // namespace platform

@@ -1,0 +1,201 @@
+// The audio graph's main-thread side: building the graph, starting and pausing the output, and
+// watching the output device.
+
+#include "platform/audio/AudioGraph.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "platform/audio/AudioSession.h"
+#include "platform/audio/AudioUnit.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/NotificationCenter.h"
+#include "platform/music/MusicPlayer.h"
+
+namespace platform {
+namespace {
+constexpr double kFallbackSampleRate = 48000.0;
+}
+
+AudioGraph::AudioGraph() : planReader_(plan_.makeReader()) {}
+
+AudioGraph::~AudioGraph() {
+  {
+    std::lock_guard lock(monitorMutex_);
+    monitorStopping_ = true;
+  }
+  monitorWake_.notify_all();
+  if (monitorThread_.joinable()) monitorThread_.join();
+  setMusicSequence(nullptr);
+  std::lock_guard lock(controlMutex_);
+  output_.reset();  // stops the audio thread
+}
+
+AudioFormat AudioGraph::outputFormat(int) const {
+  if (manual_) return standardFormat(manualSampleRate_, 2);
+  std::lock_guard lock(controlMutex_);
+  if (output_) return standardFormat(output_->sampleRate(), 2);
+  return standardFormat(probeOutputSampleRate(kFallbackSampleRate), 2);
+}
+
+void AudioGraph::attach(std::shared_ptr<AudioUnit> unit) {
+  if (!unit || std::find(units_.begin(), units_.end(), unit) != units_.end()) return;
+  units_.push_back(std::move(unit));
+}
+
+void AudioGraph::detach(AudioUnit& unit) {
+  std::erase(connected_, &unit);
+  publishPlan();
+  std::erase_if(units_, [&](const auto& attached) { return attached.get() == &unit; });
+}
+
+void AudioGraph::connect(AudioNode& source, AudioNode& destination, std::optional<AudioFormat>) {
+  if (&source == &mixerNode_ && &destination == &outputNode_) {
+    mixerToOutput_ = true;
+  } else if (&destination == &mixerNode_) {
+    auto* unit = dynamic_cast<AudioUnit*>(&source);
+    const bool attached = std::any_of(units_.begin(), units_.end(),
+                                      [&](const auto& u) { return u.get() == unit; });
+    if (!unit || !attached) {
+      log("Audio graph: only an attached instrument can be connected to the mixer");
+      return;
+    }
+    if (std::find(connected_.begin(), connected_.end(), unit) == connected_.end()) {
+      connected_.push_back(unit);
+    }
+  } else {
+    log("Audio graph: unsupported connection");
+    return;
+  }
+  publishPlan();
+}
+
+void AudioGraph::publishPlan() {
+  auto plan = std::make_unique<RenderPlan>();
+  plan->units = connected_;
+  plan->players = players_;
+  plan->mixerToOutput = mixerToOutput_;
+  plan->chunkFrames = maximumFrames_;
+  for (const AudioUnit* unit : connected_) {
+    plan->chunkFrames = std::min(plan->chunkFrames, unit->maximumFramesToRender());
+  }
+  plan_.publish(std::move(plan));
+  // The audio thread holds a plan only while it renders one block.
+  while (plan_.retiredCount() > 0) {
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+    plan_.reclaim();
+  }
+}
+
+bool AudioGraph::start(std::string* error) {
+  std::lock_guard lock(controlMutex_);
+  if (running_) return true;
+  if (!manual_) {
+    if (!output_ || !output_->isAlive()) {
+      output_.reset();
+      const double rate = probeOutputSampleRate(kFallbackSampleRate);
+      output_ = openAudioOutput(*this, rate, AudioSession::sharedInstance().preferredBufferFrames(rate));
+      renderSampleRate_ = output_->sampleRate();
+    }
+    for (const auto& unit : units_) {
+      if (unit->sampleRate() != output_->sampleRate()) {
+        log("Audio graph: \"{}\" runs at {} Hz but the output runs at {} Hz", unit->name(),
+            unit->sampleRate(), output_->sampleRate());
+      }
+    }
+    if (!output_->start()) {
+      if (error) *error = "the audio output " + output_->name() + " could not start";
+      return false;
+    }
+    if (!monitorThread_.joinable()) monitorThread_ = std::thread([this] { monitor(); });
+  }
+  running_ = true;
+  return true;
+}
+
+void AudioGraph::pause() {
+  std::lock_guard lock(controlMutex_);
+  if (!running_) return;
+  if (output_) output_->stop();
+  running_ = false;
+}
+
+std::string AudioGraph::outputName() const {
+  if (manual_) return "manual rendering";
+  std::lock_guard lock(controlMutex_);
+  return output_ ? output_->name() : "none";
+}
+
+void AudioGraph::setMusicSequence(MusicSequence* sequence) {
+  if (sequence == sequence_) return;
+  if (sequence_) sequence_->setRenderTarget(nullptr);
+  sequence_ = sequence;
+  if (sequence_) sequence_->setRenderTarget(this);
+}
+
+void AudioGraph::enableManualRenderingMode(double sampleRate, std::uint32_t maximumFrames) {
+  std::lock_guard lock(controlMutex_);
+  output_.reset();
+  running_ = false;
+  manual_ = true;
+  manualSampleRate_ = sampleRate;
+  maximumFrames_ = maximumFrames;
+  renderSampleRate_ = sampleRate;
+}
+
+void AudioGraph::renderOffline(std::uint32_t frames, float* const* channels) {
+  if (!manual_ || !running_) return;
+  render(channels, 2, frames);
+}
+
+void AudioGraph::attachPlayer(MusicPlayer& player) {
+  if (std::find(players_.begin(), players_.end(), &player) != players_.end()) return;
+  players_.push_back(&player);
+  publishPlan();
+}
+
+void AudioGraph::detachPlayer(MusicPlayer& player) {
+  std::erase(players_, &player);
+  publishPlan();
+}
+
+void AudioGraph::monitor() {
+  using namespace std::chrono_literals;
+  std::uint64_t lastBlocks = 0;
+  int stalledChecks = 0;
+  int checksSinceProbe = 0;
+  std::unique_lock wait(monitorMutex_);
+  while (!monitorWake_.wait_for(wait, 250ms, [this] { return monitorStopping_; })) {
+    bool changed = false;
+    {
+      std::lock_guard lock(controlMutex_);
+      if (!running_ || !output_) continue;
+      const bool onNullOutput = output_->name() == "null output";
+      const std::uint64_t blocks = output_->blocksRendered();
+      stalledChecks = blocks == lastBlocks ? stalledChecks + 1 : 0;
+      lastBlocks = blocks;
+      if (!onNullOutput && (!output_->isAlive() || stalledChecks >= 4)) {
+        log("Audio output {} went away", output_->name());
+        output_.reset();
+        running_ = false;
+        changed = true;
+      } else if (onNullOutput && ++checksSinceProbe >= 4) {
+        checksSinceProbe = 0;
+        if (jackServerIsRunning()) {
+          log("Audio output: a JACK server is running now");
+          output_.reset();
+          running_ = false;
+          changed = true;
+        }
+      }
+    }
+    if (changed) {
+      wait.unlock();
+      NotificationCenter::defaultCenter().postNotificationName(
+          kAudioGraphConfigurationChangeNotification, this);
+      wait.lock();
+    }
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,123 @@
+#pragma once
+
+// The audio graph: instrument nodes connected to a main mixer, the mixer connected to the
+// output. It owns the output device and runs the audio callback, where, per block, each
+// instrument takes its queued MIDI, the attached music players add their notes, the instruments
+// render and the mixer sums them into the output.
+//
+// When the output device or JACK server goes away, comes back or changes, the graph posts
+// kAudioGraphConfigurationChangeNotification (object: the graph) from its monitor thread; start()
+// then opens whatever output is best at that moment.
+//
+// In manual rendering mode no device is opened: renderOffline() renders on the calling thread,
+// deterministically (tests, benchmarks, bouncing to a file).
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/audio/AudioFormat.h"
+#include "platform/audio/AudioNode.h"
+#include "platform/audio/AudioOutput.h"
+#include "platform/foundation/SnapshotPublisher.h"
+#include "platform/music/MidiBlock.h"
+#include "platform/music/MusicSequence.h"
+
+namespace platform {
+
+class AudioUnit;
+class MusicPlayer;
+
+inline constexpr const char* kAudioGraphConfigurationChangeNotification =
+    "AudioGraphConfigurationChange";
+
+class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
+ public:
+  AudioGraph();
+  ~AudioGraph();
+  AudioGraph(const AudioGraph&) = delete;
+  AudioGraph& operator=(const AudioGraph&) = delete;
+
+  AudioNode& outputNode() { return outputNode_; }
+  AudioNode& mainMixerNode() { return mixerNode_; }
+  // The output's format: the rate the output device runs at (the JACK server's rate when one
+  // runs, else 48 kHz; the manual rendering rate in manual mode), two channels.
+  AudioFormat outputFormat(int bus) const;
+
+  void attach(std::shared_ptr<AudioUnit> unit);
+  void detach(AudioUnit& unit);
+  // Connects an instrument to the main mixer, or the main mixer to the output. The format may be
+  // absent; every node renders de-interleaved float at the graph's rate.
+  void connect(AudioNode& source, AudioNode& destination, std::optional<AudioFormat> format);
+
+  // Opens the output if needed and starts rendering. False (and a log line) when it cannot.
+  bool start(std::string* error = nullptr);
+  // Stops rendering but keeps the output, the instruments and the graph in place.
+  void pause();
+  bool isRunning() const { return running_; }
+  // The output in use, for the log and the README's claims ("null output", "JACK (system)").
+  std::string outputName() const;
+
+  // The sequence whose players play through this graph's instrument.
+  void setMusicSequence(MusicSequence* sequence);
+  MusicSequence* musicSequence() const { return sequence_; }
+
+  void enableManualRenderingMode(double sampleRate, std::uint32_t maximumFrames);
+  bool isInManualRenderingMode() const { return manual_; }
+  // Manual mode, after start(): renders `frames` frames into `channels` (two buffers).
+  void renderOffline(std::uint32_t frames, float* const* channels);
+
+  // MusicRenderTarget.
+  void attachPlayer(MusicPlayer& player) override;
+  void detachPlayer(MusicPlayer& player) override;
+
+ private:
+  struct RenderPlan {
+    std::vector<AudioUnit*> units;      // connected to the mixer, in attach order
+    std::vector<MusicPlayer*> players;  // playing through the first unit
+    bool mixerToOutput = false;
+    std::uint32_t chunkFrames = 4096;  // the most frames every instrument renders at once
+  };
+
+  void render(float* const* channels, std::uint32_t channelCount,
+              std::uint32_t frames) noexcept override;
+  void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
+                   std::uint32_t frames) noexcept;
+  // Publishes the graph as it now stands; returns once the audio thread has let go of the old
+  // plan (so removed nodes and players may be destroyed).
+  void publishPlan();
+  void monitor();
+
+  AudioNode outputNode_;
+  AudioNode mixerNode_;
+  std::vector<std::shared_ptr<AudioUnit>> units_;
+  std::vector<AudioUnit*> connected_;
+  std::vector<MusicPlayer*> players_;
+  bool mixerToOutput_ = false;
+  MusicSequence* sequence_ = nullptr;
+
+  SnapshotPublisher<RenderPlan> plan_{std::make_unique<RenderPlan>()};
+  SnapshotPublisher<RenderPlan>::Reader planReader_;
+
+  mutable std::mutex controlMutex_;  // start, pause and the monitor; never the audio thread
+  std::unique_ptr<AudioOutput> output_;
+  std::atomic<bool> running_{false};
+  bool manual_ = false;
+  double manualSampleRate_ = 0.0;
+  std::uint32_t maximumFrames_ = 4096;
+  std::atomic<double> renderSampleRate_{48000.0};
+  MidiBlock scratchMidi_;  // audio thread only
+
+  std::thread monitorThread_;
+  std::mutex monitorMutex_;
+  std::condition_variable monitorWake_;
+  bool monitorStopping_ = false;
+};
+
+}  // namespace platform

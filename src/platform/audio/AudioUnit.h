@@ -1,0 +1,145 @@
+#pragma once
+
+// One LV2 instrument, instantiated and ready to render inside the audio graph.
+//
+// It is at once the graph node, the high-level plug-in object (name, musical context, full
+// state) and the render-level instance that MIDI channel messages are sent to. Messages may be
+// sent from any thread at the same time without blocking; each reaches the plug-in's atom MIDI
+// input in the next audio block, in the order each thread sent them.
+//
+// Host features given to the plug-in: urid:map and urid:unmap, options:options (sample rate,
+// minimum/maximum/nominal block length, sequence size), bufsz:boundedBlockLength, worker:schedule
+// (with a non-real-time worker thread), log:log, state:makePath, state:mapPath, state:freePath.
+
+#include <lilv/lilv.h>
+#include <lv2/atom/forge.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/audio/AudioComponent.h"
+#include "platform/audio/AudioNode.h"
+#include "platform/foundation/LockFreeQueues.h"
+#include "platform/foundation/PropertyList.h"
+#include "platform/foundation/SnapshotPublisher.h"
+#include "platform/music/MidiBlock.h"
+
+namespace platform {
+
+class Lv2World;
+struct Lv2Host;
+
+// The render-level instance handle that MIDI messages are addressed to.
+using AudioComponentInstance = class AudioUnit*;
+
+// Gives the plug-in the host's tempo and time signature. It writes through the pointers it is
+// given (tempo, numerator, denominator, beat position, samples to the next beat, downbeat
+// position) and returns true when it did.
+using MusicalContextBlock = std::function<bool(double* tempo, double* timeSignatureNumerator,
+                                               std::int64_t* timeSignatureDenominator,
+                                               double* currentBeatPosition,
+                                               std::int64_t* sampleOffsetToNextBeat,
+                                               double* currentMeasureDownbeatPosition)>;
+
+class AudioUnit final : public AudioNode {
+ public:
+  // Instantiates `plugin` (any thread). Null, with a one-line reason in `error`, when the plug-in
+  // needs a feature this host lacks or fails to instantiate.
+  static std::shared_ptr<AudioUnit> create(std::shared_ptr<Lv2World> world,
+                                           const LilvPlugin* plugin, double sampleRate,
+                                           std::uint32_t maxFrames, std::string* error);
+  ~AudioUnit() override;
+  AudioUnit(const AudioUnit&) = delete;
+  AudioUnit& operator=(const AudioUnit&) = delete;
+
+  const std::string& name() const { return name_; }
+  const std::string& uri() const { return uri_; }
+  double sampleRate() const { return sampleRate_; }
+  std::uint32_t maximumFramesToRender() const { return maxFrames_; }
+
+  // Any thread, never blocks. False when the message queue is full (the message is dropped).
+  bool sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
+                     std::uint32_t sampleOffset) noexcept;
+
+  // Main thread. The block is called on the audio thread once per block; when the tempo or time
+  // signature it reports changes, the plug-in receives them as a time position.
+  void setMusicalContextBlock(MusicalContextBlock block);
+
+  // Main thread. The plug-in's state: its URI and name, every control input by symbol
+  // ("ports"), and the properties it saves through its state interface ("properties", each
+  // with its "type" URI and "value").
+  PropertyDictionary fullState();
+
+  // Control inputs, by port symbol (any thread; the audio thread picks changes up per block).
+  std::vector<std::string> parameterSymbols() const;
+  float parameterValue(const std::string& symbol) const;
+  void setParameterValue(const std::string& symbol, float value);
+
+  // Audio thread, called by the graph for every block, in this order.
+  // Takes the queued messages into this block's MIDI (at their offsets) and returns the block,
+  // for the music player to add its notes to.
+  MidiBlock& beginBlock(std::uint32_t frames) noexcept;
+  // Hands the block's MIDI to the plug-in and runs it for `frames` frames.
+  void process(std::uint32_t frames) noexcept;
+  // The rendered audio of the last block: channel 0 and 1 (a mono plug-in gives the same twice).
+  const float* output(std::uint32_t channel) const noexcept;
+
+  // The MIDI the plug-in received in the last block (for tests that check timing and order).
+  const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
+
+ private:
+  AudioUnit() = default;
+  struct Port {
+    enum Kind { audioIn, audioOut, controlIn, controlOut, atomIn, atomOut, cv, other } kind = other;
+    std::string symbol;
+    float value = 0.0f;     // control ports: the value the plug-in reads or writes
+    int controlIndex = -1;  // control inputs: index into controlTargets_
+    int bufferIndex = -1;   // index into audioBuffers_ or atomBuffers_
+  };
+  void connectPorts();
+  void runWorkerThread();
+  void writeAtomInput(std::uint32_t frames) noexcept;
+  void deliverWorkerResponses() noexcept;
+
+  std::shared_ptr<Lv2World> world_;
+  const LilvPlugin* plugin_ = nullptr;
+  LilvInstance* instance_ = nullptr;
+  std::unique_ptr<Lv2Host> host_;
+  std::string name_;
+  std::string uri_;
+  double sampleRate_ = 0.0;
+  std::uint32_t maxFrames_ = 0;
+
+  std::vector<Port> ports_;
+  std::vector<std::unique_ptr<std::atomic<float>>> controlTargets_;  // one per control input
+  std::vector<std::vector<float>> audioBuffers_;
+  std::vector<float> silence_;
+  std::vector<std::vector<std::uint8_t>> atomBuffers_;
+  int midiInputPort_ = -1;
+  bool acceptsTimePosition_ = false;
+  int outputPorts_[2] = {-1, -1};
+
+  LV2_Atom_Forge forge_{};
+  struct {
+    LV2_URID midiEvent, timePosition, beatsPerMinute, beatsPerBar, beatUnit;
+  } urids_{};
+  LV2_URID chunkType_ = 0;
+  std::vector<std::uint8_t> responseBuffer_;
+
+  MpscQueue<MidiEvent, 1024> incoming_;
+  MidiBlock midi_;
+  SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
+  SnapshotPublisher<MusicalContextBlock>::Reader contextReader_;
+  double sentTempo_ = 0.0, sentNumerator_ = 0.0;
+  std::int64_t sentDenominator_ = 0;
+
+  std::thread workerThread_;
+  std::atomic<bool> workerRunning_{false};
+};
+
+}  // namespace platform

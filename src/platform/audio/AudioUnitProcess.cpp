@@ -1,0 +1,105 @@
+// Audio-thread side of an LV2 instrument: MIDI in, run, worker replies. Called by the audio
+// graph's callback; no allocation, locks or waiting.
+
+#include <lv2/atom/forge.h>
+#include <lv2/atom/util.h>
+#include <lv2/midi/midi.h>
+#include <lv2/time/time.h>
+
+#include <algorithm>
+
+#include "platform/audio/AudioUnit.h"
+#include "platform/audio/Lv2Host.h"
+#include "platform/audio/Lv2World.h"
+
+namespace platform {
+
+bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
+                              std::uint32_t sampleOffset) noexcept {
+  return incoming_.push(MidiEvent{sampleOffset, 3, {status, data1, data2}});
+}
+
+MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
+  midi_.clear();
+  while (auto event = incoming_.pop()) {
+    event->frame = std::min(event->frame, frames - 1);
+    if (!midi_.add(*event)) break;
+  }
+  return midi_;
+}
+
+void AudioUnit::process(std::uint32_t frames) noexcept {
+  frames = std::min(frames, maxFrames_);
+  for (Port& p : ports_) {
+    if (p.kind == Port::controlIn) p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
+    if (p.kind == Port::atomOut) {
+      // Each block an output sequence starts as an empty chunk of full capacity.
+      auto* atom = reinterpret_cast<LV2_Atom*>(atomBuffers_[p.bufferIndex].data());
+      atom->size = static_cast<uint32_t>(atomBuffers_[p.bufferIndex].size() - sizeof(LV2_Atom));
+      atom->type = chunkType_;
+    }
+  }
+  writeAtomInput(frames);
+  lilv_instance_run(instance_, frames);
+  deliverWorkerResponses();
+}
+
+void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
+  if (midiInputPort_ < 0) return;
+  auto& buffer = atomBuffers_[ports_[midiInputPort_].bufferIndex];
+  LV2_Atom_Forge& forge = forge_;
+  lv2_atom_forge_set_buffer(&forge, buffer.data(), buffer.size());
+  LV2_Atom_Forge_Frame sequenceFrame;
+  lv2_atom_forge_sequence_head(&forge, &sequenceFrame, 0);
+
+  if (acceptsTimePosition_) {
+    const MusicalContextBlock* block = contextReader_.acquire();
+    double tempo = 0.0, numerator = 0.0, beat = 0.0, downbeat = 0.0;
+    std::int64_t denominator = 0, toNextBeat = 0;
+    if (block && *block && (*block)(&tempo, &numerator, &denominator, &beat, &toNextBeat, &downbeat) &&
+        (tempo != sentTempo_ || numerator != sentNumerator_ || denominator != sentDenominator_)) {
+      sentTempo_ = tempo;
+      sentNumerator_ = numerator;
+      sentDenominator_ = denominator;
+      LV2_Atom_Forge_Frame objectFrame;
+      lv2_atom_forge_frame_time(&forge, 0);
+      lv2_atom_forge_object(&forge, &objectFrame, 0, urids_.timePosition);
+      lv2_atom_forge_key(&forge, urids_.beatsPerMinute);
+      lv2_atom_forge_float(&forge, static_cast<float>(tempo));
+      lv2_atom_forge_key(&forge, urids_.beatsPerBar);
+      lv2_atom_forge_float(&forge, static_cast<float>(numerator));
+      lv2_atom_forge_key(&forge, urids_.beatUnit);
+      lv2_atom_forge_int(&forge, static_cast<int32_t>(denominator));
+      lv2_atom_forge_pop(&forge, &objectFrame);
+    }
+    contextReader_.release();
+  }
+
+  midi_.sortByFrame();
+  for (const MidiEvent& event : midi_) {
+    if (event.frame >= frames) continue;
+    lv2_atom_forge_frame_time(&forge, event.frame);
+    lv2_atom_forge_atom(&forge, event.size, urids_.midiEvent);
+    lv2_atom_forge_write(&forge, event.bytes, event.size);
+  }
+  lv2_atom_forge_pop(&forge, &sequenceFrame);
+}
+
+void AudioUnit::deliverWorkerResponses() noexcept {
+  const LV2_Worker_Interface* worker = host_->worker;
+  if (!worker) return;
+  auto capacity = static_cast<std::uint32_t>(responseBuffer_.size());
+  while (std::uint32_t size = host_->responses.read(responseBuffer_.data(), capacity)) {
+    if (worker->work_response) {
+      worker->work_response(lilv_instance_get_handle(instance_), size, responseBuffer_.data());
+    }
+  }
+  if (worker->end_run) worker->end_run(lilv_instance_get_handle(instance_));
+}
+
+const float* AudioUnit::output(std::uint32_t channel) const noexcept {
+  const int buffer = outputPorts_[std::min<std::uint32_t>(channel, 1)];
+  return buffer >= 0 ? audioBuffers_[buffer].data() : silence_.data();
+}
+
+}  // namespace platform

@@ -1,0 +1,48 @@
+#pragma once
+
+// The LV2 world of this process: every installed bundle, loaded once, and the URID map shared by
+// all plug-in instances. Loading and look-ups happen off the audio thread.
+
+#include <lilv/lilv.h>
+#include <lv2/urid/urid.h>
+
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+namespace platform {
+
+class Lv2World {
+ public:
+  // The world, loaded on first use from LV2_PATH (or the standard locations).
+  static std::shared_ptr<Lv2World> shared();
+  ~Lv2World();
+  Lv2World(const Lv2World&) = delete;
+  Lv2World& operator=(const Lv2World&) = delete;
+
+  LilvWorld* world() const { return world_; }
+  // A node for `uri`, owned by the world.
+  const LilvNode* node(const char* uri);
+
+  LV2_URID map(const char* uri);
+  const char* unmap(LV2_URID urid);
+  LV2_URID_Map* mapFeature() { return &map_; }
+  LV2_URID_Unmap* unmapFeature() { return &unmap_; }
+
+ private:
+  Lv2World();
+
+  LilvWorld* world_;
+  std::mutex nodesMutex_;
+  std::unordered_map<std::string, LilvNode*> nodes_;
+
+  std::mutex uridMutex_;
+  std::unordered_map<std::string, LV2_URID> urids_;
+  std::deque<std::string> uris_;  // index urid - 1; a deque keeps the strings in place
+  LV2_URID_Map map_;
+  LV2_URID_Unmap unmap_;
+};
+
+}  // namespace platform

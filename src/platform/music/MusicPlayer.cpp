@@ -1,0 +1,55 @@
+// Main-thread side of the music player.
+
+#include "platform/music/MusicPlayer.h"
+
+namespace platform {
+
+MusicPlayer::~MusicPlayer() { setSequence(nullptr); }
+
+void MusicPlayer::setSequence(MusicSequence* sequence) {
+  if (sequence == sequence_) return;
+  if (sequence_) sequence_->removePlayer(this);  // the audio thread lets go of the player here
+  tempoReader_ = {};
+  trackReaders_.clear();
+  sequence_ = sequence;
+  if (!sequence_) return;
+  tempoReader_ = sequence_->tempoTrack()->makeReader();
+  for (std::size_t i = 0; i < sequence_->trackCount(); ++i) {
+    trackReaders_.push_back(sequence_->track(i)->makeReader());
+  }
+  sequence_->addPlayer(this);
+}
+
+void MusicPlayer::send(Command::Kind kind, double beats) {
+  // The queue holds 64 commands; the audio thread empties it every block. Should it be full (no
+  // audio running), the oldest state is irrelevant: wait is never needed, so drop the command.
+  commands_.push(Command{kind, beats, ++serial_});
+}
+
+bool MusicPlayer::start() {
+  if (!sequence_ || !sequence_->renderTarget()) return false;
+  if (playing_) return true;
+  playing_ = true;
+  send(Command::start, time_);
+  return true;
+}
+
+void MusicPlayer::stop() {
+  if (!playing_) return;
+  time_ = getTime();
+  playing_ = false;
+  send(Command::stop, time_);
+}
+
+void MusicPlayer::setTime(double beats) {
+  time_ = beats;
+  send(Command::setTime, beats);
+}
+
+double MusicPlayer::getTime() const {
+  // Until the audio thread has carried out the last command, the position is the commanded one.
+  if (acknowledged_.load(std::memory_order_acquire) < serial_) return time_;
+  return playing_ ? audioTime_.load(std::memory_order_relaxed) : time_;
+}
+
+}  // namespace platform
