@@ -1,11 +1,23 @@
-# pelma_test_program(NAME SOURCES files... LIBRARIES libs...)
-# One GoogleTest program; gtest_discover_tests makes every test case a ctest test.
+# pelma_test_program(NAME SOURCES files... LIBRARIES libs... [ENVIRONMENT VAR=value...]
+#                    [LABELS labels...])
+# One GoogleTest program; gtest_discover_tests makes every test case a ctest test. The
+# environment is set by the program itself before its tests run, so it holds however the
+# program is started (ctest, by hand, a debugger).
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
 function(pelma_test_program name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;ENVIRONMENT;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest GTest::gtest_main)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60)
+  if(ARG_ENVIRONMENT)
+    list(JOIN ARG_ENVIRONMENT "|" environment)
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/TestEnvironment.cpp)
+    target_compile_definitions(${name} PRIVATE "PELMA_TEST_ENVIRONMENT=\"${environment}\"")
+  endif()
+  set(properties)
+  if(ARG_LABELS)
+    list(APPEND properties LABELS "${ARG_LABELS}")
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
 endfunction()

@@ -1,0 +1,160 @@
+// Real LV2 instruments from Debian, hosted and rendered offline through the audio graph.
+
+#include "platform/audio/AudioUnit.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "AudioAnalysis.h"
+#include "OfflineRig.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
+
+using namespace testing_support;
+using platform::AudioComponentDescription;
+using platform::AudioUnitComponentManager;
+using platform::kAudioUnitTypeMusicDevice;
+
+namespace {
+
+constexpr double kRate = 48000.0;
+
+TEST(AudioUnitComponentManager, ListsInstalledInstrumentsAndMatchesDescriptions) {
+  auto& manager = AudioUnitComponentManager::shared();
+  const auto all = manager.componentsMatchingDescription({kAudioUnitTypeMusicDevice, 0, 0, 0, 0});
+  std::vector<std::string> names;
+  for (const auto& component : all) {
+    names.push_back(component.name);
+    EXPECT_EQ(component.audioComponentDescription.componentType, kAudioUnitTypeMusicDevice);
+    EXPECT_NE(component.audioComponentDescription.componentSubType, 0u);
+  }
+  for (const char* expected : {"MDA JX10", "MDA Piano", "synthv1"}) {
+    EXPECT_NE(std::find(names.begin(), names.end(), expected), names.end()) << expected;
+  }
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+
+  const AudioComponentDescription jx10 = instrumentNamed("MDA JX10");
+  const auto exact = manager.componentsMatchingDescription(jx10);
+  ASSERT_EQ(exact.size(), 1u);
+  EXPECT_EQ(exact[0].uri, "http://drobilla.net/plugins/mda/JX10");
+  // Same maker: a query by manufacturer alone finds the whole mda family.
+  const auto family = manager.componentsMatchingDescription(
+      {kAudioUnitTypeMusicDevice, 0, jx10.componentManufacturer, 0, 0});
+  EXPECT_GE(family.size(), 3u);
+  EXPECT_TRUE(manager.componentsMatchingDescription({platform::fourCharCode("aufx"), 0, 0, 0, 0}).empty());
+}
+
+TEST(AudioUnitComponentManager, RefusesWhatCannotBeInstantiated) {
+  auto& manager = AudioUnitComponentManager::shared();
+  std::string error;
+  EXPECT_EQ(manager.instantiateNow({}, kRate, 256, &error), nullptr);
+  EXPECT_EQ(error, "no installed instrument matches the component description");
+
+  const auto fake = instrumentNamed("Needs Missing Feature");
+  EXPECT_EQ(manager.instantiateNow(fake, kRate, 256, &error), nullptr);
+  EXPECT_EQ(error,
+            "\"Needs Missing Feature\" needs the LV2 feature urn:pelma-test:feature-nobody-has, "
+            "which this host lacks");
+}
+
+TEST(AudioUnitComponentManager, InstantiatesAsynchronouslyAndCompletesOnTheMainQueue) {
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  std::shared_ptr<platform::AudioUnit> delivered;
+  bool completed = false;
+  AudioUnitComponentManager::shared().instantiate(
+      instrumentNamed("MDA Piano"), kRate, 512, platform::kAudioComponentInstantiationLoadOutOfProcess,
+      [&](std::shared_ptr<platform::AudioUnit> unit, std::string) {
+        delivered = unit;
+        completed = true;
+      });
+  for (int i = 0; i < 2000 && !completed; ++i) {
+    mainQueue.runPending();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  platform::MainQueue::setMain(nullptr);
+  ASSERT_TRUE(delivered);
+  EXPECT_EQ(delivered->name(), "MDA Piano");
+  EXPECT_EQ(delivered->sampleRate(), kRate);
+}
+
+TEST(AudioUnit, PlaysNotesAndStopsOnAllNotesOff) {
+  OfflineRig rig("MDA JX10");
+  EXPECT_EQ(rms(rig.render(4800).data(), 4800), 0.0);
+  rig.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  const auto sounding = rig.render(24000);
+  EXPECT_GT(rms(sounding.data() + 12000, 12000), 0.01);
+  // mda's instruments end every voice at once on "all notes off" (controller 123).
+  rig.unit->sendMIDIEvent(0xB0, 123, 0, 0);
+  const auto after = rig.render(4800);
+  EXPECT_LT(peak(after.data() + 2400, 2400), 1e-6);
+}
+
+TEST(AudioUnit, PlaysAKnownNoteInTune) {
+  OfflineRig rig("MDA ePiano");
+  rig.unit->sendMIDIEvent(0x90, 69, 100, 0);  // A4
+  const auto audio = rig.render(48000);
+  const double pitch = estimatePitch(audio.data() + 12000, 24000, kRate, 300, 600);
+  EXPECT_NEAR(cents(pitch, 440.0), 0.0, 3.0) << pitch << " Hz";
+}
+
+TEST(AudioUnit, DeliversMessagesAsSentAtTheStartOfTheNextBlock) {
+  OfflineRig rig("MDA JX10");
+  rig.unit->sendMIDIEvent(0x90, 60, 128, 0);  // passed through as given, even 128
+  rig.unit->sendMIDIEvent(0xE0, 0, 64, 0);
+  rig.unit->sendMIDIEvent(0xB0, 120, 0, 0);
+  rig.render(256);
+  EXPECT_EQ(rig.received, (std::vector<ReceivedMidi>{{0, 0x90, 60, 128}, {0, 0xE0, 0, 64}, {0, 0xB0, 120, 0}}));
+}
+
+TEST(AudioUnit, MessagesFromTwoThreadsAllArriveInEachThreadsOrder) {
+  OfflineRig rig("MDA JX10");
+  constexpr int kPerThread = 300;
+  std::atomic<bool> go{false};
+  auto sender = [&](std::uint8_t status) {
+    while (!go) std::this_thread::yield();
+    for (int i = 0; i < kPerThread; ++i) {
+      while (!rig.unit->sendMIDIEvent(status, static_cast<std::uint8_t>(i % 128), 1, 0)) {
+        std::this_thread::yield();  // only when the queue is full
+      }
+    }
+  };
+  std::thread main(sender, 0x90), midi(sender, 0x80);
+  go = true;
+  while (rig.received.size() < 2 * kPerThread) rig.render(64);
+  main.join();
+  midi.join();
+  int next[2] = {0, 0};
+  for (const auto& message : rig.received) {
+    int& expected = next[message.status == 0x90 ? 0 : 1];
+    EXPECT_EQ(message.data1, expected % 128);
+    ++expected;
+  }
+  EXPECT_EQ(next[0], kPerThread);
+  EXPECT_EQ(next[1], kPerThread);
+}
+
+TEST(AudioUnit, ReportsItsFullStateAndParameters) {
+  OfflineRig rig("MDA JX10");
+  const auto symbols = rig.unit->parameterSymbols();
+  ASSERT_FALSE(symbols.empty());
+  rig.unit->setParameterValue("osc_mix", 0.25f);
+  EXPECT_EQ(rig.unit->parameterValue("osc_mix"), 0.25f);
+  const auto state = rig.unit->fullState();
+  EXPECT_EQ(*state.at("uri").get<std::string>(), "http://drobilla.net/plugins/mda/JX10");
+  const auto& ports = *state.at("ports").get<platform::PropertyDictionary>();
+  EXPECT_EQ(*ports.at("osc_mix").get<double>(), 0.25);
+  EXPECT_EQ(ports.size(), symbols.size());
+}
+
+TEST(AudioUnit, RunsAPluginThatNeedsTheWorker) {
+  // synthv1 requires worker:schedule; it must load and sound.
+  OfflineRig rig("synthv1", 512);
+  rig.unit->sendMIDIEvent(0x90, 57, 100, 0);
+  const auto audio = rig.render(48000);
+  EXPECT_GT(rms(audio.data() + 24000, 24000), 0.01);
+  EXPECT_FALSE(rig.unit->fullState().at("properties").get<platform::PropertyDictionary>() == nullptr);
+}
+
+}  // namespace

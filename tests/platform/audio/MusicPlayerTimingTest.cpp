@@ -1,0 +1,169 @@
+// The music player's timing, measured on the MIDI a real instrument receives through the graph.
+
+#include "platform/music/MusicPlayer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <tuple>
+
+#include "OfflineRig.h"
+#include "platform/foundation/MainQueue.h"
+#include "sequencer/KRStepSequence.h"
+
+using namespace testing_support;
+using platform::Range;
+
+namespace {
+
+constexpr double kRate = 48000.0;
+
+std::shared_ptr<KRStepSequenceKey> key(int number, float velocity = 100.0f / 128) {
+  auto k = std::make_shared<KRStepSequenceKey>();
+  k->setNumber(number);
+  k->setVelocity(velocity);
+  return k;
+}
+
+using Timed = std::tuple<std::uint64_t, std::uint8_t, std::uint8_t>;  // frame, status, note
+
+class MusicPlayerTiming : public ::testing::TestWithParam<std::uint32_t> {
+ protected:
+  void SetUp() override {
+    platform::MainQueue::setMain(&mainQueue);
+    rig = std::make_unique<OfflineRig>("MDA JX10", GetParam());
+    track = sequence.newTrack();
+    track->setLoopInfo({4.0, 0});
+    track->setTrackLength(4.0);
+    sequence.tempoTrack()->newExtendedTempoEvent(0.0, 120.0);
+    iterator = std::make_unique<platform::MusicEventIterator>(*track);
+    steps.setMusicEventIterator(iterator.get());
+    steps.setMusicTrack(track);
+    player.setSequence(&sequence);
+    rig->graph.setMusicSequence(&sequence);
+  }
+  void TearDown() override {
+    rig->graph.setMusicSequence(nullptr);
+    platform::MainQueue::setMain(nullptr);
+  }
+
+  // Renders `frames` frames; the main queue runs between blocks, as the main thread would.
+  void render(std::size_t frames) { rig->render(frames, [&] { mainQueue.runPending(); }); }
+
+  // Every note on and off the player sent, in arrival order.
+  std::vector<Timed> notes() const {
+    std::vector<Timed> result;
+    for (const auto& m : rig->received) {
+      if ((m.status & 0xE0) == 0x80) result.emplace_back(m.frame, m.status & 0xF0, m.data1);
+    }
+    return result;
+  }
+
+  // What a constant tempo must give: each note on at round(beat x 60 / bpm x rate), its note off
+  // at the same for beat + length, for every loop pass that starts before `frames`.
+  static std::vector<Timed> expected(const std::vector<platform::MusicEvent>& events, double bpm,
+                                     std::uint64_t frames) {
+    std::vector<Timed> result;
+    const double framesPerBeat = 60.0 / bpm * kRate;
+    for (int pass = 0; pass * 4.0 * framesPerBeat < frames; ++pass) {
+      for (const auto& event : events) {
+        const double beat = event.time + 4.0 * pass;
+        const auto on = static_cast<std::uint64_t>(std::llround(beat * 60.0 / bpm * kRate));
+        const auto off = static_cast<std::uint64_t>(
+            std::llround((beat + event.note()->duration) * 60.0 / bpm * kRate));
+        if (on < frames) result.emplace_back(on, 0x90, event.note()->note);
+        if (off < frames) result.emplace_back(std::max(off, on + 1), 0x80, event.note()->note);
+      }
+    }
+    std::sort(result.begin(), result.end());
+    return result;
+  }
+
+  platform::ManualMainQueue mainQueue;
+  std::unique_ptr<OfflineRig> rig;
+  platform::MusicSequence sequence;
+  platform::MusicTrack* track = nullptr;
+  std::unique_ptr<platform::MusicEventIterator> iterator;
+  KRStepSequence steps;
+  platform::MusicPlayer player;
+};
+
+TEST_P(MusicPlayerTiming, EveryNoteOnAndOffLandsOnItsExactFrame) {
+  steps.setSwing(0.3f);  // odd steps fall between frames
+  steps.setKeysToRange({key(60), key(64)}, {0, 1});
+  steps.setKeysToRange({key(62)}, {3, 1});
+  steps.setKeysToRange({key(65)}, {6, 3});
+  steps.setTieAtRange(true, {13, 1});
+  steps.setKeysToRange({key(67)}, {15, 1});  // swung and longer than the loop end
+  steps.setTieAtRange(true, {15, 1});
+  mainQueue.runPending();
+  ASSERT_TRUE(player.start());
+  render(240000);  // 2.5 loops at 120 bpm
+
+  auto received = notes();
+  // At one frame, note offs come before note ons.
+  for (std::size_t i = 1; i < received.size(); ++i) {
+    if (std::get<0>(received[i]) == std::get<0>(received[i - 1])) {
+      EXPECT_FALSE(std::get<1>(received[i]) == 0x80 && std::get<1>(received[i - 1]) == 0x90);
+    }
+  }
+  std::sort(received.begin(), received.end());
+  EXPECT_EQ(received, expected(track->events(), 120.0, 240000));
+  EXPECT_NEAR(player.getTime(), 10.0, 1e-9);  // keeps growing across loops
+}
+
+TEST_P(MusicPlayerTiming, ATempoChangeAppliesFromTheNextBlock) {
+  track->newMIDINoteEvent(0.0, {0, 60, 100, 0, 0.5f});
+  track->newMIDINoteEvent(2.5, {0, 62, 100, 0, 0.5f});
+  mainQueue.runPending();
+  player.start();
+  const std::uint64_t change = 48128;  // a block boundary for every block size tested
+  render(change);
+  sequence.tempoTrack()->clear(0.0, 100.0);
+  sequence.tempoTrack()->newExtendedTempoEvent(0.0, 90.0);
+  mainQueue.runPending();  // the main thread's task ends: the new tempo is published
+  render(96000);
+
+  // Up to the change, 120 bpm; from its block on, 90 bpm from the beat reached there.
+  const double changeBeat = change * 120.0 / 60.0 / kRate;
+  auto frameOf = [&](double beat) {
+    return beat < changeBeat ? std::llround(beat * 0.5 * kRate)
+                             : std::llround(change + (beat - changeBeat) * 60.0 / 90.0 * kRate);
+  };
+  const std::vector<Timed> want = {
+      {frameOf(0.0), 0x90, 60}, {frameOf(0.5), 0x80, 60}, {frameOf(2.5), 0x90, 62},
+      {frameOf(3.0), 0x80, 62}, {frameOf(4.0), 0x90, 60}, {frameOf(4.5), 0x80, 60},
+  };
+  auto received = notes();
+  received.resize(std::min(received.size(), want.size()));
+  EXPECT_EQ(received, want);
+}
+
+TEST_P(MusicPlayerTiming, StopReleasesSoundingNotesAndEditsApplyWhilePlaying) {
+  track->newMIDINoteEvent(0.0, {0, 48, 100, 0, 3.0f});
+  mainQueue.runPending();
+  player.start();
+  render(24000);  // beat 1: note 48 sounds
+  // An edit made while playing is heard from the next loop pass on.
+  track->newMIDINoteEvent(1.0, {0, 50, 100, 0, 0.25f});
+  render(96000 - 24000);  // to beat 4
+  render(36000);          // to beat 5.5
+  const auto beforeStop = notes().size();
+  player.stop();
+  render(512);
+  const auto received = notes();
+  ASSERT_GE(received.size(), beforeStop + 1);
+  // The notes still sounding (48 of the second pass) end at the first frame after the stop.
+  EXPECT_EQ(received.back(), Timed(rig->renderedFrames - 512, 0x80, 48));
+  const auto n50 = std::count_if(received.begin(), received.end(), [](const Timed& t) {
+    return std::get<1>(t) == 0x90 && std::get<2>(t) == 50;
+  });
+  EXPECT_EQ(n50, 1);  // only from the second pass; the first had already passed beat 1
+  EXPECT_FALSE(player.isPlaying());
+  render(48000);
+  EXPECT_EQ(notes().size(), received.size());  // nothing after the stop
+}
+
+INSTANTIATE_TEST_SUITE_P(BlockSizes, MusicPlayerTiming, ::testing::Values(64u, 256u, 1024u));
+
+}  // namespace

@@ -1,0 +1,52 @@
+#include "AudioAnalysis.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace testing_support {
+
+double rms(const float* samples, std::size_t count) {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < count; ++i) sum += double(samples[i]) * samples[i];
+  return count ? std::sqrt(sum / count) : 0.0;
+}
+
+double peak(const float* samples, std::size_t count) {
+  double result = 0.0;
+  for (std::size_t i = 0; i < count; ++i) result = std::max(result, std::fabs(double(samples[i])));
+  return result;
+}
+
+double estimatePitch(const float* samples, std::size_t count, double sampleRate, double lowHz,
+                     double highHz) {
+  const auto minLag = static_cast<std::size_t>(sampleRate / highHz);
+  const auto maxLag = static_cast<std::size_t>(sampleRate / lowHz) + 1;
+  if (count <= maxLag + 2) return 0.0;
+  const std::size_t window = count - maxLag - 2;
+  auto correlation = [&](std::size_t lag) {
+    double sum = 0.0, energyA = 0.0, energyB = 0.0;
+    for (std::size_t i = 0; i < window; ++i) {
+      sum += double(samples[i]) * samples[i + lag];
+      energyA += double(samples[i]) * samples[i];
+      energyB += double(samples[i + lag]) * samples[i + lag];
+    }
+    return sum / std::sqrt(energyA * energyB + 1e-30);
+  };
+  std::size_t best = minLag;
+  double bestValue = -2.0;
+  for (std::size_t lag = minLag; lag <= maxLag; ++lag) {
+    const double value = correlation(lag);
+    if (value > bestValue) {
+      bestValue = value;
+      best = lag;
+    }
+  }
+  const double before = correlation(best - 1), after = correlation(best + 1);
+  const double curvature = before - 2 * bestValue + after;
+  const double shift = curvature != 0.0 ? 0.5 * (before - after) / curvature : 0.0;
+  return sampleRate / (double(best) + shift);
+}
+
+double cents(double frequency, double reference) { return 1200.0 * std::log2(frequency / reference); }
+
+}  // namespace testing_support
