@@ -84,17 +84,16 @@ std::optional<std::vector<PatternNote>> parsePatternNotes(const std::string& tex
 }
 
 void buildPattern(const PlaybackOptions& options, platform::MusicSequence& sequence) {
-  platform::MusicTrack& track =
-      sequence.trackCount() ? *sequence.track(0) : *sequence.newTrack();
+  platform::MusicTrack& track = sequence.trackCount() ? *sequence.track(0) : *sequence.newTrack();
   track.setLoopInfo({4.0, 0});
   track.setTrackLength(4.0);
   if (options.notes.empty()) {
     writeDemoPattern(track);
   } else {
     for (const PatternNote& n : options.notes) {
-      track.newMIDINoteEvent(n.beat, {0, static_cast<std::uint8_t>(n.note),
-                                      static_cast<std::uint8_t>(n.velocity), 0,
-                                      static_cast<float>(n.length)});
+      track.newMIDINoteEvent(
+          n.beat, {0, static_cast<std::uint8_t>(n.note), static_cast<std::uint8_t>(n.velocity), 0,
+                   static_cast<float>(n.length)});
     }
   }
   sequence.tempoTrack()->newExtendedTempoEvent(0.0, options.tempo);
@@ -129,7 +128,8 @@ int renderToFile(const PlaybackOptions& options, const std::filesystem::path& pa
   const auto total = static_cast<std::size_t>(options.seconds * options.sampleRate);
   std::vector<std::vector<float>> channels(2, std::vector<float>(total));
   for (std::size_t done = 0; done < total;) {
-    const auto frames = static_cast<std::uint32_t>(std::min<std::size_t>(options.bufferFrames, total - done));
+    const auto frames =
+        static_cast<std::uint32_t>(std::min<std::size_t>(options.bufferFrames, total - done));
     float* const out[2] = {channels[0].data() + done, channels[1].data() + done};
     graph.renderOffline(frames, out);
     done += frames;
@@ -139,7 +139,8 @@ int renderToFile(const PlaybackOptions& options, const std::filesystem::path& pa
     platform::log("Cannot write {}", path.string());
     return 1;
   }
-  fmt::print("Wrote {:.1f} s of \"{}\" to {}\n", options.seconds, options.pluginName, path.string());
+  fmt::print("Wrote {:.1f} s of \"{}\" to {}\n", options.seconds, options.pluginName,
+             path.string());
   return 0;
 }
 
@@ -148,8 +149,8 @@ int playLive(const PlaybackOptions& options) {
   const double sampleRate = graph.outputFormat(0).sampleRate;
   if (auto description = findInstrument(options.pluginName)) {
     std::string error;
-    auto unit = platform::AudioUnitComponentManager::shared().instantiateNow(*description,
-                                                                             sampleRate, 4096, &error);
+    auto unit = platform::AudioUnitComponentManager::shared().instantiateNow(
+        *description, sampleRate, 4096, &error);
     if (unit) {
       graph.attach(unit);
       graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(sampleRate, 2));
@@ -175,7 +176,8 @@ int playLive(const PlaybackOptions& options) {
 int listInstruments() {
   auto components = platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
       {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0});
-  for (const auto& component : components) fmt::print("{}\t{}\n", component.name, component.uri);
+  for (const auto& component : components)
+    fmt::print("{}\t{}\n", component.name, component.uri);
   if (components.empty()) fmt::print("No LV2 instruments installed (LV2_PATH: see --help)\n");
   return 0;
 }

@@ -25,8 +25,8 @@ struct PlaybackOptions {
   std::vector<PatternNote> notes;  // empty: the demo pattern
   double tempo = 120.0;
   double seconds = 8.0;
-  double sampleRate = 48000.0;     // offline rendering only
-  unsigned bufferFrames = 256;     // offline rendering only
+  double sampleRate = 48000.0;  // offline rendering only
+  unsigned bufferFrames = 256;  // offline rendering only
 };
 
 // Parses "60@0:0.5,64@1:0.25:90" (note@beat:length[:velocity]); nothing on a malformed list.

@@ -7,13 +7,15 @@ namespace testing_support {
 
 double rms(const float* samples, std::size_t count) {
   double sum = 0.0;
-  for (std::size_t i = 0; i < count; ++i) sum += double(samples[i]) * samples[i];
+  for (std::size_t i = 0; i < count; ++i)
+    sum += double(samples[i]) * samples[i];
   return count ? std::sqrt(sum / count) : 0.0;
 }
 
 double peak(const float* samples, std::size_t count) {
   double result = 0.0;
-  for (std::size_t i = 0; i < count; ++i) result = std::max(result, std::fabs(double(samples[i])));
+  for (std::size_t i = 0; i < count; ++i)
+    result = std::max(result, std::fabs(double(samples[i])));
   return result;
 }
 
@@ -47,6 +49,8 @@ double estimatePitch(const float* samples, std::size_t count, double sampleRate,
   return sampleRate / (double(best) + shift);
 }
 
-double cents(double frequency, double reference) { return 1200.0 * std::log2(frequency / reference); }
+double cents(double frequency, double reference) {
+  return 1200.0 * std::log2(frequency / reference);
+}
 
 }  // namespace testing_support

@@ -60,7 +60,8 @@ class OfflineRig {
       graph.renderOffline(n, out);
       if (unit) {
         for (const auto& event : unit->lastBlockMidi()) {
-          received.push_back({renderedFrames + event.frame, event.bytes[0], event.bytes[1], event.bytes[2]});
+          received.push_back(
+              {renderedFrames + event.frame, event.bytes[0], event.bytes[1], event.bytes[2]});
         }
       }
       renderedFrames += n;

@@ -15,7 +15,8 @@ namespace {
 // FNV-1a: a stable 32-bit code for a text; never 0, which means "any" in a query.
 std::uint32_t code(const std::string& text) {
   std::uint32_t hash = 2166136261u;
-  for (unsigned char c : text) hash = (hash ^ c) * 16777619u;
+  for (unsigned char c : text)
+    hash = (hash ^ c) * 16777619u;
   return hash ? hash : 1;
 }
 
@@ -32,7 +33,9 @@ std::string hostOf(const std::string& uri) {
   return uri.substr(start + 3, end == std::string::npos ? std::string::npos : end - start - 3);
 }
 
-bool fieldMatches(std::uint32_t value, std::uint32_t query) { return query == 0 || value == query; }
+bool fieldMatches(std::uint32_t value, std::uint32_t query) {
+  return query == 0 || value == query;
+}
 
 struct Installed {
   AudioUnitComponent component;

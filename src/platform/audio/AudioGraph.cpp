@@ -54,8 +54,8 @@ void AudioGraph::connect(AudioNode& source, AudioNode& destination, std::optiona
     mixerToOutput_ = true;
   } else if (&destination == &mixerNode_) {
     auto* unit = dynamic_cast<AudioUnit*>(&source);
-    const bool attached = std::any_of(units_.begin(), units_.end(),
-                                      [&](const auto& u) { return u.get() == unit; });
+    const bool attached =
+        std::any_of(units_.begin(), units_.end(), [&](const auto& u) { return u.get() == unit; });
     if (!unit || !attached) {
       log("Audio graph: only an attached instrument can be connected to the mixer");
       return;
@@ -94,7 +94,8 @@ bool AudioGraph::start(std::string* error) {
     if (!output_ || !output_->isAlive()) {
       output_.reset();
       const double rate = probeOutputSampleRate(kFallbackSampleRate);
-      output_ = openAudioOutput(*this, rate, AudioSession::sharedInstance().preferredBufferFrames(rate));
+      output_ =
+          openAudioOutput(*this, rate, AudioSession::sharedInstance().preferredBufferFrames(rate));
       renderSampleRate_ = output_->sampleRate();
     }
     for (const auto& unit : units_) {

@@ -13,7 +13,8 @@ namespace platform {
 void AudioGraph::render(float* const* channels, std::uint32_t channelCount,
                         std::uint32_t frames) noexcept {
   AudioThreadScope audioThread;
-  for (std::uint32_t c = 0; c < channelCount; ++c) std::memset(channels[c], 0, frames * sizeof(float));
+  for (std::uint32_t c = 0; c < channelCount; ++c)
+    std::memset(channels[c], 0, frames * sizeof(float));
   const RenderPlan* plan = planReader_.acquire();
   float* const stereo[2] = {channels[0], channels[std::min<std::uint32_t>(1, channelCount - 1)]};
   for (std::uint32_t offset = 0; offset < frames; offset += plan->chunkFrames) {
@@ -35,7 +36,8 @@ void AudioGraph::renderChunk(const RenderPlan& plan, float* const* channels, std
     sequenceMidi = &scratchMidi_;
   }
   const double sampleRate = renderSampleRate_.load(std::memory_order_relaxed);
-  for (MusicPlayer* player : plan.players) player->process(frames, sampleRate, *sequenceMidi);
+  for (MusicPlayer* player : plan.players)
+    player->process(frames, sampleRate, *sequenceMidi);
 
   for (AudioUnit* unit : plan.units) {
     unit->process(frames);
@@ -43,7 +45,8 @@ void AudioGraph::renderChunk(const RenderPlan& plan, float* const* channels, std
     for (std::uint32_t c = 0; c < 2; ++c) {
       const float* source = unit->output(c);
       float* target = channels[c] + offset;
-      for (std::uint32_t i = 0; i < frames; ++i) target[i] += source[i];
+      for (std::uint32_t i = 0; i < frames; ++i)
+        target[i] += source[i];
     }
   }
 }

@@ -34,10 +34,14 @@ void keepJackFromStartingServers() {
 
 const char* apiName(RtAudio::Api api) {
   switch (api) {
-    case RtAudio::UNIX_JACK: return "JACK";
-    case RtAudio::LINUX_PULSE: return "PulseAudio";
-    case RtAudio::LINUX_ALSA: return "ALSA";
-    default: return "audio";
+    case RtAudio::UNIX_JACK:
+      return "JACK";
+    case RtAudio::LINUX_PULSE:
+      return "PulseAudio";
+    case RtAudio::LINUX_ALSA:
+      return "ALSA";
+    default:
+      return "audio";
   }
 }
 
@@ -93,7 +97,9 @@ class RtAudioOutput final : public AudioOutput {
   bool isAlive() const override { return audio_ && audio_->isStreamOpen(); }
   double sampleRate() const override { return sampleRate_; }
   std::uint32_t bufferFrames() const override { return bufferFrames_; }
-  std::string name() const override { return std::string(apiName(api_)) + " (" + deviceName_ + ")"; }
+  std::string name() const override {
+    return std::string(apiName(api_)) + " (" + deviceName_ + ")";
+  }
   std::uint64_t blocksRendered() const override { return blocks_.load(); }
 
  private:
@@ -103,7 +109,8 @@ class RtAudioOutput final : public AudioOutput {
     auto* self = static_cast<RtAudioOutput*>(user);
     auto* samples = static_cast<float*>(output);
     float* channels[kChannels];
-    for (std::uint32_t c = 0; c < kChannels; ++c) channels[c] = samples + c * frames;
+    for (std::uint32_t c = 0; c < kChannels; ++c)
+      channels[c] = samples + c * frames;
     self->renderer_.render(channels, kChannels, frames);
     self->blocks_.fetch_add(1, std::memory_order_relaxed);
     return 0;

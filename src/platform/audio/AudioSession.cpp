@@ -52,7 +52,8 @@ double AudioSession::preferredIOBufferDuration() const {
 std::uint32_t AudioSession::preferredBufferFrames(double sampleRate) const {
   const double wanted = preferredIOBufferDuration() * sampleRate;
   std::uint32_t frames = 32;
-  while (frames < wanted && frames < 4096) frames *= 2;
+  while (frames < wanted && frames < 4096)
+    frames *= 2;
   return frames;
 }
 

@@ -46,7 +46,8 @@ int logVprintf(LV2_Log_Handle handle, LV2_URID, const char* format, va_list args
   char line[512];
   const int length = std::vsnprintf(line, sizeof line, format, args);
   std::size_t size = std::strlen(line);
-  while (size > 0 && line[size - 1] == '\n') line[--size] = '\0';
+  while (size > 0 && line[size - 1] == '\n')
+    line[--size] = '\0';
   if (onAudioThread()) {
     host->logRing.write(line, static_cast<std::uint32_t>(size));  // printed by the worker thread
   } else {
@@ -95,7 +96,9 @@ char* absolutePath(LV2_State_Map_Path_Handle handle, const char* abstract) {
   return strdup(path.is_absolute() ? abstract : (host->stateFolder / path).c_str());
 }
 
-void freePath(LV2_State_Free_Path_Handle, char* path) { std::free(path); }
+void freePath(LV2_State_Free_Path_Handle, char* path) {
+  std::free(path);
+}
 
 }  // namespace
 
@@ -131,17 +134,14 @@ Lv2Host::Lv2Host(Lv2World& world, const std::string& name, double rate, std::uin
   mapPathFeature = {this, abstractPath, absolutePath};
   freePathFeature = {this, freePath};
   features = {
-      {LV2_URID__map, world.mapFeature()},
-      {LV2_URID__unmap, world.unmapFeature()},
-      {LV2_OPTIONS__options, options.data()},
-      {LV2_BUF_SIZE__boundedBlockLength, nullptr},
-      {LV2_WORKER__schedule, &schedule},
-      {LV2_LOG__log, &logFeature},
-      {LV2_STATE__makePath, &makePathFeature},
-      {LV2_STATE__mapPath, &mapPathFeature},
+      {LV2_URID__map, world.mapFeature()},     {LV2_URID__unmap, world.unmapFeature()},
+      {LV2_OPTIONS__options, options.data()},  {LV2_BUF_SIZE__boundedBlockLength, nullptr},
+      {LV2_WORKER__schedule, &schedule},       {LV2_LOG__log, &logFeature},
+      {LV2_STATE__makePath, &makePathFeature}, {LV2_STATE__mapPath, &mapPathFeature},
       {LV2_STATE__freePath, &freePathFeature},
   };
-  for (auto& feature : features) featurePointers.push_back(&feature);
+  for (auto& feature : features)
+    featurePointers.push_back(&feature);
   featurePointers.push_back(nullptr);
 }
 
@@ -154,7 +154,6 @@ static bool isSupportedFeature(const std::string& uri, const Lv2Host& host) {
   }
   return alsoSupported.count(uri) > 0;
 }
-
 
 std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
                                              const LilvPlugin* plugin, double sampleRate,
@@ -176,11 +175,14 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
   }
   lilv_nodes_free(required);
   if (!missing.empty()) {
-    if (error) *error = "\"" + unit->name_ + "\" needs the LV2 feature " + missing + ", which this host lacks";
+    if (error)
+      *error =
+          "\"" + unit->name_ + "\" needs the LV2 feature " + missing + ", which this host lacks";
     return nullptr;
   }
 
-  unit->instance_ = lilv_plugin_instantiate(plugin, sampleRate, unit->host_->featurePointers.data());
+  unit->instance_ =
+      lilv_plugin_instantiate(plugin, sampleRate, unit->host_->featurePointers.data());
   if (!unit->instance_) {
     if (error) *error = "\"" + unit->name_ + "\" failed to instantiate";
     return nullptr;
@@ -268,14 +270,23 @@ void AudioUnit::connectPorts() {
     Port& p = ports_[index];
     void* location = nullptr;
     switch (p.kind) {
-      case Port::audioIn: location = silence_.data(); break;
+      case Port::audioIn:
+        location = silence_.data();
+        break;
       case Port::audioOut:
-      case Port::cv: location = audioBuffers_[p.bufferIndex].data(); break;
+      case Port::cv:
+        location = audioBuffers_[p.bufferIndex].data();
+        break;
       case Port::controlIn:
-      case Port::controlOut: location = &p.value; break;
+      case Port::controlOut:
+        location = &p.value;
+        break;
       case Port::atomIn:
-      case Port::atomOut: location = atomBuffers_[p.bufferIndex].data(); break;
-      case Port::other: break;
+      case Port::atomOut:
+        location = atomBuffers_[p.bufferIndex].data();
+        break;
+      case Port::other:
+        break;
     }
     lilv_instance_connect_port(instance_, index, location);
   }
@@ -294,8 +305,8 @@ void AudioUnit::runWorkerThread() {
   char line[512];
   while (workerRunning_) {
     bool idle = true;
-    while (std::uint32_t size = host_->requests.read(message.data(),
-                                                     static_cast<std::uint32_t>(message.size()))) {
+    while (std::uint32_t size =
+               host_->requests.read(message.data(), static_cast<std::uint32_t>(message.size()))) {
       idle = false;
       if (host_->worker && host_->worker->work) {
         host_->worker->work(lilv_instance_get_handle(instance_), respond, host_.get(), size,
@@ -326,14 +337,16 @@ std::vector<std::string> AudioUnit::parameterSymbols() const {
 
 float AudioUnit::parameterValue(const std::string& symbol) const {
   for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn && p.symbol == symbol) return controlTargets_[p.controlIndex]->load();
+    if (p.kind == Port::controlIn && p.symbol == symbol)
+      return controlTargets_[p.controlIndex]->load();
   }
   return 0.0f;
 }
 
 void AudioUnit::setParameterValue(const std::string& symbol, float value) {
   for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn && p.symbol == symbol) controlTargets_[p.controlIndex]->store(value);
+    if (p.kind == Port::controlIn && p.symbol == symbol)
+      controlTargets_[p.controlIndex]->store(value);
   }
 }
 
@@ -355,7 +368,8 @@ LV2_State_Status storeProperty(LV2_State_Handle handle, uint32_t key, const void
   PropertyValue stored;
   if ((typeName == LV2_ATOM__String || typeName == LV2_ATOM__Path || typeName == LV2_ATOM__URI) &&
       size > 0) {
-    stored = std::string(static_cast<const char*>(value), strnlen(static_cast<const char*>(value), size));
+    stored = std::string(static_cast<const char*>(value),
+                         strnlen(static_cast<const char*>(value), size));
   } else if (typeName == LV2_ATOM__Int && size == sizeof(int32_t)) {
     stored = std::int64_t{*static_cast<const int32_t*>(value)};
   } else if (typeName == LV2_ATOM__Long && size == sizeof(int64_t)) {
@@ -379,7 +393,8 @@ LV2_State_Status storeProperty(LV2_State_Handle handle, uint32_t key, const void
 PropertyDictionary AudioUnit::fullState() {
   PropertyDictionary ports;
   for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn) ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
+    if (p.kind == Port::controlIn)
+      ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
   }
   StateCollector collector{world_.get(), {}};
   const auto* state = static_cast<const LV2_State_Interface*>(

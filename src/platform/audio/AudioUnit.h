@@ -40,11 +40,10 @@ using AudioComponentInstance = class AudioUnit*;
 // Gives the plug-in the host's tempo and time signature. It writes through the pointers it is
 // given (tempo, numerator, denominator, beat position, samples to the next beat, downbeat
 // position) and returns true when it did.
-using MusicalContextBlock = std::function<bool(double* tempo, double* timeSignatureNumerator,
-                                               std::int64_t* timeSignatureDenominator,
-                                               double* currentBeatPosition,
-                                               std::int64_t* sampleOffsetToNextBeat,
-                                               double* currentMeasureDownbeatPosition)>;
+using MusicalContextBlock = std::function<bool(
+    double* tempo, double* timeSignatureNumerator, std::int64_t* timeSignatureDenominator,
+    double* currentBeatPosition, std::int64_t* sampleOffsetToNextBeat,
+    double* currentMeasureDownbeatPosition)>;
 
 class AudioUnit final : public AudioNode {
  public:

@@ -31,7 +31,8 @@ MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
 void AudioUnit::process(std::uint32_t frames) noexcept {
   frames = std::min(frames, maxFrames_);
   for (Port& p : ports_) {
-    if (p.kind == Port::controlIn) p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
+    if (p.kind == Port::controlIn)
+      p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
     if (p.kind == Port::atomOut) {
       // Each block an output sequence starts as an empty chunk of full capacity.
       auto* atom = reinterpret_cast<LV2_Atom*>(atomBuffers_[p.bufferIndex].data());
@@ -56,7 +57,8 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
     const MusicalContextBlock* block = contextReader_.acquire();
     double tempo = 0.0, numerator = 0.0, beat = 0.0, downbeat = 0.0;
     std::int64_t denominator = 0, toNextBeat = 0;
-    if (block && *block && (*block)(&tempo, &numerator, &denominator, &beat, &toNextBeat, &downbeat) &&
+    if (block && *block &&
+        (*block)(&tempo, &numerator, &denominator, &beat, &toNextBeat, &downbeat) &&
         (tempo != sentTempo_ || numerator != sentNumerator_ || denominator != sentDenominator_)) {
       sentTempo_ = tempo;
       sentNumerator_ = numerator;

@@ -37,9 +37,9 @@ struct Lv2Host {
   std::vector<const LV2_Feature*> featurePointers;  // null-terminated
 
   const LV2_Worker_Interface* worker = nullptr;
-  ByteRing requests;   // audio thread -> worker thread
-  ByteRing responses;  // worker thread -> audio thread
-  ByteRing logRing;    // audio thread -> worker thread, printed there
+  ByteRing requests;                  // audio thread -> worker thread
+  ByteRing responses;                 // worker thread -> audio thread
+  ByteRing logRing;                   // audio thread -> worker thread, printed there
   std::filesystem::path stateFolder;  // where state:makePath puts the plug-in's files
 };
 

@@ -23,7 +23,8 @@ Lv2World::Lv2World() : world_(lilv_world_new()) {
 }
 
 Lv2World::~Lv2World() {
-  for (auto& [uri, node] : nodes_) lilv_node_free(node);
+  for (auto& [uri, node] : nodes_)
+    lilv_node_free(node);
   lilv_world_free(world_);
 }
 

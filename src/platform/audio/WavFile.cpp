@@ -4,8 +4,8 @@
 
 namespace platform {
 
-bool writeWavFile(const std::filesystem::path& path, const std::vector<std::vector<float>>& channels,
-                  double sampleRate) {
+bool writeWavFile(const std::filesystem::path& path,
+                  const std::vector<std::vector<float>>& channels, double sampleRate) {
   if (channels.empty()) return false;
   SF_INFO info{};
   info.samplerate = static_cast<int>(sampleRate);
@@ -16,7 +16,8 @@ bool writeWavFile(const std::filesystem::path& path, const std::vector<std::vect
   const std::size_t frames = channels.front().size();
   std::vector<float> interleaved(frames * channels.size());
   for (std::size_t i = 0; i < frames; ++i) {
-    for (std::size_t c = 0; c < channels.size(); ++c) interleaved[i * channels.size() + c] = channels[c][i];
+    for (std::size_t c = 0; c < channels.size(); ++c)
+      interleaved[i * channels.size() + c] = channels[c][i];
   }
   const auto written = sf_writef_float(file, interleaved.data(), static_cast<sf_count_t>(frames));
   sf_close(file);
@@ -32,7 +33,8 @@ std::vector<std::vector<float>> readWavFile(const std::filesystem::path& path, d
   sf_close(file);
   std::vector<std::vector<float>> channels(info.channels, std::vector<float>(info.frames));
   for (sf_count_t i = 0; i < info.frames; ++i) {
-    for (int c = 0; c < info.channels; ++c) channels[c][i] = interleaved[i * info.channels + c];
+    for (int c = 0; c < info.channels; ++c)
+      channels[c][i] = interleaved[i * info.channels + c];
   }
   if (sampleRate) *sampleRate = info.samplerate;
   return channels;

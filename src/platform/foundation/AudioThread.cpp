@@ -5,9 +5,15 @@ namespace {
 thread_local bool renderingAudio = false;
 }
 
-bool onAudioThread() noexcept { return renderingAudio; }
+bool onAudioThread() noexcept {
+  return renderingAudio;
+}
 
-AudioThreadScope::AudioThreadScope() noexcept : previous_(renderingAudio) { renderingAudio = true; }
-AudioThreadScope::~AudioThreadScope() { renderingAudio = previous_; }
+AudioThreadScope::AudioThreadScope() noexcept : previous_(renderingAudio) {
+  renderingAudio = true;
+}
+AudioThreadScope::~AudioThreadScope() {
+  renderingAudio = previous_;
+}
 
 }  // namespace platform

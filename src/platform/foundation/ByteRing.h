@@ -49,16 +49,19 @@ class ByteRing {
  private:
   static std::size_t roundUp(std::size_t n) {
     std::size_t size = 64;
-    while (size < n) size *= 2;
+    while (size < n)
+      size *= 2;
     return size;
   }
   void copyIn(std::size_t at, const void* data, std::size_t size) noexcept {
     const auto* bytes = static_cast<const std::uint8_t*>(data);
-    for (std::size_t i = 0; i < size; ++i) buffer_[(at + i) & mask_] = bytes[i];
+    for (std::size_t i = 0; i < size; ++i)
+      buffer_[(at + i) & mask_] = bytes[i];
   }
   void copyOut(std::size_t at, void* data, std::size_t size) const noexcept {
     auto* bytes = static_cast<std::uint8_t*>(data);
-    for (std::size_t i = 0; i < size; ++i) bytes[i] = buffer_[(at + i) & mask_];
+    for (std::size_t i = 0; i < size; ++i)
+      bytes[i] = buffer_[(at + i) & mask_];
   }
 
   std::vector<std::uint8_t> buffer_;

@@ -52,7 +52,8 @@ class MpscQueue {
 
  public:
   MpscQueue() {
-    for (std::size_t i = 0; i < Capacity; ++i) cells_[i].sequence.store(i);
+    for (std::size_t i = 0; i < Capacity; ++i)
+      cells_[i].sequence.store(i);
   }
 
   bool push(const T& value) noexcept {

@@ -4,7 +4,9 @@
 
 namespace platform {
 
-MusicPlayer::~MusicPlayer() { setSequence(nullptr); }
+MusicPlayer::~MusicPlayer() {
+  setSequence(nullptr);
+}
 
 void MusicPlayer::setSequence(MusicSequence* sequence) {
   if (sequence == sequence_) return;

@@ -86,7 +86,7 @@ class MusicPlayer {
 
   // Audio-thread state.
   bool running_ = false;
-  std::uint64_t frame_ = 0;  // frames played since the start
+  std::uint64_t frame_ = 0;   // frames played since the start
   double anchorFrame_ = 0.0;  // the tempo was `tempo_` from this frame...
   double anchorBeat_ = 0.0;   // ...which is this beat
   double tempo_ = kDefaultTempo;

@@ -47,7 +47,8 @@ void MusicPlayer::process(std::uint32_t frames, double sampleRate, MidiBlock& ou
     frame_ += frames;
     audioTime_.store(beatAtFrame(static_cast<double>(frame_)), std::memory_order_relaxed);
   }
-  for (auto& reader : trackReaders_) reader.release();
+  for (auto& reader : trackReaders_)
+    reader.release();
   tempoReader_.release();
   tempoSnapshot_ = nullptr;
   out.sortFrom(first);
@@ -128,14 +129,15 @@ void MusicPlayer::emitNotes(const TrackSnapshot& track, double fromBeat, double 
   if (!(loop.loopDuration > 0.0) || toBeat <= length) return;
   const double loopStart = std::max(0.0, length - loop.loopDuration);
   const double loopLength = length - loopStart;
-  const double firstPass = fromBeat < length ? 1.0 : std::floor((fromBeat - length) / loopLength) + 1;
+  const double firstPass =
+      fromBeat < length ? 1.0 : std::floor((fromBeat - length) / loopLength) + 1;
   for (double pass = firstPass;; pass += 1.0) {
     if (loop.numberOfLoops > 0 && pass > loop.numberOfLoops - 1) break;
     const double passStart = length + (pass - 1.0) * loopLength;
     if (passStart >= toBeat) break;
     const double offset = passStart - loopStart;
-    emitNotesInWindow(track, std::max(fromBeat - offset, loopStart), std::min(toBeat - offset, length),
-                      offset, frames, out);
+    emitNotesInWindow(track, std::max(fromBeat - offset, loopStart),
+                      std::min(toBeat - offset, length), offset, frames, out);
   }
 }
 
@@ -151,7 +153,8 @@ void MusicPlayer::emitNotesInWindow(const TrackSnapshot& track, double low, doub
     const double beat = it->time + offset;
     const double onFrame = frameOfBeat(beat);
     const std::uint8_t channel = note->channel & 0x0F;
-    out.add(MidiEvent{frameInBlock(onFrame, frames), 3,
+    out.add(MidiEvent{frameInBlock(onFrame, frames),
+                      3,
                       {static_cast<std::uint8_t>(kNoteOn | channel), note->note, note->velocity}});
     const PendingNoteOff off{beat + std::max(0.0f, note->duration),
                              static_cast<std::uint64_t>(std::round(onFrame)) + 1,
@@ -173,7 +176,8 @@ void MusicPlayer::emitNoteOffs(double toBeat, std::uint32_t frames, MidiBlock& o
       ++i;
       continue;
     }
-    const double frame = std::max(std::round(frameOfBeat(off.beat)), static_cast<double>(off.earliestFrame));
+    const double frame =
+        std::max(std::round(frameOfBeat(off.beat)), static_cast<double>(off.earliestFrame));
     if (frame >= static_cast<double>(blockEnd)) {
       ++i;  // a note that began at the block's last frame ends in the next block
       continue;

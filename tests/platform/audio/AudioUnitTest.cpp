@@ -42,7 +42,8 @@ TEST(AudioUnitComponentManager, ListsInstalledInstrumentsAndMatchesDescriptions)
   const auto family = manager.componentsMatchingDescription(
       {kAudioUnitTypeMusicDevice, 0, jx10.componentManufacturer, 0, 0});
   EXPECT_GE(family.size(), 3u);
-  EXPECT_TRUE(manager.componentsMatchingDescription({platform::fourCharCode("aufx"), 0, 0, 0, 0}).empty());
+  EXPECT_TRUE(
+      manager.componentsMatchingDescription({platform::fourCharCode("aufx"), 0, 0, 0, 0}).empty());
 }
 
 TEST(AudioUnitComponentManager, RefusesWhatCannotBeInstantiated) {
@@ -64,7 +65,8 @@ TEST(AudioUnitComponentManager, InstantiatesAsynchronouslyAndCompletesOnTheMainQ
   std::shared_ptr<platform::AudioUnit> delivered;
   bool completed = false;
   AudioUnitComponentManager::shared().instantiate(
-      instrumentNamed("MDA Piano"), kRate, 512, platform::kAudioComponentInstantiationLoadOutOfProcess,
+      instrumentNamed("MDA Piano"), kRate, 512,
+      platform::kAudioComponentInstantiationLoadOutOfProcess,
       [&](std::shared_ptr<platform::AudioUnit> unit, std::string) {
         delivered = unit;
         completed = true;
@@ -105,7 +107,8 @@ TEST(AudioUnit, DeliversMessagesAsSentAtTheStartOfTheNextBlock) {
   rig.unit->sendMIDIEvent(0xE0, 0, 64, 0);
   rig.unit->sendMIDIEvent(0xB0, 120, 0, 0);
   rig.render(256);
-  EXPECT_EQ(rig.received, (std::vector<ReceivedMidi>{{0, 0x90, 60, 128}, {0, 0xE0, 0, 64}, {0, 0xB0, 120, 0}}));
+  EXPECT_EQ(rig.received,
+            (std::vector<ReceivedMidi>{{0, 0x90, 60, 128}, {0, 0xE0, 0, 64}, {0, 0xB0, 120, 0}}));
 }
 
 TEST(AudioUnit, MessagesFromTwoThreadsAllArriveInEachThreadsOrder) {
@@ -113,7 +116,8 @@ TEST(AudioUnit, MessagesFromTwoThreadsAllArriveInEachThreadsOrder) {
   constexpr int kPerThread = 300;
   std::atomic<bool> go{false};
   auto sender = [&](std::uint8_t status) {
-    while (!go) std::this_thread::yield();
+    while (!go)
+      std::this_thread::yield();
     for (int i = 0; i < kPerThread; ++i) {
       while (!rig.unit->sendMIDIEvent(status, static_cast<std::uint8_t>(i % 128), 1, 0)) {
         std::this_thread::yield();  // only when the queue is full
@@ -122,7 +126,8 @@ TEST(AudioUnit, MessagesFromTwoThreadsAllArriveInEachThreadsOrder) {
   };
   std::thread main(sender, 0x90), midi(sender, 0x80);
   go = true;
-  while (rig.received.size() < 2 * kPerThread) rig.render(64);
+  while (rig.received.size() < 2 * kPerThread)
+    rig.render(64);
   main.join();
   midi.join();
   int next[2] = {0, 0};
@@ -154,7 +159,8 @@ TEST(AudioUnit, RunsAPluginThatNeedsTheWorker) {
   rig.unit->sendMIDIEvent(0x90, 57, 100, 0);
   const auto audio = rig.render(48000);
   EXPECT_GT(rms(audio.data() + 24000, 24000), 0.01);
-  EXPECT_FALSE(rig.unit->fullState().at("properties").get<platform::PropertyDictionary>() == nullptr);
+  EXPECT_FALSE(rig.unit->fullState().at("properties").get<platform::PropertyDictionary>() ==
+               nullptr);
 }
 
 }  // namespace

@@ -48,7 +48,9 @@ class MusicPlayerTiming : public ::testing::TestWithParam<std::uint32_t> {
   }
 
   // Renders `frames` frames; the main queue runs between blocks, as the main thread would.
-  void render(std::size_t frames) { rig->render(frames, [&] { mainQueue.runPending(); }); }
+  void render(std::size_t frames) {
+    rig->render(frames, [&] { mainQueue.runPending(); });
+  }
 
   // Every note on and off the player sent, in arrival order.
   std::vector<Timed> notes() const {

@@ -1,0 +1,133 @@
+// Nothing on the audio thread allocates: while the player plays, the main thread edits the track
+// and changes the tempo and two threads send MIDI. Every operator new and delete in this program
+// is counted when it runs inside the audio callback.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <thread>
+
+#include "JackServer.h"
+#include "OfflineRig.h"
+#include "platform/foundation/AudioThread.h"
+#include "platform/foundation/MainQueue.h"
+#include "platform/music/MusicPlayer.h"
+#include "sequencer/KRStepSequence.h"
+
+namespace {
+std::atomic<long> audioThreadAllocations{0};
+}
+
+void* operator new(std::size_t size) {
+  if (platform::onAudioThread()) audioThreadAllocations++;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+  if (p && platform::onAudioThread()) audioThreadAllocations++;
+  std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept { operator delete(p); }
+
+namespace {
+
+std::shared_ptr<KRStepSequenceKey> key(int number) {
+  auto k = std::make_shared<KRStepSequenceKey>();
+  k->setNumber(number);
+  k->setVelocity(0.7f);
+  return k;
+}
+
+// A sequencer as the screens will drive it: a looped bar edited while it plays.
+struct Session {
+  explicit Session(platform::AudioGraph& graph) : graph(graph) {
+    platform::MainQueue::setMain(&mainQueue);
+    track = sequence.newTrack();
+    track->setLoopInfo({4.0, 0});
+    track->setTrackLength(4.0);
+    sequence.tempoTrack()->newExtendedTempoEvent(0.0, 120.0);
+    iterator = std::make_unique<platform::MusicEventIterator>(*track);
+    steps.setMusicEventIterator(iterator.get());
+    steps.setMusicTrack(track);
+    steps.setKeysToRange({key(60), key(64), key(67)}, {0, 16});
+    mainQueue.runPending();
+    player.setSequence(&sequence);
+    graph.setMusicSequence(&sequence);
+    player.start();
+  }
+  ~Session() {
+    graph.setMusicSequence(nullptr);
+    platform::MainQueue::setMain(nullptr);
+  }
+  // One main-thread task of editing.
+  void edit(int round) {
+    steps.setKeysToRange({key(48 + round % 24)}, {static_cast<std::uint64_t>(round % 16), 1});
+    steps.setGate(0.2f + 0.05f * (round % 10));
+    steps.setSwing(0.1f * (round % 5));
+    sequence.tempoTrack()->clear(0.0, 100.0);
+    sequence.tempoTrack()->newExtendedTempoEvent(0.0, 90.0 + round % 60);
+    mainQueue.runPending();
+  }
+
+  platform::AudioGraph& graph;
+  platform::ManualMainQueue mainQueue;
+  platform::MusicSequence sequence;
+  platform::MusicTrack* track;
+  std::unique_ptr<platform::MusicEventIterator> iterator;
+  KRStepSequence steps;
+  platform::MusicPlayer player;
+};
+
+TEST(AudioThreadAllocations, NoneWhileRenderingOffline) {
+  testing_support::OfflineRig rig("MDA JX10", 256);
+  Session session(rig.graph);
+  audioThreadAllocations = 0;
+  std::atomic<bool> done{false};
+  std::thread midi([&] {
+    for (int i = 0; !done; ++i) {
+      rig.unit->sendMIDIEvent(0x90, 40 + i % 20, 90, 0);
+      rig.unit->sendMIDIEvent(0x80, 40 + i % 20, 0, 0);
+      std::this_thread::yield();
+    }
+  });
+  for (int round = 0; round < 200; ++round) {
+    rig.render(2048);
+    session.edit(round);
+    rig.unit->sendMIDIEvent(0xE0, 0, static_cast<std::uint8_t>(round % 128), 0);
+  }
+  done = true;
+  midi.join();
+  EXPECT_EQ(audioThreadAllocations.load(), 0);
+  EXPECT_GT(rig.received.size(), 100u);  // the work really happened on the audio thread
+}
+
+TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
+  testing_support::JackServer server;
+  ASSERT_TRUE(server.start());
+  std::string error;
+  auto unit = platform::AudioUnitComponentManager::shared().instantiateNow(
+      testing_support::instrumentNamed("MDA JX10"), 48000, 4096, &error);
+  ASSERT_TRUE(unit) << error;
+  platform::AudioGraph graph;
+  graph.attach(unit);
+  graph.connect(*unit, graph.mainMixerNode(), std::nullopt);
+  graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
+  Session session(graph);
+  ASSERT_TRUE(graph.start());
+  ASSERT_EQ(graph.outputName(), "JACK (system)");
+  audioThreadAllocations = 0;
+  const double start = session.player.getTime();
+  for (int round = 0; round < 100; ++round) {
+    session.edit(round);
+    unit->sendMIDIEvent(0x90, 50, 100, 0);
+    unit->sendMIDIEvent(0x80, 50, 0, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  graph.pause();
+  EXPECT_EQ(audioThreadAllocations.load(), 0);
+  EXPECT_GT(session.player.getTime(), start);  // the audio thread was playing throughout
+}
+
+}  // namespace
