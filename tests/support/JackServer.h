@@ -31,14 +31,14 @@ class JackServer {
   // Starts jackd and waits until clients can connect; false if it did not come up.
   bool start() {
     const std::string rate = std::to_string(rate_), period = std::to_string(period_);
-    const char* argv[] = {"jackd", "-n", name_.c_str(), "-d", "dummy", "-r", rate.c_str(),
-                          "-p", period.c_str(), nullptr};
+    const char* argv[] = {"jackd", "-n",         name_.c_str(), "-d",           "dummy",
+                          "-r",    rate.c_str(), "-p",          period.c_str(), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    const int failed = posix_spawnp(&pid_, "jackd", &actions, nullptr,
-                                    const_cast<char* const*>(argv), environ);
+    const int failed =
+        posix_spawnp(&pid_, "jackd", &actions, nullptr, const_cast<char* const*>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (failed) return false;
     for (int i = 0; i < 100; ++i) {

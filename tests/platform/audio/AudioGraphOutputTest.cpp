@@ -75,10 +75,9 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   Playing playing;
   std::atomic<int> changes{0};
   auto& center = platform::NotificationCenter::defaultCenter();
-  const auto observer = center.addObserver(platform::kAudioGraphConfigurationChangeNotification,
-                                           &playing.graph, [&](const platform::Notification&) {
-                                             changes++;
-                                           });
+  const auto observer =
+      center.addObserver(platform::kAudioGraphConfigurationChangeNotification, &playing.graph,
+                         [&](const platform::Notification&) { changes++; });
   ASSERT_TRUE(playing.graph.start());
   EXPECT_EQ(playing.graph.outputName(), "JACK (system)");
   EXPECT_EQ(playing.graph.outputFormat(0).sampleRate, 48000.0);

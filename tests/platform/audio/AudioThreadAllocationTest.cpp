@@ -29,7 +29,9 @@ void operator delete(void* p) noexcept {
   if (p && platform::onAudioThread()) audioThreadAllocations++;
   std::free(p);
 }
-void operator delete(void* p, std::size_t) noexcept { operator delete(p); }
+void operator delete(void* p, std::size_t) noexcept {
+  operator delete(p);
+}
 
 namespace {
 

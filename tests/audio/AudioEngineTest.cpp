@@ -1,0 +1,148 @@
+// The audio engine with a real graph (the null output: no JACK server is named here), a real
+// instrument from Debian and the real preferences store in a folder of the build.
+
+#include "audio/AudioEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "platform/foundation/ApplicationNotifications.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
+#include "platform/foundation/UserDefaults.h"
+
+using platform::NotificationCenter;
+
+namespace {
+
+platform::AudioComponentDescription describe(const std::string& name) {
+  for (const auto& component :
+       platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
+           {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0})) {
+    if (component.name == name) return component.audioComponentDescription;
+  }
+  return {};
+}
+
+class AudioEngineTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    platform::MainQueue::setMain(&mainQueue);
+    platform::UserDefaults::standardUserDefaults().removeObjectForKey("background-audio");
+  }
+  void TearDown() override { platform::MainQueue::setMain(nullptr); }
+
+  // Sets the engine up with `instrument` and waits for its completion on the main queue.
+  bool setUp(AudioEngine& engine, const std::string& instrument) {
+    bool completed = false;
+    engine.setupAUWithComponentDescription(describe(instrument), [&] { completed = true; });
+    for (int i = 0; i < 1000 && !completed; ++i) {
+      mainQueue.runPending();
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return completed;
+  }
+  void post(const char* name) { NotificationCenter::defaultCenter().postNotificationName(name); }
+
+  platform::ManualMainQueue mainQueue;
+};
+
+TEST_F(AudioEngineTest, SetsUpTheInstrumentAndStarts) {
+  AudioEngine engine;
+  EXPECT_EQ(engine.synth(), nullptr);
+  platform::LogCapture log;
+  ASSERT_TRUE(setUp(engine, "MDA Piano"));
+  ASSERT_NE(engine.synth(), nullptr);
+  EXPECT_EQ(engine.synthAU()->name(), "MDA Piano");
+  EXPECT_EQ(engine.synth(), engine.synthAU().get());
+  EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
+  EXPECT_EQ(engine.getAVAudioEngine()->outputName(), "null output");
+  EXPECT_TRUE(log.contains("Start audio engine"));
+  EXPECT_EQ(engine.synthAU()->sampleRate(), engine.getAVAudioEngine()->outputFormat(0).sampleRate);
+}
+
+TEST_F(AudioEngineTest, AnInstrumentThatCannotBeFoundLeavesTheEngineRunningSilent) {
+  AudioEngine engine;
+  platform::LogCapture log;
+  bool completed = false;
+  engine.setupAUWithComponentDescription({}, [&] { completed = true; });
+  for (int i = 0; i < 1000 && !completed; ++i) {
+    mainQueue.runPending();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(completed);
+  EXPECT_EQ(engine.synth(), nullptr);
+  EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
+  EXPECT_TRUE(log.contains(
+      "Audio engine: no installed instrument matches the component description"));
+}
+
+TEST_F(AudioEngineTest, BackgroundPausesUnlessBackgroundAudioIsOn) {
+  AudioEngine engine;
+  ASSERT_TRUE(setUp(engine, "MDA Piano"));
+  platform::LogCapture log;
+
+  post(platform::kApplicationDidBecomeActiveNotification);  // already running: nothing
+  EXPECT_TRUE(log.lines().empty());
+
+  post(platform::kApplicationDidEnterBackgroundNotification);  // preference absent: pause
+  EXPECT_FALSE(engine.getAVAudioEngine()->isRunning());
+  post(platform::kApplicationDidBecomeActiveNotification);
+  EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Pause audio engine", "Start audio engine"}));
+
+  auto& defaults = platform::UserDefaults::standardUserDefaults();
+  defaults.setBool("background-audio", true);
+  post(platform::kApplicationDidEnterBackgroundNotification);
+  EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
+  EXPECT_EQ(log.lines().size(), 2u);
+  defaults.setBool("background-audio", false);
+  post(platform::kApplicationDidEnterBackgroundNotification);
+  EXPECT_FALSE(engine.getAVAudioEngine()->isRunning());
+}
+
+TEST_F(AudioEngineTest, AConfigurationChangeOfItsGraphReactivatesAndStarts) {
+  AudioEngine engine;
+  ASSERT_TRUE(setUp(engine, "MDA Piano"));
+  platform::AudioGraph* graph = engine.getAVAudioEngine();
+  platform::LogCapture log;
+  auto& center = NotificationCenter::defaultCenter();
+  center.postNotificationName(platform::kAudioGraphConfigurationChangeNotification, graph);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"AUDIO ENGINE interruption"});  // running
+  graph->pause();
+  center.postNotificationName(platform::kAudioGraphConfigurationChangeNotification, graph);
+  EXPECT_TRUE(graph->isRunning());
+  center.postNotificationName(platform::kAudioGraphConfigurationChangeNotification, &engine);
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"AUDIO ENGINE interruption",
+                                                   "AUDIO ENGINE interruption",
+                                                   "Start audio engine"}));
+}
+
+TEST_F(AudioEngineTest, EveryEngineLogsAnInvalidatedInstrument) {
+  AudioEngine first;
+  AudioEngine second;
+  platform::LogCapture log;
+  NotificationCenter::defaultCenter().post(
+      {kAudioComponentInstanceInvalidationNotification, nullptr,
+       {{"audioUnit", platform::AudioComponentInstance{nullptr}}}});
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), 2u);  // one per engine (each test runs in its own process)
+  EXPECT_EQ(lines.back(),
+            "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit (null), "
+            "audioUnit 0x0 (Crash?)");
+}
+
+TEST_F(AudioEngineTest, ObserversOfADestroyedEngineDoNothing) {
+  {
+    AudioEngine engine;
+    ASSERT_TRUE(setUp(engine, "MDA Piano"));
+  }
+  platform::LogCapture log;
+  post(platform::kApplicationDidEnterBackgroundNotification);
+  post(platform::kApplicationDidBecomeActiveNotification);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+}  // namespace
