@@ -4,7 +4,7 @@
 ARGS ?=
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' '*.hpp')
 
-.PHONY: deps build run test test-asan test-tsan format format-check clean
+.PHONY: deps build run test test-asan test-tsan test-rtsan format format-check clean
 
 deps:
 	scripts/install-deps
@@ -28,6 +28,11 @@ test-tsan: deps
 	cmake --preset tsan
 	cmake --build --preset tsan
 	ctest --preset tsan
+
+test-rtsan: deps
+	cmake --preset rtsan
+	cmake --build --preset rtsan
+	ctest --preset rtsan
 
 format:
 	clang-format -i $(FORMAT_FILES)

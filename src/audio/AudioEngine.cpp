@@ -28,7 +28,8 @@ AudioEngine::AudioEngine() {
         const auto* unit = static_cast<const platform::AudioUnit*>(note.object);
         const void* instance = nullptr;
         if (auto found = note.userInfo.find("audioUnit"); found != note.userInfo.end()) {
-          if (const auto* pointer = std::any_cast<platform::AudioComponentInstance>(&found->second)) {
+          if (const auto* pointer =
+                  std::any_cast<platform::AudioComponentInstance>(&found->second)) {
             instance = *pointer;
           }
         }
@@ -130,9 +131,13 @@ void AudioEngine::pauseEngine() {
   }
 }
 
-void AudioEngine::handleAppBecomeActive(const Notification&) { startEngine(); }
+void AudioEngine::handleAppBecomeActive(const Notification&) {
+  startEngine();
+}
 
-void AudioEngine::handleAppEnteredBackground(const Notification&) { pauseEngine(); }
+void AudioEngine::handleAppEnteredBackground(const Notification&) {
+  pauseEngine();
+}
 
 void AudioEngine::handleInterruption(const Notification&) {
   platform::log("AUDIO ENGINE interruption");

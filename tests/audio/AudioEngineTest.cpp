@@ -75,8 +75,8 @@ TEST_F(AudioEngineTest, AnInstrumentThatCannotBeFoundLeavesTheEngineRunningSilen
   EXPECT_TRUE(completed);
   EXPECT_EQ(engine.synth(), nullptr);
   EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
-  EXPECT_TRUE(log.contains(
-      "Audio engine: no installed instrument matches the component description"));
+  EXPECT_TRUE(
+      log.contains("Audio engine: no installed instrument matches the component description"));
 }
 
 TEST_F(AudioEngineTest, BackgroundPausesUnlessBackgroundAudioIsOn) {
@@ -115,9 +115,9 @@ TEST_F(AudioEngineTest, AConfigurationChangeOfItsGraphReactivatesAndStarts) {
   center.postNotificationName(platform::kAudioGraphConfigurationChangeNotification, graph);
   EXPECT_TRUE(graph->isRunning());
   center.postNotificationName(platform::kAudioGraphConfigurationChangeNotification, &engine);
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"AUDIO ENGINE interruption",
-                                                   "AUDIO ENGINE interruption",
-                                                   "Start audio engine"}));
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"AUDIO ENGINE interruption", "AUDIO ENGINE interruption",
+                                      "Start audio engine"}));
 }
 
 TEST_F(AudioEngineTest, EveryEngineLogsAnInvalidatedInstrument) {
@@ -125,7 +125,8 @@ TEST_F(AudioEngineTest, EveryEngineLogsAnInvalidatedInstrument) {
   AudioEngine second;
   platform::LogCapture log;
   NotificationCenter::defaultCenter().post(
-      {kAudioComponentInstanceInvalidationNotification, nullptr,
+      {kAudioComponentInstanceInvalidationNotification,
+       nullptr,
        {{"audioUnit", platform::AudioComponentInstance{nullptr}}}});
   const auto lines = log.lines();
   ASSERT_EQ(lines.size(), 2u);  // one per engine (each test runs in its own process)

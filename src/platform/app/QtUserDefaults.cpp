@@ -24,7 +24,9 @@ class QtUserDefaults final : public UserDefaults {
     return settings_.value(qKey(key)).toLongLong();
   }
 
-  void setBool(const std::string& key, bool value) override { settings_.setValue(qKey(key), value); }
+  void setBool(const std::string& key, bool value) override {
+    settings_.setValue(qKey(key), value);
+  }
   void setInteger(const std::string& key, std::int64_t value) override {
     settings_.setValue(qKey(key), static_cast<qlonglong>(value));
   }

@@ -86,7 +86,7 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
   };
 
   void render(float* const* channels, std::uint32_t channelCount,
-              std::uint32_t frames) noexcept override;
+              std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
   void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
                    std::uint32_t frames) noexcept;
   // Publishes the graph as it now stands; returns once the audio thread has let go of the old

@@ -11,7 +11,7 @@
 namespace platform {
 
 void AudioGraph::render(float* const* channels, std::uint32_t channelCount,
-                        std::uint32_t frames) noexcept {
+                        std::uint32_t frames) noexcept PELMA_NONBLOCKING {
   AudioThreadScope audioThread;
   for (std::uint32_t c = 0; c < channelCount; ++c)
     std::memset(channels[c], 0, frames * sizeof(float));

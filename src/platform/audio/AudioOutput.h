@@ -8,13 +8,15 @@
 #include <memory>
 #include <string>
 
+#include "platform/foundation/AudioThread.h"
+
 namespace platform {
 
 // Renders one block of de-interleaved float audio. Called on the audio thread.
 class AudioRenderer {
  public:
   virtual void render(float* const* channels, std::uint32_t channelCount,
-                      std::uint32_t frames) noexcept = 0;
+                      std::uint32_t frames) noexcept PELMA_NONBLOCKING = 0;
 
  protected:
   ~AudioRenderer() = default;

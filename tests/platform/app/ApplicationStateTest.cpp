@@ -17,7 +17,8 @@ TEST(ApplicationState, PostsActiveAndBackgroundOncePerChange) {
   auto& center = NotificationCenter::defaultCenter();
   for (const char* name :
        {kApplicationDidBecomeActiveNotification, kApplicationDidEnterBackgroundNotification}) {
-    center.addObserver(name, nullptr, [&](const Notification& n) { seen.push_back(n.name); }, &seen);
+    center.addObserver(
+        name, nullptr, [&](const Notification& n) { seen.push_back(n.name); }, &seen);
   }
   ApplicationState state;
   state.applicationStateChanged(Qt::ApplicationInactive);  // lost focus: still in front
