@@ -141,4 +141,18 @@ class AudioUnit final : public AudioNode {
   std::atomic<bool> workerRunning_{false};
 };
 
+// Sends one MIDI channel message to an instrument: it reaches the plug-in in the next audio block
+// at `offsetSampleFrame`. Any thread; never blocks. Returns 0, or -1 when there is no instance or
+// its queue is full (the message is dropped).
+inline int MusicDeviceMIDIEvent(AudioComponentInstance instance, std::uint32_t status,
+                                std::uint32_t data1, std::uint32_t data2,
+                                std::uint32_t offsetSampleFrame) noexcept {
+  if (!instance) return -1;
+  return instance->sendMIDIEvent(static_cast<std::uint8_t>(status),
+                                 static_cast<std::uint8_t>(data1), static_cast<std::uint8_t>(data2),
+                                 offsetSampleFrame)
+             ? 0
+             : -1;
+}
+
 }  // namespace platform

@@ -103,9 +103,11 @@ TEST(AudioUnit, PlaysAKnownNoteInTune) {
 
 TEST(AudioUnit, DeliversMessagesAsSentAtTheStartOfTheNextBlock) {
   OfflineRig rig("MDA JX10");
-  rig.unit->sendMIDIEvent(0x90, 60, 128, 0);  // passed through as given, even 128
-  rig.unit->sendMIDIEvent(0xE0, 0, 64, 0);
-  rig.unit->sendMIDIEvent(0xB0, 120, 0, 0);
+  platform::AudioComponentInstance synth = rig.unit.get();
+  EXPECT_EQ(platform::MusicDeviceMIDIEvent(synth, 0x90, 60, 128, 0), 0);  // 128 passes as given
+  platform::MusicDeviceMIDIEvent(synth, 0xE0, 0, 64, 0);
+  platform::MusicDeviceMIDIEvent(synth, 0xB0, 120, 0, 0);
+  EXPECT_EQ(platform::MusicDeviceMIDIEvent(nullptr, 0x90, 60, 100, 0), -1);
   rig.render(256);
   EXPECT_EQ(rig.received,
             (std::vector<ReceivedMidi>{{0, 0x90, 60, 128}, {0, 0xE0, 0, 64}, {0, 0xB0, 120, 0}}));

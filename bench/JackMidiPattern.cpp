@@ -1,0 +1,100 @@
+// A JACK MIDI client that plays a looped four-beat pattern at exact frames into another client's
+// MIDI input, so that an outside host (jalv) can be fed the same notes Pelma host plays.
+//
+//   bench_jack_midi_pattern DESTINATION-PORT TEMPO SECONDS NOTES
+//   NOTES: note@beat:length[:velocity],...  (as pelma --notes)
+
+#include <jack/jack.h>
+#include <jack/midiport.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct Note {
+  int number;
+  double beat, length;
+  int velocity;
+};
+
+struct Pattern {
+  std::vector<Note> notes;
+  double framesPerBeat = 0;
+  jack_port_t* port = nullptr;
+  std::uint64_t frame = 0;
+};
+
+std::vector<Note> parse(const std::string& text) {
+  std::vector<Note> notes;
+  std::stringstream list(text);
+  std::string item;
+  while (std::getline(list, item, ',')) {
+    Note n{60, 0, 0.5, 100};
+    char at, colon, colon2;
+    std::stringstream fields(item);
+    fields >> n.number >> at >> n.beat >> colon >> n.length;
+    if (fields >> colon2) fields >> n.velocity;
+    notes.push_back(n);
+  }
+  return notes;
+}
+
+// Writes the note ons and offs that fall in [frame, frame + frames) of the looped pattern.
+int process(jack_nframes_t frames, void* arg) {
+  auto* p = static_cast<Pattern*>(arg);
+  void* buffer = jack_port_get_buffer(p->port, frames);
+  jack_midi_clear_buffer(buffer);
+  const double loop = 4.0 * p->framesPerBeat;
+  for (jack_nframes_t i = 0; i < frames; ++i) {
+    const double position = std::fmod(static_cast<double>(p->frame + i), loop);
+    for (const Note& n : p->notes) {
+      const auto on = std::llround(n.beat * p->framesPerBeat);
+      const auto off = std::llround(std::fmod((n.beat + n.length) * p->framesPerBeat, loop));
+      if (std::llround(position) == off) {
+        unsigned char message[3] = {0x80, static_cast<unsigned char>(n.number), 0};
+        jack_midi_event_write(buffer, i, message, 3);
+      }
+      if (std::llround(position) == on) {
+        unsigned char message[3] = {0x90, static_cast<unsigned char>(n.number),
+                                    static_cast<unsigned char>(n.velocity)};
+        jack_midi_event_write(buffer, i, message, 3);
+      }
+    }
+  }
+  p->frame += frames;
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 5) {
+    std::fprintf(stderr, "usage: %s DESTINATION-PORT TEMPO SECONDS NOTES\n", argv[0]);
+    return 2;
+  }
+  jack_client_t* client = jack_client_open("pelma-pattern", JackNoStartServer, nullptr);
+  if (!client) {
+    std::fprintf(stderr, "no JACK server\n");
+    return 1;
+  }
+  Pattern pattern;
+  pattern.notes = parse(argv[4]);
+  pattern.framesPerBeat = 60.0 / std::atof(argv[2]) * jack_get_sample_rate(client);
+  pattern.port = jack_port_register(client, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
+  jack_set_process_callback(client, process, &pattern);
+  jack_activate(client);
+  if (jack_connect(client, "pelma-pattern:out", argv[1]) != 0) {
+    std::fprintf(stderr, "cannot connect to %s\n", argv[1]);
+  }
+  std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(argv[3])));
+  jack_client_close(client);
+  return 0;
+}
