@@ -37,9 +37,11 @@ std::vector<std::array<std::uint8_t, 3>> midiOfBlock(std::size_t b) {
   static const std::uint8_t chord[] = {48, 55, 60, 64};
   std::vector<std::array<std::uint8_t, 3>> messages;
   if (b % 48 == 0) {
-    for (auto n : chord) messages.push_back({0x90, static_cast<std::uint8_t>(n + (b / 48) % 5), 100});
+    for (auto n : chord)
+      messages.push_back({0x90, static_cast<std::uint8_t>(n + (b / 48) % 5), 100});
   } else if (b % 48 == 24) {
-    for (auto n : chord) messages.push_back({0x80, static_cast<std::uint8_t>(n + (b / 48) % 5), 0});
+    for (auto n : chord)
+      messages.push_back({0x80, static_cast<std::uint8_t>(n + (b / 48) % 5), 0});
   }
   return messages;
 }
@@ -115,7 +117,8 @@ double runThroughGraph(const platform::AudioComponentDescription& description, s
   float* out[2] = {left.data(), right.data()};
   const double start = threadSeconds();
   for (std::size_t b = 0; b < blocks; ++b) {
-    for (const auto& m : midiOfBlock(b)) unit->sendMIDIEvent(m[0], m[1], m[2], 0);
+    for (const auto& m : midiOfBlock(b))
+      unit->sendMIDIEvent(m[0], m[1], m[2], 0);
     graph.renderOffline(kBlock, out);
   }
   return threadSeconds() - start;
