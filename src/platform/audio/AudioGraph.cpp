@@ -177,7 +177,9 @@ void AudioGraph::monitor() {
       lastBlocks = blocks;
       if (!onNullOutput && (!output_->isAlive() || stalledChecks >= 4)) {
         log("Audio output {} went away", output_->name());
-        output_.reset();
+        // The library may still be closing the lost stream on a thread of its own: keep the
+        // output object alive until the graph goes.
+        lostOutputs_.push_back(std::move(output_));
         running_ = false;
         changed = true;
       } else if (onNullOutput && ++checksSinceProbe >= 4) {

@@ -107,6 +107,7 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
 
   mutable std::mutex controlMutex_;  // start, pause and the monitor; never the audio thread
   std::unique_ptr<AudioOutput> output_;
+  std::vector<std::unique_ptr<AudioOutput>> lostOutputs_;
   std::atomic<bool> running_{false};
   bool manual_ = false;
   double manualSampleRate_ = 0.0;

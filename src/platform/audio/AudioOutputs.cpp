@@ -88,7 +88,9 @@ class RtAudioOutput final : public AudioOutput {
 
   void stop() override {
     try {
-      if (audio_ && audio_->isStreamOpen() && audio_->isStreamRunning()) audio_->stopStream();
+      // Aborting does not wait for the callback to drain the stream: a JACK server that has
+      // stopped calling us (it went away, or dropped a client it found too slow) never would.
+      if (audio_ && audio_->isStreamOpen() && audio_->isStreamRunning()) audio_->abortStream();
     } catch (const RtAudioError&) {
       // The device is gone; there is nothing left to stop.
     }
@@ -100,7 +102,7 @@ class RtAudioOutput final : public AudioOutput {
   std::string name() const override {
     return std::string(apiName(api_)) + " (" + deviceName_ + ")";
   }
-  std::uint64_t blocksRendered() const override { return blocks_.load(); }
+  std::uint64_t blocksRendered() const override { return blocks_.load(std::memory_order_acquire); }
 
  private:
   // Audio thread.
@@ -112,7 +114,8 @@ class RtAudioOutput final : public AudioOutput {
     for (std::uint32_t c = 0; c < kChannels; ++c)
       channels[c] = samples + c * frames;
     self->renderer_.render(channels, kChannels, frames);
-    self->blocks_.fetch_add(1, std::memory_order_relaxed);
+    // Release: whoever reads the count afterwards sees everything this callback did.
+    self->blocks_.fetch_add(1, std::memory_order_release);
     return 0;
   }
 
