@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -21,8 +22,10 @@ namespace testing_support {
 
 class JackServer {
  public:
+  // One server name per test program: JACK keeps a slot per name (eight in all) until a server
+  // of that name exits cleanly or starts again, so names must not pile up.
   explicit JackServer(int sampleRate = 48000, int period = 256)
-      : name_("pelma-test-" + std::to_string(getpid())), rate_(sampleRate), period_(period) {
+      : name_("pelma-test-" + programName()), rate_(sampleRate), period_(period) {
     setenv("JACK_DEFAULT_SERVER", name_.c_str(), 1);
     setenv("JACK_NO_START_SERVER", "1", 1);
   }
@@ -57,6 +60,13 @@ class JackServer {
   }
 
  private:
+  static std::string programName() {
+    char path[4096] = {};
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+    std::string name = length > 0 ? std::string(path, static_cast<std::size_t>(length)) : "unknown";
+    return std::to_string(std::hash<std::string>{}(name) % 100000);
+  }
+
   std::string name_;
   int rate_, period_;
   pid_t pid_ = 0;
