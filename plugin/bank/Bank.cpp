@@ -112,7 +112,9 @@ class Lines {
   int number_ = 0;
 };
 
-bool isIgnorable(std::string_view line) { return line.empty() || line.front() == '#'; }
+bool isIgnorable(std::string_view line) {
+  return line.empty() || line.front() == '#';
+}
 
 }  // namespace
 
@@ -151,8 +153,8 @@ std::optional<Bank> parseBank(std::string_view text, std::string_view fallbackNa
   auto finishPatch = [&] {
     if (!patch) return;
     if (!patchValid) {
-      platform::log("Bank {}: patch \"{}\" skipped: it has a value that is not understood",
-                    origin, patch->name);
+      platform::log("Bank {}: patch \"{}\" skipped: it has a value that is not understood", origin,
+                    patch->name);
     } else if (bank.patches.size() >= kMaxPatchesPerBank) {
       tooMany = true;
     } else {

@@ -16,7 +16,9 @@ class ScopedFlushDenormals {
     constexpr unsigned kFlushToZero = 0x8000, kDenormalsAreZero = 0x0040;
     _mm_setcsr(saved_ | kFlushToZero | kDenormalsAreZero);
   }
-  ~ScopedFlushDenormals() { _mm_setcsr(saved_); }
+  ~ScopedFlushDenormals() {
+    _mm_setcsr(saved_);
+  }
 
  private:
   unsigned saved_;

@@ -37,7 +37,9 @@ inline float polyBlamp(float t, float dt) noexcept {
   return 0.0f;
 }
 
-inline float wrapPhase(float t) noexcept { return t >= 1.0f ? t - 1.0f : t; }
+inline float wrapPhase(float t) noexcept {
+  return t >= 1.0f ? t - 1.0f : t;
+}
 
 // One sample of `waveform` at phase t, in -1..1. `width` is the pulse's high fraction.
 inline float oscillatorSample(int waveform, float t, float dt, float width) noexcept {

@@ -63,8 +63,7 @@ enum ParameterIndex : std::size_t {
 enum Waveform { kSaw, kPulse, kTriangle, kSine };
 enum FilterType { kLowPass, kBandPass, kHighPass };
 
-inline constexpr std::array<std::string_view, 4> kWaveformNames{"saw", "pulse", "triangle",
-                                                                "sine"};
+inline constexpr std::array<std::string_view, 4> kWaveformNames{"saw", "pulse", "triangle", "sine"};
 inline constexpr std::array<std::string_view, 4> kFilterTypeNames{"lowpass", "bandpass",
                                                                   "highpass"};
 
@@ -108,7 +107,8 @@ using ParameterValues = std::array<float, kParameterCount>;
 // Every parameter at its default: the sound of a fresh instance before a patch is chosen.
 constexpr ParameterValues defaultParameterValues() {
   ParameterValues values{};
-  for (std::size_t i = 0; i < kParameterCount; ++i) values[i] = kParameters[i].defaultValue;
+  for (std::size_t i = 0; i < kParameterCount; ++i)
+    values[i] = kParameters[i].defaultValue;
   return values;
 }
 

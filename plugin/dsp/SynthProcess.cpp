@@ -33,7 +33,8 @@ void Synth::setParameter(std::size_t index, float value) noexcept {
 }
 
 void Synth::setParameters(const ParameterValues& values) noexcept {
-  for (std::size_t i = 0; i < kParameterCount; ++i) setParameter(i, values[i]);
+  for (std::size_t i = 0; i < kParameterCount; ++i)
+    setParameter(i, values[i]);
 }
 
 Synth::Voice& Synth::voiceForNewNote(int key) noexcept {
@@ -74,7 +75,12 @@ void Synth::noteOn(int key, int velocity) noexcept {
   v.startOrder = ++noteCounter_;
   v.velocity = static_cast<float>(std::min(velocity, 127)) / 127.0f;
   float sensitivity = targets_[kVelocitySensitivity];
-  v.velocityGain = 1.0f - sensitivity + sensitivity * v.velocity * v.velocity;
+  float gain = 1.0f - sensitivity + sensitivity * v.velocity * v.velocity;
+  if (!fresh && gain > 0.0f) {
+    // Rescale the level so the voice's loudness is continuous; the attack then rises from there.
+    v.amp.level = std::min(1.0f, v.amp.level * v.velocityGain / gain);
+  }
+  v.velocityGain = gain;
   if (fresh) {
     v.phase1 = v.phase2 = 0;
     v.state1 = v.state2 = 0;
@@ -162,7 +168,8 @@ void Synth::updateControls(int frames) noexcept {
   // Mixing levels and the output gain move linearly across the period.
   auto ramp = [frames](std::array<float, kControlPeriod>& out, float& previous, float next) {
     float step = (next - previous) / static_cast<float>(frames);
-    for (int i = 0; i < frames; ++i) out[i] = previous + step * static_cast<float>(i + 1);
+    for (int i = 0; i < frames; ++i)
+      out[i] = previous + step * static_cast<float>(i + 1);
     previous = next;
   };
   ramp(c.level1, previousLevel1_, smoothed_[kOsc1Level]);
@@ -199,7 +206,8 @@ void Synth::updateVoice(Voice& v) noexcept {
   v.increment2 = std::min(frequency2 / sampleRate_, kMaxIncrement);
 
   float filterVelocity = smoothed_[kFilterVelocity];
-  float envelopeDepth = smoothed_[kFilterEnvAmount] * (1.0f - filterVelocity + filterVelocity * v.velocity);
+  float envelopeDepth =
+      smoothed_[kFilterEnvAmount] * (1.0f - filterVelocity + filterVelocity * v.velocity);
   float octaves = std::log2(smoothed_[kCutoff]) +
                   smoothed_[kKeyTracking] * static_cast<float>(v.key - 60) / 12.0f +
                   envelopeDepth * v.filter.level + smoothed_[kLfoCutoff] * lfo;

@@ -26,8 +26,7 @@ const void* findFeature(const LV2_Feature* const* features, const char* uri) {
 
 std::unique_ptr<PelmaPlugin> PelmaPlugin::create(double sampleRate, const char* bundlePath,
                                                  const LV2_Feature* const* features) {
-  auto* map = static_cast<LV2_URID_Map*>(
-      const_cast<void*>(findFeature(features, LV2_URID__map)));
+  auto* map = static_cast<LV2_URID_Map*>(const_cast<void*>(findFeature(features, LV2_URID__map)));
   if (!map) {
     platform::log("Pelma: the host does not provide urid:map");
     return nullptr;
@@ -46,8 +45,8 @@ PelmaPlugin::PelmaPlugin(double sampleRate, std::filesystem::path bundle, LV2_UR
                          LV2_Worker_Schedule* worker)
     : synth_(sampleRate), sampleRate_(sampleRate), bundle_(std::move(bundle)), worker_(worker) {
   auto urid = [map](const char* uri) { return map->map(map->handle, uri); };
-  uris_ = {urid(LV2_MIDI__MidiEvent), urid(LV2_ATOM__Object), urid(LV2_ATOM__String),
-           urid(LV2_ATOM__Int),       urid(kRefreshBanksUri), urid(kStateBankUri),
+  uris_ = {urid(LV2_MIDI__MidiEvent), urid(LV2_ATOM__Object),   urid(LV2_ATOM__String),
+           urid(LV2_ATOM__Int),       urid(kRefreshBanksUri),   urid(kStateBankUri),
            urid(kStateProgramUri),    urid(kStateParametersUri)};
   for (std::size_t i = 0; i < kParameterCount; ++i) {
     lastParameterPorts_[i] = kParameters[i].defaultValue;
@@ -74,7 +73,8 @@ std::string PelmaPlugin::bankFolderListing() const {
   }
   std::sort(lines.begin(), lines.end());
   std::string listing = folder.string();
-  for (const auto& line : lines) listing += '\n' + line;
+  for (const auto& line : lines)
+    listing += '\n' + line;
   return listing;
 }
 
@@ -86,7 +86,8 @@ const BankSet* PelmaPlugin::readBanks(bool force) {
   if (auto factory = readBank(bundle_ / kFactoryBankFile)) {
     set->banks.push_back(std::move(*factory));
   }
-  for (auto& bank : readBankFolder(platform::bankFolder())) set->banks.push_back(std::move(bank));
+  for (auto& bank : readBankFolder(platform::bankFolder()))
+    set->banks.push_back(std::move(bank));
   removeDuplicateBanks(set->banks);  // the factory bank's name is taken first
   ownedSets_.push_back(std::move(set));
   return ownedSets_.back().get();
@@ -134,6 +135,8 @@ LV2_State_Status PelmaPlugin::restore(LV2_State_Retrieve_Function retrieve,
   };
 
   std::string bankName = text(uris_.stateBank);
+  std::string parameters = text(uris_.stateParameters);
+  if (bankName.empty() && parameters.empty()) return LV2_STATE_SUCCESS;  // a preset: ports only
   int program = 0;
   auto* programValue = retrieve(handle, uris_.stateProgram, &size, &type, &flags);
   if (programValue && type == uris_.atomInt && size == sizeof(std::int32_t)) {
@@ -150,7 +153,7 @@ LV2_State_Status PelmaPlugin::restore(LV2_State_Retrieve_Function retrieve,
     platform::log("Pelma: the saved bank \"{}\" is not installed; its sound is kept", bankName);
   }
   // The saved values hold the sound exactly, also when controls were moved after the choice.
-  if (auto values = parseParameterValues(text(uris_.stateParameters))) {
+  if (auto values = parseParameterValues(parameters); values && !parameters.empty()) {
     synth_.setParameters(*values);
   } else {
     selectPatch(bank_, program_);
@@ -160,7 +163,9 @@ LV2_State_Status PelmaPlugin::restore(LV2_State_Retrieve_Function retrieve,
   return LV2_STATE_SUCCESS;
 }
 
-void PelmaPlugin::activate() noexcept { synth_.allSoundOff(); }
+void PelmaPlugin::activate() noexcept {
+  synth_.allSoundOff();
+}
 
 }  // namespace pelma
 
@@ -170,17 +175,27 @@ namespace {
 
 using pelma::PelmaPlugin;
 
-PelmaPlugin* self(LV2_Handle handle) { return static_cast<PelmaPlugin*>(handle); }
+PelmaPlugin* self(LV2_Handle handle) {
+  return static_cast<PelmaPlugin*>(handle);
+}
 
 LV2_Handle instantiate(const LV2_Descriptor*, double rate, const char* bundle,
                        const LV2_Feature* const* features) {
   return PelmaPlugin::create(rate, bundle, features).release();
 }
 
-void connectPort(LV2_Handle h, uint32_t port, void* data) { self(h)->connectPort(port, data); }
-void activate(LV2_Handle h) { self(h)->activate(); }
-void run(LV2_Handle h, uint32_t frames) { self(h)->run(frames); }
-void cleanup(LV2_Handle h) { delete self(h); }
+void connectPort(LV2_Handle h, uint32_t port, void* data) {
+  self(h)->connectPort(port, data);
+}
+void activate(LV2_Handle h) {
+  self(h)->activate();
+}
+void run(LV2_Handle h, uint32_t frames) {
+  self(h)->run(frames);
+}
+void cleanup(LV2_Handle h) {
+  delete self(h);
+}
 
 LV2_Worker_Status work(LV2_Handle h, LV2_Worker_Respond_Function respond,
                        LV2_Worker_Respond_Handle handle, uint32_t size, const void* data) {
@@ -206,7 +221,7 @@ const void* extensionData(const char* uri) {
   return nullptr;
 }
 
-const LV2_Descriptor descriptor{pelma::kPluginUri, instantiate, connectPort, activate, run,
+const LV2_Descriptor descriptor{pelma::kPluginUri, instantiate, connectPort,  activate, run,
                                 nullptr,           cleanup,     extensionData};
 
 }  // namespace

@@ -185,7 +185,8 @@ void PelmaPlugin::run(std::uint32_t frames) noexcept {
   std::uint32_t done = 0;
   if (control_) {
     LV2_ATOM_SEQUENCE_FOREACH(control_, event) {
-      auto at = static_cast<std::uint32_t>(std::clamp<std::int64_t>(event->time.frames, done, frames));
+      auto at =
+          static_cast<std::uint32_t>(std::clamp<std::int64_t>(event->time.frames, done, frames));
       synth_.render(left_ + done, right_ + done, at - done);
       done = at;
       if (event->body.type == uris_.midiEvent) {

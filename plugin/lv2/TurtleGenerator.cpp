@@ -78,7 +78,9 @@ const char* unitUri(Unit unit) {
 }
 
 // A Turtle decimal literal.
-std::string number(float value) { return fmt::format("{:.6f}", value); }
+std::string number(float value) {
+  return fmt::format("{:.6f}", value);
+}
 
 std::string turtleString(std::string_view text) {
   std::string out = "\"";
@@ -124,12 +126,14 @@ std::string pluginTurtle() {
     ttl += fmt::format("<{}#{}>\n  a pg:Group ;\n  lv2:symbol \"{}\" ;\n  rdfs:label \"{}\" .\n\n",
                        kPluginUri, info.symbol, info.symbol, info.label);
   }
-  ttl += fmt::format("<{}#sound>\n  a pg:Group ;\n  lv2:symbol \"sound\" ;\n"
-                     "  rdfs:label \"Bank and patch\" .\n\n",
-                     kPluginUri);
-  ttl += fmt::format("<{}#out>\n  a pg:OutputGroup , pg:StereoGroup ;\n  lv2:symbol \"out\" ;\n"
-                     "  rdfs:label \"Output\" .\n\n",
-                     kPluginUri);
+  ttl += fmt::format(
+      "<{}#sound>\n  a pg:Group ;\n  lv2:symbol \"sound\" ;\n"
+      "  rdfs:label \"Bank and patch\" .\n\n",
+      kPluginUri);
+  ttl += fmt::format(
+      "<{}#out>\n  a pg:OutputGroup , pg:StereoGroup ;\n  lv2:symbol \"out\" ;\n"
+      "  rdfs:label \"Output\" .\n\n",
+      kPluginUri);
   ttl += fmt::format(
       "<{}>\n  a lv2:Plugin , lv2:InstrumentPlugin ;\n  doap:name \"Pelma\" ;\n"
       "  rdfs:comment \"A 16-voice subtractive synthesizer with sound banks.\" ;\n"
@@ -149,21 +153,29 @@ std::string pluginTurtle() {
         "    lv2:name \"{}\" ;\n    pg:group <{}#out> ;\n    lv2:designation pg:{} ;\n  ] ,\n",
         index, symbol, name, kPluginUri, side);
   }
-  for (std::size_t i = 0; i < kParameterCount; ++i) ttl += parameterPort(i) + " ,\n";
-  ttl += controlPort(kBankPort, "bank", "Bank", "sound", 0, 127, 0, "\n    lv2:portProperty lv2:integer ;") + " ,\n";
-  ttl += controlPort(kProgramPort, "program", "Patch", "sound", 0, 127, 0, "\n    lv2:portProperty lv2:integer ;") + " .\n";
+  for (std::size_t i = 0; i < kParameterCount; ++i)
+    ttl += parameterPort(i) + " ,\n";
+  ttl += controlPort(kBankPort, "bank", "Bank", "sound", 0, 127, 0,
+                     "\n    lv2:portProperty lv2:integer ;") +
+         " ,\n";
+  ttl += controlPort(kProgramPort, "program", "Patch", "sound", 0, 127, 0,
+                     "\n    lv2:portProperty lv2:integer ;") +
+         " .\n";
   return ttl;
 }
 
-std::string presetUri(std::size_t number) { return fmt::format("{}#preset-{}", kPluginUri, number); }
+std::string presetUri(std::size_t number) {
+  return fmt::format("{}#preset-{}", kPluginUri, number);
+}
 
 std::string presetsTurtle(const Bank& factory) {
   std::string ttl = kPrefixes;
   for (std::size_t n = 0; n < factory.patches.size(); ++n) {
     const Patch& patch = factory.patches[n];
-    ttl += fmt::format("<{}>\n  a pset:Preset ;\n  lv2:appliesTo <{}> ;\n  rdfs:label {} ;\n"
-                       "  lv2:port\n",
-                       presetUri(n + 1), kPluginUri, turtleString(patch.name));
+    ttl += fmt::format(
+        "<{}>\n  a pset:Preset ;\n  lv2:appliesTo <{}> ;\n  rdfs:label {} ;\n"
+        "  lv2:port\n",
+        presetUri(n + 1), kPluginUri, turtleString(patch.name));
     for (std::size_t i = 0; i < kParameterCount; ++i) {
       ttl += fmt::format("    [ lv2:symbol \"{}\" ; pset:value {} ] ,\n", kParameters[i].symbol,
                          number(patch.values[i]));

@@ -56,7 +56,8 @@ std::optional<std::filesystem::path> localPath(std::string_view url) {
   auto decoded = percentDecoded(rest);
   if (!decoded) return std::nullopt;
   std::filesystem::path path(*decoded);
-  while (!path.has_filename() && path.has_relative_path()) path = path.parent_path();
+  while (!path.has_filename() && path.has_relative_path())
+    path = path.parent_path();
   return path;
 }
 
@@ -90,9 +91,10 @@ KRBankManager& KRBankManager::sharedInstance() {
 void KRBankManager::refresh() {
   banks_.clear();
   for (auto& bank : pelma::readBankFolder(platform::bankFolder())) {
-    KRInstalledBank installed{std::move(bank.name), std::move(bank.version), {},
-                              std::move(bank.location)};
-    for (auto& patch : bank.patches) installed.patchNames.push_back(std::move(patch.name));
+    KRInstalledBank installed{
+        std::move(bank.name), std::move(bank.version), {}, std::move(bank.location)};
+    for (auto& patch : bank.patches)
+      installed.patchNames.push_back(std::move(patch.name));
     banks_.push_back(std::move(installed));
   }
 }
