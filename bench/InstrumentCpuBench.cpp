@@ -42,7 +42,8 @@ std::vector<std::vector<std::uint8_t>> chords() {
       {43, 50, 55, 59, 62, 65, 71, 74},
   };
   std::vector<std::vector<std::uint8_t>> result;
-  for (int i = 0; i < static_cast<int>(kSeconds / kChordSeconds); ++i) result.push_back(shapes[i % 4]);
+  for (int i = 0; i < static_cast<int>(kSeconds / kChordSeconds); ++i)
+    result.push_back(shapes[i % 4]);
   return result;
 }
 
@@ -55,9 +56,11 @@ Result measure(const std::string& name, const std::string& uri) {
   const auto progression = chords();
   for (const auto& chord : progression) {
     if (previous) {
-      for (auto key : *previous) synth.midi({0x80, key, 64});
+      for (auto key : *previous)
+        synth.midi({0x80, key, 64});
     }
-    for (auto key : chord) synth.midi({0x90, key, 100});
+    for (auto key : chord)
+      synth.midi({0x90, key, 100});
     synth.render(static_cast<std::uint32_t>(kChordSeconds * kRate), kBlock);
     previous = &chord;
   }
@@ -85,8 +88,8 @@ int main() {
   }
   if (results.empty() || results[0].name != "Pelma") return 1;
   std::printf("%.0f s of 8-note chords at %.0f Hz, %u-frame blocks\n", kSeconds, kRate, kBlock);
-  std::printf("%-10s %12s %14s %14s %10s\n", "instrument", "CPU (s)", "x real time", "ratio to Pelma",
-              "RMS");
+  std::printf("%-10s %12s %14s %14s %10s\n", "instrument", "CPU (s)", "x real time",
+              "ratio to Pelma", "RMS");
   for (const Result& r : results) {
     std::printf("%-10s %12.3f %14.1f %14.2f %10.4f\n", r.name.c_str(), r.cpuSeconds,
                 kSeconds / r.cpuSeconds, r.cpuSeconds / results[0].cpuSeconds, r.rms);

@@ -47,8 +47,9 @@ inline float oscillatorSample(int waveform, float t, float dt, float width) noex
     case kSaw:
       return 2.0f * t - 1.0f - polyBlep(t, dt);
     case kPulse:
+      // Less the pulse's mean (2 width - 1), so narrow pulses carry no DC offset.
       return (t < width ? 1.0f : -1.0f) + polyBlep(t, dt) -
-             polyBlep(wrapPhase(t + 1.0f - width), dt);
+             polyBlep(wrapPhase(t + 1.0f - width), dt) - (2.0f * width - 1.0f);
     case kTriangle:
       // Peak at phase 0, valley at 0.5: the slope turns by -8 and +8 per cycle there.
       return 2.0f * std::fabs(2.0f * t - 1.0f) - 1.0f +

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -112,8 +113,10 @@ std::string parameterPort(std::size_t i) {
     extra += "\n    lv2:portProperty lv2:enumeration ;";
     for (std::size_t c = 0; c < p.choices.size(); ++c) {
       if (p.choices[c].empty()) continue;
+      std::string label(p.choices[c]);  // "lowpass" in bank files, "Lowpass" in editors
+      label[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(label[0])));
       extra += fmt::format("\n    lv2:scalePoint [ rdfs:label {} ; rdf:value {} ] ;",
-                           turtleString(p.choices[c]), number(static_cast<float>(c)));
+                           turtleString(label), number(static_cast<float>(c)));
     }
   }
   return controlPort(kFirstParameterPort + static_cast<std::uint32_t>(i), p.symbol, p.name,

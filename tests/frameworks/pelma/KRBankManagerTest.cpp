@@ -59,11 +59,13 @@ TEST_F(KRBankManagerTest, AddsFileAndFolderBanksFromFileAndPelmaUrls) {
   EXPECT_TRUE(registry_.containsBankWithName("Set"));
   EXPECT_TRUE(registry_.containsBankWithName("Third"));
   EXPECT_TRUE(std::filesystem::is_regular_file(installed_.path() / "My Bank.plb"));
-  EXPECT_TRUE(std::filesystem::is_regular_file(installed_.path() / "set.plb" / "art" / "cover.txt"));
+  EXPECT_TRUE(
+      std::filesystem::is_regular_file(installed_.path() / "set.plb" / "art" / "cover.txt"));
   EXPECT_TRUE(std::filesystem::exists(file));  // copied, not moved
   // Nothing half-copied is left behind.
   std::size_t entries = 0;
-  for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator(installed_.path())) ++entries;
+  for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator(installed_.path()))
+    ++entries;
   EXPECT_EQ(entries, 3u);
 }
 

@@ -13,7 +13,8 @@ std::string bankText(const std::string& name, const std::string& patch = "P") {
 
 std::vector<std::string> names(const std::vector<Bank>& banks) {
   std::vector<std::string> result;
-  for (const auto& bank : banks) result.push_back(bank.name);
+  for (const auto& bank : banks)
+    result.push_back(bank.name);
   return result;
 }
 

@@ -45,8 +45,8 @@ TEST(BankTest, RoundTripKeepsEveryValue) {
     for (std::size_t i = 0; i < kParameterCount; ++i) {
       const Parameter& parameter = kParameters[i];
       float fraction = static_cast<float>((p * 7 + static_cast<int>(i) * 3) % 11) / 10.0f;
-      patch.values[i] = clampParameter(
-          i, parameter.minimum + (parameter.maximum - parameter.minimum) * fraction);
+      patch.values[i] =
+          clampParameter(i, parameter.minimum + (parameter.maximum - parameter.minimum) * fraction);
     }
     bank.patches.push_back(patch);
   }
@@ -86,8 +86,8 @@ TEST(BankTest, PatchWithBadValueIsSkippedWithOneLine) {
   EXPECT_EQ(bank->patches[0].name, "good");
   EXPECT_EQ(bank->patches[1].name, "also good");
   EXPECT_EQ(log.lines().size(), 2u);
-  EXPECT_TRUE(log.contains(
-      "Bank bad.plb: patch \"bad\" skipped: it has a value that is not understood"));
+  EXPECT_TRUE(
+      log.contains("Bank bad.plb: patch \"bad\" skipped: it has a value that is not understood"));
 }
 
 TEST(BankTest, MalformedTruncatedAndNewerBanksAreSkippedWithOneLine) {
@@ -102,7 +102,8 @@ TEST(BankTest, MalformedTruncatedAndNewerBanksAreSkippedWithOneLine) {
       {"pelma-bank 2\nend\n", "Bank b skipped: format 2 needs a newer Pelma"},
       {"pelma-bank 1\n[a]\ncutoff 300\nend\n", "Bank b skipped: line 3 is not understood"},
       {"pelma-bank 1\n[  ]\nend\n", "Bank b skipped: line 2 is not understood"},
-      {"pelma-bank 1\nname = x\n[a]\ncutoff = 300\n", "Bank b skipped: it is truncated (no \"end\" line)"},
+      {"pelma-bank 1\nname = x\n[a]\ncutoff = 300\n",
+       "Bank b skipped: it is truncated (no \"end\" line)"},
       {"pelma-bank 1\nend\n", "Bank b skipped: it has no name"},
   };
   for (const Case& c : cases) {
@@ -134,7 +135,8 @@ TEST(BankTest, CarriageReturnsAndMissingNameAreAccepted) {
 
 TEST(BankTest, PatchesBeyondWhatProgramChangeReachesAreDropped) {
   std::string text = "pelma-bank 1\n";
-  for (int i = 0; i < 130; ++i) text += "[p" + std::to_string(i) + "]\n";
+  for (int i = 0; i < 130; ++i)
+    text += "[p" + std::to_string(i) + "]\n";
   text += "end\n";
   platform::LogCapture log;
   auto bank = parseBank(text, "many", "many");

@@ -32,14 +32,16 @@ double rms(const std::vector<float>& samples, std::size_t from, std::size_t to) 
   to = endOf(samples, to);
   if (to <= from) return 0;
   double sum = 0;
-  for (std::size_t i = from; i < to; ++i) sum += static_cast<double>(samples[i]) * samples[i];
+  for (std::size_t i = from; i < to; ++i)
+    sum += static_cast<double>(samples[i]) * samples[i];
   return std::sqrt(sum / static_cast<double>(to - from));
 }
 
 float peak(const std::vector<float>& samples, std::size_t from, std::size_t to) {
   to = endOf(samples, to);
   float result = 0;
-  for (std::size_t i = from; i < to; ++i) result = std::max(result, std::fabs(samples[i]));
+  for (std::size_t i = from; i < to; ++i)
+    result = std::max(result, std::fabs(samples[i]));
   return result;
 }
 
@@ -58,11 +60,12 @@ std::size_t nonFiniteCount(const std::vector<float>& samples) {
 }
 
 std::size_t denormalCount(const std::vector<float>& samples) {
-  return static_cast<std::size_t>(std::count_if(samples.begin(), samples.end(), [](float s) {
-    return std::fpclassify(s) == FP_SUBNORMAL;
-  }));
+  return static_cast<std::size_t>(std::count_if(
+      samples.begin(), samples.end(), [](float s) { return std::fpclassify(s) == FP_SUBNORMAL; }));
 }
 
-double cents(double a, double b) { return 1200.0 * std::log2(a / b); }
+double cents(double a, double b) {
+  return 1200.0 * std::log2(a / b);
+}
 
 }  // namespace audio

@@ -104,11 +104,10 @@ struct Lv2Instrument::Impl {
   std::vector<std::vector<std::uint8_t>> workRequests, workResponses;
 
   float sampleRateOption;
-  std::int32_t minBlock = 1, maxBlockOption, nominalBlock = 256,
-               sequenceSize = kAtomBufferSize;
+  std::int32_t minBlock = 1, maxBlockOption, nominalBlock = 256, sequenceSize = kAtomBufferSize;
   std::vector<LV2_Options_Option> options;
-  LV2_Worker_Schedule schedule{this, [](LV2_Worker_Schedule_Handle h, uint32_t size,
-                                        const void* data) {
+  LV2_Worker_Schedule schedule{this,
+                               [](LV2_Worker_Schedule_Handle h, uint32_t size, const void* data) {
                                  auto* self = static_cast<Impl*>(h);
                                  auto* bytes = static_cast<const std::uint8_t*>(data);
                                  self->workRequests.emplace_back(bytes, bytes + size);
@@ -179,7 +178,8 @@ struct Lv2Instrument::Impl {
     for (Port& port : ports) {
       if (port.kind != Kind::AtomOut) continue;
       auto* atom = reinterpret_cast<LV2_Atom*>(port.atom.data());
-      atom->size = static_cast<uint32_t>(port.atom.size() * sizeof(std::uint64_t) - sizeof(LV2_Atom));
+      atom->size =
+          static_cast<uint32_t>(port.atom.size() * sizeof(std::uint64_t) - sizeof(LV2_Atom));
       atom->type = urid(LV2_ATOM__Chunk);
     }
   }
@@ -204,8 +204,7 @@ Lv2Instrument::Lv2Instrument(const std::string& uri, double sampleRate, std::uin
   m.sampleRateOption = static_cast<float>(sampleRate);
   m.maxBlockOption = static_cast<std::int32_t>(maxBlock);
   auto option = [&](const char* key, const char* type, const void* value, uint32_t size) {
-    m.options.push_back(
-        {LV2_OPTIONS_INSTANCE, 0, m.urid(key), size, m.urid(type), value});
+    m.options.push_back({LV2_OPTIONS_INSTANCE, 0, m.urid(key), size, m.urid(type), value});
   };
   option(LV2_PARAMETERS__sampleRate, LV2_ATOM__Float, &m.sampleRateOption, sizeof(float));
   option(LV2_BUF_SIZE__minBlockLength, LV2_ATOM__Int, &m.minBlock, sizeof(std::int32_t));
@@ -214,8 +213,9 @@ Lv2Instrument::Lv2Instrument(const std::string& uri, double sampleRate, std::uin
   option(LV2_BUF_SIZE__sequenceSize, LV2_ATOM__Int, &m.sequenceSize, sizeof(std::int32_t));
   m.options.push_back({LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr});
   m.optionsFeature.data = m.options.data();
-  m.features = {&m.mapFeature,     &m.unmapFeature,   &m.scheduleFeature, &m.logFeature,
-                &m.optionsFeature, &m.boundedFeature, nullptr};
+  m.features = {&m.mapFeature, &m.unmapFeature,   &m.scheduleFeature,
+                &m.logFeature, &m.optionsFeature, &m.boundedFeature,
+                nullptr};
 
   m.instance = lilv_plugin_instantiate(m.plugin, sampleRate, m.features.data());
   if (!m.instance) throw std::runtime_error("LV2 plug-in did not instantiate: " + uri);
@@ -239,7 +239,8 @@ Lv2Instrument::Lv2Instrument(const std::string& uri, double sampleRate, std::uin
     void* location = nullptr;
     if (lilv_port_is_a(m.plugin, port, control)) {
       p.kind = isInput ? Impl::Kind::ControlIn : Impl::Kind::ControlOut;
-      p.value = !std::isnan(defaults[i]) ? defaults[i] : (!std::isnan(minimums[i]) ? minimums[i] : 0);
+      p.value =
+          !std::isnan(defaults[i]) ? defaults[i] : (!std::isnan(minimums[i]) ? minimums[i] : 0);
       location = &p.value;
     } else if (lilv_port_is_a(m.plugin, port, audio) || lilv_port_is_a(m.plugin, port, cv)) {
       p.kind = isInput ? Impl::Kind::AudioIn : Impl::Kind::AudioOut;
@@ -260,7 +261,8 @@ Lv2Instrument::Lv2Instrument(const std::string& uri, double sampleRate, std::uin
     }
     lilv_instance_connect_port(m.instance, i, location);
   }
-  for (LilvNode* node : {audio, control, atom, cv, input}) lilv_node_free(node);
+  for (LilvNode* node : {audio, control, atom, cv, input})
+    lilv_node_free(node);
   if (m.rightPort < 0) m.rightPort = m.leftPort;
   m.writeEvents();
   lilv_instance_activate(m.instance);
@@ -342,8 +344,7 @@ std::string Lv2Instrument::saveState() {
 
 namespace {
 
-void setPortValue(const char* symbol, void* self, const void* value, uint32_t size,
-                  uint32_t type) {
+void setPortValue(const char* symbol, void* self, const void* value, uint32_t size, uint32_t type) {
   auto* impl = static_cast<Lv2Instrument*>(self);
   if (size == sizeof(float) && type == uridMap().map(LV2_ATOM__Float)) {
     float v;

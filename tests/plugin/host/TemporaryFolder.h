@@ -26,7 +26,8 @@ class TemporaryFolder {
   const std::filesystem::path& path() const { return path_; }
 
   // Writes a file (creating folders on the way) and returns its path.
-  std::filesystem::path write(const std::filesystem::path& relative, const std::string& text) const {
+  std::filesystem::path write(const std::filesystem::path& relative,
+                              const std::string& text) const {
     auto file = path_ / relative;
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << text;

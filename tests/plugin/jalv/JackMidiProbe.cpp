@@ -46,7 +46,8 @@ int process(jack_nframes_t frames, void* arg) {
   }
   auto* input = static_cast<const float*>(jack_port_get_buffer(probe->audioIn, frames));
   std::size_t n = std::min<std::size_t>(frames, probe->recording.size() - at);
-  for (std::size_t i = 0; i < n; ++i) probe->recording[at + i] = input[i];
+  for (std::size_t i = 0; i < n; ++i)
+    probe->recording[at + i] = input[i];
   probe->recorded.store(at + n, std::memory_order_release);
   return 0;
 }
@@ -80,7 +81,8 @@ int main(int argc, char** argv) {
   Probe probe;
   probe.recording.assign(static_cast<std::size_t>(2 * rate), 0.0f);
   probe.noteOffAt = static_cast<std::size_t>(rate);
-  probe.midiOut = jack_port_register(client, "midi_out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
+  probe.midiOut =
+      jack_port_register(client, "midi_out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
   probe.audioIn = jack_port_register(client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
 
   std::string control = target + ":control", left = target + ":out_left";
@@ -110,9 +112,10 @@ int main(int argc, char** argv) {
   double level = audio::rms(note);
   double pitch = audio::frequency(note, rate);
   double tail = audio::rms(probe.recording, held + held / 2, probe.recording.size());
-  std::printf("recorded %zu frames at %.0f Hz: note RMS %.4f, pitch %.3f Hz (%+.3f cents from 440), "
-              "RMS after release %.6f\n",
-              probe.recorded.load(), rate, level, pitch, pitch > 0 ? audio::cents(pitch, 440) : 0.0, tail);
+  std::printf(
+      "recorded %zu frames at %.0f Hz: note RMS %.4f, pitch %.3f Hz (%+.3f cents from 440), "
+      "RMS after release %.6f\n",
+      probe.recorded.load(), rate, level, pitch, pitch > 0 ? audio::cents(pitch, 440) : 0.0, tail);
   bool ok = level > 0.01 && pitch > 0 && std::fabs(audio::cents(pitch, 440)) < 50 && tail < 1e-4;
   return ok ? 0 : 1;
 }

@@ -22,8 +22,8 @@ class PelmaBanksTest : public ::testing::Test {
     return std::make_unique<Lv2Instrument>(pelma::kPluginUri, 48000);
   }
   void writeBank(const std::string& entry, const std::string& name, int cutoff) {
-    banks_.write(entry, fmt::format("pelma-bank 1\nname = {}\n[Only]\ncutoff = {}\nend\n", name,
-                                    cutoff));
+    banks_.write(entry,
+                 fmt::format("pelma-bank 1\nname = {}\n[Only]\ncutoff = {}\nend\n", name, cutoff));
   }
   // The state after one more block, so the latest choice is in it.
   static std::string stateAfterBlock(Lv2Instrument& synth) {
@@ -146,7 +146,8 @@ TEST_F(PelmaBanksTest, EveryFactoryPatchIsAnLv2Preset) {
   auto synth = make();
   for (const auto& patch : factory->patches) {
     ASSERT_TRUE(synth->loadPreset(patch.name)) << patch.name;
-    EXPECT_THAT(stateAfterBlock(*synth), HasSubstr(fmt::format("cutoff = {}\n", patch.values[pelma::kCutoff])))
+    EXPECT_THAT(stateAfterBlock(*synth),
+                HasSubstr(fmt::format("cutoff = {}\n", patch.values[pelma::kCutoff])))
         << patch.name;
   }
   EXPECT_FALSE(synth->loadPreset("No such preset"));

@@ -90,11 +90,12 @@ TEST_F(PelmaSoundTest, Velocity128PlaysLike127AtFullLevel) {
 TEST_F(PelmaSoundTest, AllSoundOffSilencesWithinTheBlock) {
   for (std::uint8_t status : {0xB0, 0xB5}) {
     auto synth = make();
-    for (std::uint8_t key : {48, 55, 60, 64}) synth->midi({0x90, key, 110});
+    for (std::uint8_t key : {48, 55, 60, 64})
+      synth->midi({0x90, key, 110});
     synth->render(seconds(0.3));
     synth->midi({status, 120, 0});
     auto block = synth->renderLeft(256);
-    EXPECT_GT(audio::peak(block, 0, 8), 0.0f);        // a short fade, not a click
+    EXPECT_GT(audio::peak(block, 0, 8), 0.0f);  // a short fade, not a click
     EXPECT_EQ(audio::peak(block, 32, 256), 0.0f) << int(status);
     EXPECT_EQ(audio::peak(synth->renderLeft(256)), 0.0f);
   }
@@ -158,7 +159,8 @@ TEST_F(PelmaSoundTest, SeventeenthNoteStealsAVoiceWithoutClickOrStuckNote) {
             1.5f * usual);
   EXPECT_GT(audio::rms(after), 0.5 * audio::rms(before));
 
-  for (std::uint8_t key = 47; key < 64; ++key) synth->midi({0x80, key, 64});
+  for (std::uint8_t key = 47; key < 64; ++key)
+    synth->midi({0x80, key, 64});
   synth->render(seconds(0.5));
   EXPECT_EQ(audio::peak(synth->renderLeft(seconds(0.2))), 0.0f);
 }
@@ -193,7 +195,8 @@ TEST_F(PelmaSoundTest, ExtremeSettingsAndLongSilenceStayFiniteAndDenormalFree) {
   synth->setControl("osc2_semitones", 24);
   for (int type = 0; type < 3; ++type) {
     synth->setControl("filter_type", static_cast<float>(type));
-    for (std::uint8_t key : {0, 21, 60, 108, 127}) synth->midi({0x90, key, 128});
+    for (std::uint8_t key : {0, 21, 60, 108, 127})
+      synth->midi({0x90, key, 128});
     synth->midi({0xE0, 0x00, 0x80});
     synth->render(seconds(0.3));
     synth->midi({0xE0, 0x00, 0x00});
@@ -218,7 +221,8 @@ TEST_F(PelmaSoundTest, IdenticalInputGivesIdenticalOutput) {
     synth->setControl("noise_level", 0.4f);
     synth->setControl("lfo_cutoff", 1);
     synth->midi({0xB0, 1, 90});
-    for (std::uint8_t key : {60, 64, 67, 71}) synth->midi({0x90, key, 100});
+    for (std::uint8_t key : {60, 64, 67, 71})
+      synth->midi({0x90, key, 100});
     synth->render(seconds(0.4), 100);
     synth->midi({0xE0, 0x10, 0x50});
     synth->setControl("cutoff", 900);
