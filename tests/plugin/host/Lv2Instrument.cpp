@@ -300,7 +300,9 @@ void Lv2Instrument::render(std::uint32_t frames, std::uint32_t block) {
     std::uint32_t n = std::min(block, frames);
     m.writeEvents();
     m.resetAtomOutputs();
+    if (beforeRun) beforeRun();
     lilv_instance_run(m.instance, n);
+    if (afterRun) afterRun();
     m.runWorker();
     auto& l = m.ports[static_cast<std::size_t>(m.leftPort)].audio;
     auto& r = m.ports[static_cast<std::size_t>(m.rightPort)].audio;

@@ -46,6 +46,10 @@ class Lv2Instrument {
 
   double sampleRate() const { return sampleRate_; }
 
+  // Called right before and after each run() of the plug-in, e.g. to count allocations in it.
+  static inline void (*beforeRun)() = nullptr;
+  static inline void (*afterRun)() = nullptr;
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
