@@ -65,8 +65,8 @@ std::string PelmaPlugin::bankFolderListing() const {
        it.increment(error)) {
     std::string name = it->path().filename().string();
     if (!isBankEntryName(name)) continue;
-    auto file = it->is_directory(error) ? it->path() / kFolderBankFile : it->path();
     std::error_code ignored;
+    auto file = it->is_directory(ignored) ? it->path() / kFolderBankFile : it->path();
     auto size = std::filesystem::file_size(file, ignored);
     auto time = std::filesystem::last_write_time(file, ignored).time_since_epoch().count();
     lines.push_back(name + '\t' + std::to_string(size) + '\t' + std::to_string(time));
