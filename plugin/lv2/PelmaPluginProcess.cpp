@@ -14,8 +14,7 @@ namespace pelma {
 namespace {
 
 int roundedPortValue(float value) noexcept {
-  return std::isfinite(value) ? static_cast<int>(std::lround(std::clamp(value, 0.0f, 16383.0f)))
-                              : 0;
+  return static_cast<int>(std::lround(std::clamp(value, 0.0f, 16383.0f)));
 }
 
 }  // namespace
@@ -65,7 +64,8 @@ void PelmaPlugin::applyPortChanges() noexcept {
   }
   float bankValue = bankPort_ ? *bankPort_ : lastBankPort_;
   float programValue = programPort_ ? *programPort_ : lastProgramPort_;
-  if (bankValue != lastBankPort_ || programValue != lastProgramPort_) {
+  bool finite = std::isfinite(bankValue) && std::isfinite(programValue);
+  if (finite && (bankValue != lastBankPort_ || programValue != lastProgramPort_)) {
     lastBankPort_ = bankValue;
     lastProgramPort_ = programValue;
     selectPatch(roundedPortValue(bankValue), roundedPortValue(programValue));

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <memory>
 
 #include "../host/Lv2Instrument.h"
@@ -107,6 +108,11 @@ TEST_F(PelmaBanksTest, PortsChooseThePatchAndMovedControlsOverrideIt) {
   auto state = stateAfterBlock(*synth);
   EXPECT_THAT(state, HasSubstr("cutoff = 1234\n"));
   EXPECT_THAT(state, HasSubstr("resonance = 0.35\n"));  // the rest of Round Bass stays
+  synth->setControl("program", NAN);                    // a broken port value chooses nothing
+  synth->render(1024);
+  state = stateAfterBlock(*synth);
+  EXPECT_THAT(state, HasSubstr("cutoff = 1234\n"));
+  EXPECT_THAT(state, HasSubstr("resonance = 0.35\n"));
 }
 
 TEST_F(PelmaBanksTest, StateRestoresChoiceAndSoundInAnotherInstance) {

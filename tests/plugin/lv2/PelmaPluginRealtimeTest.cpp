@@ -24,8 +24,12 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 // Not inlined: the compiler would otherwise pair its own idea of new with this free().
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p) noexcept {
+  std::free(p);
+}
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
+}
 
 namespace {
 
@@ -36,7 +40,8 @@ TEST(PelmaRealtimeTest, RunNeverAllocates) {
   Lv2Instrument::beforeRun = [] { counting = true; };
   Lv2Instrument::afterRun = [] { counting = false; };
 
-  for (std::uint8_t key = 40; key < 60; ++key) synth.midi({0x90, key, 128});
+  for (std::uint8_t key = 40; key < 60; ++key)
+    synth.midi({0x90, key, 128});
   synth.render(4800);
   synth.midi({0xE0, 0x00, 0x80});
   synth.midi({0xB0, 1, 127});
