@@ -6,7 +6,9 @@ set -euo pipefail
 build="$1"
 probe="$2"
 work="$(mktemp -d)"
-server="pelma-jalv-check"  # one name: JACK keeps only a few server slots
+# One name per build folder: JACK keeps only eight server slots, and a slot left by a killed
+# server is reused only by a server of the same name. Two checkouts never share a server.
+server="pelma-jalv-$(printf '%s' "$build" | md5sum | cut -c1-8)"
 export JACK_DEFAULT_SERVER="$server" JACK_NO_START_SERVER=1
 export LV2_PATH="$build/lv2:/usr/lib/lv2" PELMA_BANKS_DIR="$work/banks"
 
