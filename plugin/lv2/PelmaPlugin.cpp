@@ -79,6 +79,7 @@ std::string PelmaPlugin::bankFolderListing() const {
 }
 
 const BankSet* PelmaPlugin::readBanks(bool force) {
+  std::lock_guard lock(readMutex_);
   std::string listing = bankFolderListing();
   if (!force && listing == lastListing_) return nullptr;
   lastListing_ = std::move(listing);

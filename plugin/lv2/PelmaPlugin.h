@@ -19,6 +19,7 @@
 #include <atomic>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -92,9 +93,11 @@ class PelmaPlugin {
   float lastBankPort_ = 0, lastProgramPort_ = 0;
   bool resyncPorts_ = false;
 
-  // Bank sets: written by the worker and by instantiation/restore, read by the audio thread.
+  // Bank sets: made by the worker and by instantiation/restore (which may overlap, hence the
+  // mutex; the audio thread never takes it), read by the audio thread through banks_.
+  std::mutex readMutex_;
   std::vector<std::unique_ptr<BankSet>> ownedSets_;
-  std::string lastListing_;  // worker's view of the folder
+  std::string lastListing_;  // the folder as last read
   std::atomic<const BankSet*> banks_{nullptr};
 
   // Audio thread: the choice and MIDI bank select.
