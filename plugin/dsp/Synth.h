@@ -71,6 +71,7 @@ class Synth {
   // Control values shared by all voices for one control period.
   struct Controls {
     std::array<float, kControlPeriod> level1, level2, noise, gain;
+    bool osc2On = false, noiseOn = false;  // silent sources are skipped
     float width1 = 0.5f, width2 = 0.5f;
     float damping = 2;  // k = 1/Q of the filter
     int wave1 = kSaw, wave2 = kSaw, filterType = kLowPass;

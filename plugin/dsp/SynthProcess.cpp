@@ -172,6 +172,8 @@ void Synth::updateControls(int frames) noexcept {
       out[i] = previous + step * static_cast<float>(i + 1);
     previous = next;
   };
+  c.osc2On = previousLevel2_ != 0.0f || smoothed_[kOsc2Level] != 0.0f;
+  c.noiseOn = previousNoise_ != 0.0f || smoothed_[kNoiseLevel] != 0.0f;
   ramp(c.level1, previousLevel1_, smoothed_[kOsc1Level]);
   ramp(c.level2, previousLevel2_, smoothed_[kOsc2Level]);
   ramp(c.noise, previousNoise_, smoothed_[kNoiseLevel]);
@@ -220,9 +222,11 @@ void Synth::renderVoice(Voice& v, float* mix, int frames) noexcept {
   const float k = c.damping;
   float g = v.filterCoefficient;
   for (int i = 0; i < frames; ++i) {
-    float source = c.level1[i] * oscillatorSample(c.wave1, v.phase1, v.increment1, c.width1) +
-                   c.level2[i] * oscillatorSample(c.wave2, v.phase2, v.increment2, c.width2) +
-                   c.noise[i] * noiseSample(v.noise);
+    float source = c.level1[i] * oscillatorSample(c.wave1, v.phase1, v.increment1, c.width1);
+    if (c.osc2On) {
+      source += c.level2[i] * oscillatorSample(c.wave2, v.phase2, v.increment2, c.width2);
+    }
+    if (c.noiseOn) source += c.noise[i] * noiseSample(v.noise);
     v.phase1 = wrapPhase(v.phase1 + v.increment1);
     v.phase2 = wrapPhase(v.phase2 + v.increment2);
 
