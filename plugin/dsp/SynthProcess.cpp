@@ -67,6 +67,7 @@ void Synth::noteOn(int key, int velocity) noexcept {
   }
   Voice& v = voiceForNewNote(key);
   bool fresh = !v.sounding();
+  if (v.killing) v.amp.level *= std::max(v.killGain, 0.0f);  // continue from the faded level
   v.key = key;
   v.gate = true;
   v.sustained = false;
