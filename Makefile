@@ -42,3 +42,7 @@ format-check:
 
 clean:
 	rm -rf build
+
+.PHONY: bench
+bench: build
+	./build/default/bin/pelma_instrument_bench

@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include "../host/TemporaryFolder.h"
+#include "bank/Bank.h"
+#include "platform/foundation/Log.h"
+
+namespace pelma {
+namespace {
+
+std::string bankText(const std::string& name, const std::string& patch = "P") {
+  return "pelma-bank 1\nname = " + name + "\n[" + patch + "]\ncutoff = 640\nend\n";
+}
+
+std::vector<std::string> names(const std::vector<Bank>& banks) {
+  std::vector<std::string> result;
+  for (const auto& bank : banks)
+    result.push_back(bank.name);
+  return result;
+}
+
+TEST(BankFilesTest, ReadsFileAndFolderBanksAndIgnoresEverythingElse) {
+  TemporaryFolder folder;
+  folder.write("b.plb", bankText("Bravo"));
+  folder.write("a.plb/bank.plb", bankText("Alpha"));
+  folder.write("a.plb/cover.png", "not text at all \x01\x02");
+  folder.write("test.txt", "<plist><dict><key>TEST</key><string>TEST</string></dict></plist>");
+  folder.write("c.PLB", bankText("Upper case extension"));
+  folder.write(".d.plb.partial", bankText("Half copied"));
+  folder.write("notes/e.plb", bankText("In a subfolder"));
+  platform::LogCapture log;
+  auto banks = readBankFolder(folder.path());
+  EXPECT_EQ(names(banks), (std::vector<std::string>{"Alpha", "Bravo"}));
+  EXPECT_EQ(banks[0].location, folder.path() / "a.plb");
+  EXPECT_EQ(banks[0].patches.at(0).values[kCutoff], 640.0f);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(BankFilesTest, BrokenBanksAreSkippedWithOneLineEach) {
+  TemporaryFolder folder;
+  folder.write("good.plb", bankText("Good"));
+  folder.write("cut.plb", bankText("Cut").substr(0, 30));
+  folder.write("empty.plb/readme.txt", "no bank file in this folder");
+  platform::LogCapture log;
+  auto banks = readBankFolder(folder.path());
+  EXPECT_EQ(names(banks), std::vector<std::string>{"Good"});
+  EXPECT_EQ(log.lines().size(), 2u);
+  EXPECT_TRUE(log.contains("Bank " + (folder.path() / "empty.plb").string() +
+                           " skipped: bank.plb cannot be read"));
+}
+
+TEST(BankFilesTest, OfTwoBanksWithOneNameTheFirstEntryNameWins) {
+  TemporaryFolder folder;
+  folder.write("zz-new.plb", bankText("Shared", "from zz"));
+  folder.write("aa-old.plb/bank.plb", bankText("Shared", "from aa"));
+  folder.write("mm.plb", bankText("Other"));
+  platform::LogCapture log;
+  auto banks = readBankFolder(folder.path());
+  ASSERT_EQ(names(banks), (std::vector<std::string>{"Shared", "Other"}));
+  EXPECT_EQ(banks[0].patches.at(0).name, "from aa");
+  EXPECT_EQ(log.lines().size(), 1u);
+}
+
+TEST(BankFilesTest, MissingFolderHasNoBanks) {
+  platform::LogCapture log;
+  EXPECT_TRUE(readBankFolder("/nonexistent/pelma/banks").empty());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(BankFilesTest, WrittenBankReadsBackUnderItsName) {
+  TemporaryFolder folder;
+  Bank bank{"Written", "3", {Patch{"One"}, Patch{"Two"}}, {}};
+  bank.patches[1].values[kOsc1Wave] = kSine;
+  ASSERT_TRUE(writeBankFile(bank, folder.path() / "w.plb"));
+  auto read = readBank(folder.path() / "w.plb");
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->name, "Written");
+  EXPECT_EQ(read->patches.at(1).values, bank.patches[1].values);
+  platform::LogCapture log;
+  EXPECT_FALSE(writeBankFile(bank, folder.path() / "missing" / "w.plb"));
+  EXPECT_EQ(log.lines().size(), 1u);
+}
+
+TEST(BankFilesTest, BankEntryNamesNeedTheExactExtension) {
+  EXPECT_TRUE(isBankEntryName("x.plb"));
+  EXPECT_FALSE(isBankEntryName(".plb"));
+  EXPECT_FALSE(isBankEntryName(".x.plb"));
+  EXPECT_FALSE(isBankEntryName("x.PLB"));
+  EXPECT_FALSE(isBankEntryName("x.plb.txt"));
+  EXPECT_FALSE(isBankEntryName("test.txt"));
+}
+
+}  // namespace
+}  // namespace pelma
