@@ -8,7 +8,9 @@ namespace {
 
 constexpr double kBeatsPerPoint = 0.3;
 
-QString tempoText(std::int32_t value) { return QStringLiteral("<  %1 BPM  >").arg(value); }
+QString tempoText(std::int32_t value) {
+  return QStringLiteral("<  %1 BPM  >").arg(value);
+}
 
 }  // namespace
 
@@ -79,4 +81,6 @@ void KRBPMControl::mouseReleaseEvent(QMouseEvent* event) {
   if (event->button() == Qt::LeftButton) tracking_ = false;
 }
 
-void KRBPMControl::hideEvent(QHideEvent* /*event*/) { tracking_ = false; }
+void KRBPMControl::hideEvent(QHideEvent* /*event*/) {
+  tracking_ = false;
+}

@@ -48,7 +48,9 @@ void KRWheelControl::setValue(float value) {
   update();
 }
 
-qreal KRWheelControl::thumbTop() const { return (height() - kThumbHeight) * (1.0f - value_); }
+qreal KRWheelControl::thumbTop() const {
+  return (height() - kThumbHeight) * (1.0f - value_);
+}
 
 void KRWheelControl::resizeEvent(QResizeEvent* /*event*/) {
   bkgLayer_.path = roundedRect(rect());

@@ -102,7 +102,9 @@ void KRSeqBlockView::setShapesOutline(const QColor& color, qreal lineWidth) {
   }
 }
 
-void KRSeqBlockView::resizeEvent(QResizeEvent* /*event*/) { buildPaths(); }
+void KRSeqBlockView::resizeEvent(QResizeEvent* /*event*/) {
+  buildPaths();
+}
 
 void KRSeqBlockView::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
@@ -137,6 +139,7 @@ void KRSeqBlockView::paintLabel(QPainter& painter) const {
   painter.setPen(Qt::white);
   painter.setClipRect(frame);
   const QPointF origin(frame.left(), frame.top() + (frame.height() - height) / 2);
-  for (const QTextLine& line : lines) line.draw(&painter, origin);
+  for (const QTextLine& line : lines)
+    line.draw(&painter, origin);
   painter.restore();
 }

@@ -116,9 +116,13 @@ void KRSeqTrackView::setPlayheadPosition(std::int32_t step) {
   playheadLayer_->move(truncateToInt32(static_cast<double>(cw_) * step), 0);
 }
 
-QPoint KRSeqTrackView::playheadPosition() const { return playheadLayer_->pos(); }
+QPoint KRSeqTrackView::playheadPosition() const {
+  return playheadLayer_->pos();
+}
 
-QPainterPath KRSeqTrackView::playheadPath() const { return playheadLayer_->path(); }
+QPainterPath KRSeqTrackView::playheadPath() const {
+  return playheadLayer_->path();
+}
 
 void KRSeqTrackView::setCell(std::int32_t /*cell*/, std::int32_t /*index*/) {}
 

@@ -12,7 +12,9 @@ namespace {
 
 class KRBPMControlTest : public ::testing::Test {
  protected:
-  void SetUp() override { tempo.addTarget(&receiver, [this] { reported.push_back(tempo.value()); }); }
+  void SetUp() override {
+    tempo.addTarget(&receiver, [this] { reported.push_back(tempo.value()); });
+  }
 
   // One drag of `distance` points to the right, starting at 120 BPM.
   std::int32_t dragFrom120(double distance) {

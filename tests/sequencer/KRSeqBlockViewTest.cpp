@@ -11,7 +11,8 @@ namespace {
 
 std::vector<QPointF> corners(const QPainterPath& path) {
   std::vector<QPointF> points;
-  for (int i = 0; i < path.elementCount(); ++i) points.emplace_back(path.elementAt(i));
+  for (int i = 0; i < path.elementCount(); ++i)
+    points.emplace_back(path.elementAt(i));
   return points;
 }
 

@@ -16,7 +16,9 @@ namespace {
 
 const QColor kAmber = QColor::fromRgbF(1.0f, 0.82f, 0.459f, 1.0f);
 
-std::uint64_t asUnsigned(std::int64_t length) { return static_cast<std::uint64_t>(length); }
+std::uint64_t asUnsigned(std::int64_t length) {
+  return static_cast<std::uint64_t>(length);
+}
 
 KRStepSequenceKeyArray keys(std::vector<int> notes) {
   KRStepSequenceKeyArray result;
@@ -58,7 +60,8 @@ class KRSeqTrackViewTest : public ::testing::Test {
 
 TEST_F(KRSeqTrackViewTest, BuildsSixteenBlocksWithStepZeroSelected) {
   ASSERT_EQ(grid.blocks().size(), 16u);
-  for (int i = 0; i < 16; ++i) EXPECT_EQ(grid.blocks()[i]->geometry(), QRect(20 * i, 0, 20, 64));
+  for (int i = 0; i < 16; ++i)
+    EXPECT_EQ(grid.blocks()[i]->geometry(), QRect(20 * i, 0, 20, 64));
   EXPECT_EQ(amberBlocks(), std::vector<int>{0});
   // The others keep their transparent first outline until the selection changes.
   EXPECT_EQ(grid.blocks()[1]->bkgNormal().strokeColor.alpha(), 0);
@@ -99,7 +102,8 @@ TEST_F(KRSeqTrackViewTest, DragLeftwardsLeavesAReversedSelectionShowingNoBlock) 
   EXPECT_TRUE(amberBlocks().empty());
   // The sequence ignores such a range.
   sequence->setKeysToRange(keys({60}), grid.selectionRange());
-  for (int i = 0; i < 16; ++i) EXPECT_TRUE(sequence->stepAtIndex(i).keys().empty());
+  for (int i = 0; i < 16; ++i)
+    EXPECT_TRUE(sequence->stepAtIndex(i).keys().empty());
 }
 
 TEST_F(KRSeqTrackViewTest, DragsBeyondTheEdges) {

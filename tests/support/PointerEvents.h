@@ -8,10 +8,9 @@
 
 namespace testing_support {
 
-inline void sendMouse(QWidget* widget, QEvent::Type type, QPointF position,
-                      Qt::MouseButton button, Qt::MouseButtons buttons) {
-  QMouseEvent event(type, position, widget->mapToGlobal(position), button, buttons,
-                    Qt::NoModifier);
+inline void sendMouse(QWidget* widget, QEvent::Type type, QPointF position, Qt::MouseButton button,
+                      Qt::MouseButtons buttons) {
+  QMouseEvent event(type, position, widget->mapToGlobal(position), button, buttons, Qt::NoModifier);
   QApplication::sendEvent(widget, &event);
 }
 

@@ -35,23 +35,31 @@ bool isBlack(std::int32_t note) {
   return kBlack[static_cast<std::size_t>(((note % 12) + 12) % 12)];
 }
 
-bool isPlayable(std::int32_t note) { return note >= 0 && note <= 127; }
+bool isPlayable(std::int32_t note) {
+  return note >= 0 && note <= 127;
+}
 
-bool isComputerKey(std::int64_t id) { return id >= kComputerKeyBase; }
-bool isTouch(std::int64_t id) { return id >= 0 && id < kComputerKeyBase; }
-bool isAnyPointer(std::int64_t /*id*/) { return true; }
+bool isComputerKey(std::int64_t id) {
+  return id >= kComputerKeyBase;
+}
+bool isTouch(std::int64_t id) {
+  return id >= 0 && id < kComputerKeyBase;
+}
+bool isAnyPointer(std::int64_t /*id*/) {
+  return true;
+}
 
 // Semitones above the base C for each letter of the two rows.
 const std::map<int, std::int32_t>& computerKeyOffsets() {
   static const std::map<int, std::int32_t> offsets = {
-      {Qt::Key_Z, 0},      {Qt::Key_S, 1},       {Qt::Key_X, 2},      {Qt::Key_D, 3},
-      {Qt::Key_C, 4},      {Qt::Key_V, 5},       {Qt::Key_G, 6},      {Qt::Key_B, 7},
-      {Qt::Key_H, 8},      {Qt::Key_N, 9},       {Qt::Key_J, 10},     {Qt::Key_M, 11},
-      {Qt::Key_Comma, 12}, {Qt::Key_L, 13},      {Qt::Key_Period, 14}, {Qt::Key_Semicolon, 15},
-      {Qt::Key_Slash, 16}, {Qt::Key_Q, 12},      {Qt::Key_2, 13},     {Qt::Key_W, 14},
-      {Qt::Key_3, 15},     {Qt::Key_E, 16},      {Qt::Key_R, 17},     {Qt::Key_5, 18},
-      {Qt::Key_T, 19},     {Qt::Key_6, 20},      {Qt::Key_Y, 21},     {Qt::Key_7, 22},
-      {Qt::Key_U, 23},     {Qt::Key_I, 24},      {Qt::Key_9, 25},     {Qt::Key_O, 26},
+      {Qt::Key_Z, 0},      {Qt::Key_S, 1},  {Qt::Key_X, 2},       {Qt::Key_D, 3},
+      {Qt::Key_C, 4},      {Qt::Key_V, 5},  {Qt::Key_G, 6},       {Qt::Key_B, 7},
+      {Qt::Key_H, 8},      {Qt::Key_N, 9},  {Qt::Key_J, 10},      {Qt::Key_M, 11},
+      {Qt::Key_Comma, 12}, {Qt::Key_L, 13}, {Qt::Key_Period, 14}, {Qt::Key_Semicolon, 15},
+      {Qt::Key_Slash, 16}, {Qt::Key_Q, 12}, {Qt::Key_2, 13},      {Qt::Key_W, 14},
+      {Qt::Key_3, 15},     {Qt::Key_E, 16}, {Qt::Key_R, 17},      {Qt::Key_5, 18},
+      {Qt::Key_T, 19},     {Qt::Key_6, 20}, {Qt::Key_Y, 21},      {Qt::Key_7, 22},
+      {Qt::Key_U, 23},     {Qt::Key_I, 24}, {Qt::Key_9, 25},      {Qt::Key_O, 26},
       {Qt::Key_0, 27},     {Qt::Key_P, 28},
   };
   return offsets;
@@ -60,7 +68,8 @@ const std::map<int, std::int32_t>& computerKeyOffsets() {
 QString noteName(std::int32_t note) {
   static constexpr std::array<const char*, 12> kNames = {"C",  "C#", "D",  "D#", "E",  "F",
                                                          "F#", "G",  "G#", "A",  "A#", "B"};
-  return QStringLiteral("%1%2").arg(kNames[static_cast<std::size_t>(((note % 12) + 12) % 12)])
+  return QStringLiteral("%1%2")
+      .arg(kNames[static_cast<std::size_t>(((note % 12) + 12) % 12)])
       .arg(note / 12);
 }
 
@@ -113,10 +122,9 @@ void PianoView::layoutKeys() {
     if (isBlack(note + 1) && i + 1 < numKeysVisible_) {
       ++note;
       const qreal border = (i + 1) * whiteWidth;
-      blackKeys.push_back(Key{note,
-                              QRectF(border - blackWidth / 2, 0.0, blackWidth,
-                                     height() * kBlackKeyHeight),
-                              true});
+      blackKeys.push_back(
+          Key{note, QRectF(border - blackWidth / 2, 0.0, blackWidth, height() * kBlackKeyHeight),
+              true});
     }
   }
   keys_.insert(keys_.end(), blackKeys.begin(), blackKeys.end());
@@ -181,7 +189,8 @@ void PianoView::releaseAllPointers(bool (*which)(PointerId)) {
   for (const auto& [id, note] : pointers_) {
     if (which(id)) ids.push_back(id);
   }
-  for (PointerId id : ids) pointerUp(id);
+  for (PointerId id : ids)
+    pointerUp(id);
 }
 
 void PianoView::attach(PointerId id, std::int32_t note, float velocity) {
@@ -221,16 +230,21 @@ void PianoView::setHold(bool hold) {
   hold_ = hold;
   if (hold) return;
   const std::set<std::int32_t> latched = std::exchange(latched_, {});
-  for (std::int32_t note : latched) reportReleased(note);
+  for (std::int32_t note : latched)
+    reportReleased(note);
 }
 
-void PianoView::setIsLocked(bool locked) { locked_ = locked; }
+void PianoView::setIsLocked(bool locked) {
+  locked_ = locked;
+}
 
 void PianoView::panic() {
-  for (auto& [id, note] : pointers_) note.reset();
+  for (auto& [id, note] : pointers_)
+    note.reset();
   latched_.clear();
   const std::set<std::int32_t> sounding = sounding_;
-  for (std::int32_t note : sounding) reportReleased(note);
+  for (std::int32_t note : sounding)
+    reportReleased(note);
 }
 
 // --- Events ---------------------------------------------------------------------------------
@@ -284,7 +298,8 @@ void PianoView::keyPressEvent(QKeyEvent* event) {
     QWidget::keyPressEvent(event);
     return;
   }
-  if (!event->isAutoRepeat()) pointerDown(kComputerKeyBase + event->key(), note, kComputerKeyVelocity);
+  if (!event->isAutoRepeat())
+    pointerDown(kComputerKeyBase + event->key(), note, kComputerKeyVelocity);
 }
 
 void PianoView::keyReleaseEvent(QKeyEvent* event) {
@@ -301,9 +316,13 @@ void PianoView::focusOutEvent(QFocusEvent* event) {
   QWidget::focusOutEvent(event);
 }
 
-void PianoView::hideEvent(QHideEvent* /*event*/) { releaseAllPointers(isAnyPointer); }
+void PianoView::hideEvent(QHideEvent* /*event*/) {
+  releaseAllPointers(isAnyPointer);
+}
 
-void PianoView::resizeEvent(QResizeEvent* /*event*/) { layoutKeys(); }
+void PianoView::resizeEvent(QResizeEvent* /*event*/) {
+  layoutKeys();
+}
 
 // --- Drawing --------------------------------------------------------------------------------
 

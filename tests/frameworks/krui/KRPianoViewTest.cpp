@@ -34,7 +34,8 @@ TEST_F(KRPianoViewTest, OctaveMovesTheKeyboardWithinZeroToSeven) {
   EXPECT_EQ(piano.keys().front().note, 0);
   piano.setOctave(7);
   int highest = 0;
-  for (const auto& key : piano.keys()) highest = std::max(highest, key.note);
+  for (const auto& key : piano.keys())
+    highest = std::max(highest, key.note);
   EXPECT_EQ(highest, 120);
 }
 

@@ -40,11 +40,12 @@ TEST_F(PianoViewTest, LaysOutWhiteKeysFromCWithBlackKeysBetween) {
   EXPECT_EQ(piano.lowestKey(), 48);
   std::vector<int> whites;
   std::vector<int> blacks;
-  for (const auto& key : piano.keys()) (key.black ? blacks : whites).push_back(key.note);
+  for (const auto& key : piano.keys())
+    (key.black ? blacks : whites).push_back(key.note);
   EXPECT_EQ(whites, (std::vector<int>{48, 50, 52, 53, 55, 57, 59, 60, 62, 64, 65, 67, 69, 71, 72}));
   EXPECT_EQ(blacks, (std::vector<int>{49, 51, 54, 56, 58, 61, 63, 66, 68, 70}));
   EXPECT_EQ(piano.keyAt(white(0))->rect, QRectF(0, 0, 30, 120));
-  EXPECT_EQ(piano.keyAt(QPoint(30, 10))->note, 49);  // black keys lie on top
+  EXPECT_EQ(piano.keyAt(QPoint(30, 10))->note, 49);   // black keys lie on top
   EXPECT_EQ(piano.keyAt(QPoint(30, 100))->note, 50);  // below them the white key
   EXPECT_EQ(piano.keyAt(QPoint(460, 10)), nullptr);
 
@@ -81,12 +82,12 @@ TEST_F(PianoViewTest, GlissandoMovesTheNoteAndPairsEveryRelease) {
   press(white(0));
   moveTo(white(0, 60));  // same key: nothing
   moveTo(white(1));
-  moveTo(QPoint(60, 10));  // the black key between D and E
+  moveTo(QPoint(60, 10));    // the black key between D and E
   moveTo(QPoint(460, 100));  // off the keyboard: silence
   moveTo(white(3));
   release(white(3));
-  EXPECT_EQ(recorder.take(), (Events{"on 48", "off 48", "on 50", "off 50", "on 51", "off 51",
-                                     "on 53", "off 53"}));
+  EXPECT_EQ(recorder.take(),
+            (Events{"on 48", "off 48", "on 50", "off 50", "on 51", "off 51", "on 53", "off 53"}));
 }
 
 TEST_F(PianoViewTest, LockedKeyboardIgnoresGlissando) {
@@ -152,8 +153,7 @@ TEST_F(PianoViewTest, SeveralTouchesPlayTogether) {
   QTest::touchEvent(&piano, screen.get()).press(2, white(1)).stationary(0).stationary(1);
   QTest::touchEvent(&piano, screen.get()).release(0, white(1)).stationary(1).stationary(2);
   QTest::touchEvent(&piano, screen.get()).release(1, white(4)).release(2, white(1));
-  EXPECT_EQ(recorder.take(),
-            (Events{"on 48", "on 55", "off 48", "on 50", "off 55", "off 50"}));
+  EXPECT_EQ(recorder.take(), (Events{"on 48", "on 55", "off 48", "on 50", "off 55", "off 50"}));
 }
 
 TEST_F(PianoViewTest, ComputerKeyboardPlaysTwoRowsFromTheLowestC) {
@@ -163,8 +163,8 @@ TEST_F(PianoViewTest, ComputerKeyboardPlaysTwoRowsFromTheLowestC) {
   QTest::keyRelease(&piano, Qt::Key_S);
   QTest::keyClick(&piano, Qt::Key_Q);
   QTest::keyClick(&piano, Qt::Key_P);
-  EXPECT_EQ(recorder.take(), (Events{"on 48", "on 49", "off 48", "off 49", "on 60", "off 60",
-                                     "on 76", "off 76"}));
+  EXPECT_EQ(recorder.take(),
+            (Events{"on 48", "on 49", "off 48", "off 49", "on 60", "off 60", "on 76", "off 76"}));
   EXPECT_EQ(recorder.velocities.at(48), PianoView::kComputerKeyVelocity);
 
   // Comma and Q are the same note: one press, released with the last key.
