@@ -158,60 +158,68 @@ std::optional<std::int32_t> PianoView::computerKeyNote(int qtKey) const {
 
 void PianoView::pointerDown(PointerId id, std::optional<std::int32_t> note, float velocity) {
   if (pointers_.count(id)) pointerUp(id);
-  pointers_[id] = std::nullopt;
-  if (!note || !isPlayable(*note)) return;
+  if (note && !isPlayable(*note)) note.reset();
+  Pointer& pointer = pointers_[id] = Pointer{note, false};
+  if (!note) return;
   if (latched_.count(*note)) {
     // Pressing a key that hold keeps sounding stops it.
     latched_.erase(*note);
     reportReleased(*note);
     return;
   }
-  attach(id, *note, velocity);
+  attach(pointer, velocity);
 }
 
 void PianoView::pointerMove(PointerId id, std::optional<std::int32_t> note, float velocity) {
-  const auto pointer = pointers_.find(id);
-  if (pointer == pointers_.end() || locked_) return;
+  const auto found = pointers_.find(id);
+  if (found == pointers_.end() || locked_) return;
   if (note && !isPlayable(*note)) note.reset();
-  if (pointer->second == note) return;
-  detach(id);
-  if (note) attach(id, *note, velocity);
+  Pointer& pointer = found->second;
+  if (pointer.key == note) return;
+  detach(pointer);
+  pointer.key = note;
+  if (note) attach(pointer, velocity);
 }
 
 void PianoView::pointerUp(PointerId id) {
-  if (!pointers_.count(id)) return;
-  detach(id);
-  pointers_.erase(id);
+  const auto found = pointers_.find(id);
+  if (found == pointers_.end()) return;
+  detach(found->second);
+  pointers_.erase(found);
 }
 
 void PianoView::releaseAllPointers(bool (*which)(PointerId)) {
   std::vector<PointerId> ids;
-  for (const auto& [id, note] : pointers_) {
+  for (const auto& [id, pointer] : pointers_) {
     if (which(id)) ids.push_back(id);
   }
-  for (PointerId id : ids)
+  for (PointerId id : ids) {
     pointerUp(id);
+  }
 }
 
-void PianoView::attach(PointerId id, std::int32_t note, float velocity) {
-  pointers_[id] = note;
+void PianoView::attach(Pointer& pointer, float velocity) {
+  const std::int32_t note = *pointer.key;
+  pointer.sounding = true;
   latched_.erase(note);  // a pointer holds it now
   if (!sounding_.count(note)) reportPressed(note, velocity);
 }
 
-void PianoView::detach(PointerId id) {
-  const std::optional<std::int32_t> note = std::exchange(pointers_[id], std::nullopt);
-  if (!note || anyPointerOn(*note)) return;
+void PianoView::detach(Pointer& pointer) {
+  if (!std::exchange(pointer.sounding, false)) return;
+  const std::int32_t note = *pointer.key;
+  if (anyPointerOn(note)) return;
   if (hold_) {
-    latched_.insert(*note);
+    latched_.insert(note);
   } else {
-    reportReleased(*note);
+    reportReleased(note);
   }
 }
 
 bool PianoView::anyPointerOn(std::int32_t note) const {
-  return std::any_of(pointers_.begin(), pointers_.end(),
-                     [note](const auto& pointer) { return pointer.second == note; });
+  return std::any_of(pointers_.begin(), pointers_.end(), [note](const auto& entry) {
+    return entry.second.sounding && entry.second.key == note;
+  });
 }
 
 void PianoView::reportPressed(std::int32_t note, float velocity) {
@@ -239,8 +247,9 @@ void PianoView::setIsLocked(bool locked) {
 }
 
 void PianoView::panic() {
-  for (auto& [id, note] : pointers_)
-    note.reset();
+  for (auto& [id, pointer] : pointers_) {
+    pointer.sounding = false;  // still down, but silent until it moves to another key
+  }
   latched_.clear();
   const std::set<std::int32_t> sounding = sounding_;
   for (std::int32_t note : sounding)

@@ -93,6 +93,10 @@ class PianoView : public QWidget {
  private:
   // One finger, the mouse, or one computer key; each plays at most one note at a time.
   using PointerId = std::int64_t;
+  struct Pointer {
+    std::optional<std::int32_t> key;  // the playable key under it, if any
+    bool sounding = false;            // whether it holds that key's note
+  };
 
   void layoutKeys();
   std::optional<std::int32_t> computerKeyNote(int qtKey) const;
@@ -101,8 +105,8 @@ class PianoView : public QWidget {
   void pointerMove(PointerId id, std::optional<std::int32_t> note, float velocity);
   void pointerUp(PointerId id);
   void releaseAllPointers(bool (*which)(PointerId));
-  void attach(PointerId id, std::int32_t note, float velocity);
-  void detach(PointerId id);
+  void attach(Pointer& pointer, float velocity);
+  void detach(Pointer& pointer);
   bool anyPointerOn(std::int32_t note) const;
   void reportPressed(std::int32_t note, float velocity);
   void reportReleased(std::int32_t note);
@@ -114,7 +118,7 @@ class PianoView : public QWidget {
   bool hold_ = false;
   bool locked_ = false;
   std::vector<Key> keys_;
-  std::map<PointerId, std::optional<std::int32_t>> pointers_;  // pointers down and their notes
-  std::set<std::int32_t> sounding_;  // reported pressed and not yet released
-  std::set<std::int32_t> latched_;   // sounding only because hold is on; no pointer on them
+  std::map<PointerId, Pointer> pointers_;  // pointers that are down
+  std::set<std::int32_t> sounding_;        // reported pressed and not yet released
+  std::set<std::int32_t> latched_;         // sounding only because hold is on; no pointer on them
 };
