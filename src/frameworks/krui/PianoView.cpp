@@ -82,14 +82,20 @@ PianoView::PianoView(QWidget* parent) : QWidget(parent) {
 }
 
 void PianoView::setPianoShift(std::int32_t shift) {
+  if (shift < -kMaxPianoShift || shift > kMaxPianoShift) {
+    const std::int32_t kept = std::clamp(shift, -kMaxPianoShift, kMaxPianoShift);
+    platform::log("PianoView: piano shift {} is out of range; using {}", shift, kept);
+    shift = kept;
+  }
   pianoShift_ = shift;
   refreshKeyboard();
 }
 
 void PianoView::setNumKeysVisible(std::int32_t count) {
-  if (count < 1) {
-    platform::log("PianoView: cannot show {} keys; showing 1", count);
-    count = 1;
+  if (count < 1 || count > kMaxNumKeysVisible) {
+    const std::int32_t kept = std::clamp(count, 1, kMaxNumKeysVisible);
+    platform::log("PianoView: cannot show {} keys; showing {}", count, kept);
+    count = kept;
   }
   numKeysVisible_ = count;
   refreshKeyboard();

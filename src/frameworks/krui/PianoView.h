@@ -32,6 +32,9 @@ class PianoView : public QWidget {
   static constexpr std::int32_t kDefaultPianoShift = 11;
   static constexpr std::int32_t kDefaultNumKeysVisible = 15;
   static constexpr std::int32_t kDefaultOctave = 4;
+  // Bounds that keep the layout small: 75 white keys span all 128 MIDI notes.
+  static constexpr std::int32_t kMaxNumKeysVisible = 75;
+  static constexpr std::int32_t kMaxPianoShift = 127;
   static constexpr float kComputerKeyVelocity = 0.8f;
   // Velocity at the back edge of a key; it rises linearly to 1 at the front edge.
   static constexpr float kMinVelocity = 0.2f;
@@ -48,9 +51,10 @@ class PianoView : public QWidget {
   PianoViewDelegate* delegate() const { return delegate_.get(); }
 
   std::int32_t pianoShift() const { return pianoShift_; }
+  // A shift beyond ±kMaxPianoShift is logged and brought into range.
   void setPianoShift(std::int32_t shift);
   std::int32_t numKeysVisible() const { return numKeysVisible_; }
-  // At least one key is shown; a smaller count is logged and raised to 1.
+  // A count outside 1..kMaxNumKeysVisible is logged and brought into range.
   void setNumKeysVisible(std::int32_t count);
   // Lays the keys out again for the current size and key count, and repaints.
   void refreshKeyboard();

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "frameworks/krui/KeyRecorder.h"
+#include "platform/foundation/Log.h"
 
 namespace {
 
@@ -49,6 +50,13 @@ TEST_F(PianoViewTest, LaysOutWhiteKeysFromCWithBlackKeysBetween) {
   EXPECT_EQ(piano.lowestKey(), 38);
   piano.setNumKeysVisible(22);
   EXPECT_EQ(piano.keys()[21].note, 74);
+
+  platform::LogCapture log;  // counts out of range are logged and brought into range
+  piano.setNumKeysVisible(0);
+  EXPECT_EQ(piano.numKeysVisible(), 1);
+  piano.setNumKeysVisible(1000);
+  EXPECT_EQ(piano.numKeysVisible(), PianoView::kMaxNumKeysVisible);
+  EXPECT_EQ(log.lines().size(), 2u);
 }
 
 TEST_F(PianoViewTest, PressingNearerTheFrontEdgeIsLouder) {
