@@ -8,6 +8,7 @@
 //   pitchWheel->addTarget(this, [this] { pitchWheelModified(); });
 
 #include <QWidget>
+#include <cstdint>
 #include <functional>
 
 class KRControl : public QWidget {
