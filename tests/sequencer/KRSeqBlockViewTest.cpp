@@ -50,18 +50,4 @@ TEST(KRSeqBlockViewTest, NoteNamesCountOctavesFromZeroInKeyOrder) {
   EXPECT_EQ(block.labelText(), "G5 C0 C#5 G10 B0 ");
 }
 
-TEST(KRSeqBlockViewTest, SelectionOutlinesInAmberAndDeselectionInThinBlack) {
-  KRSeqBlockView block(QRect(0, 0, 60, 100));
-  block.setSelected(true);
-  for (const KRShapeLayer* shape : {&block.bkgNormal(), &block.bkgTie()}) {
-    EXPECT_EQ(shape->strokeColor, QColor::fromRgbF(1.0f, 0.82f, 0.459f, 1.0f));
-    EXPECT_EQ(shape->lineWidth, 1.0);
-  }
-  block.setSelected(false);
-  for (const KRShapeLayer* shape : {&block.bkgNormal(), &block.bkgTie()}) {
-    EXPECT_EQ(shape->strokeColor, QColor(Qt::black));
-    EXPECT_EQ(shape->lineWidth, 0.5);
-  }
-}
-
 }  // namespace

@@ -77,7 +77,9 @@ TEST_F(KRSeqTrackViewTest, TapSelectsTheStepUnderThePointer) {
   tap(319);
   EXPECT_EQ(grid.selectionRange(), (Range{15, 1}));
   EXPECT_EQ(amberBlocks(), std::vector<int>{15});
+  EXPECT_EQ(grid.blocks()[15]->bkgTie().lineWidth, 1.0);  // both shapes are outlined
   EXPECT_EQ(grid.blocks()[1]->bkgNormal().strokeColor, QColor(Qt::black));
+  EXPECT_EQ(grid.blocks()[1]->bkgNormal().lineWidth, 0.5);
 }
 
 TEST_F(KRSeqTrackViewTest, DragsSelectConsecutiveStepsAndMayEndReversed) {
