@@ -1,0 +1,49 @@
+#include "frameworks/krui/KRPianoView.h"
+
+#include <gtest/gtest.h>
+
+#include <QTest>
+
+#include "frameworks/krui/KeyRecorder.h"
+
+namespace {
+
+class KRPianoViewTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    piano.resize(450, 120);  // 15 keys of 30
+    piano.setDelegate(&recorder);
+  }
+
+  KeyRecorder recorder;
+  KRPianoView piano;
+};
+
+TEST_F(KRPianoViewTest, OctaveStaysWithinZeroToSevenSoEveryKeyIsAMidiNote) {
+  EXPECT_EQ(piano.octave(), 4);
+  piano.setOctave(8);
+  EXPECT_EQ(piano.octave(), 7);
+  piano.setNumKeysVisible(22);
+  EXPECT_EQ(piano.keys()[21].note, 120);  // the highest white key
+  piano.setOctave(-1);
+  EXPECT_EQ(piano.octave(), 0);
+  EXPECT_EQ(piano.lowestKey(), 0);
+
+  // Shifted below note 0, those keys stay silent.
+  piano.setNumKeysVisible(15);
+  piano.setPianoShift(0);  // starts at -11 -> -10 (D)
+  QTest::mouseClick(&piano, Qt::LeftButton, {}, QPoint(15, 100));
+  QTest::mouseClick(&piano, Qt::LeftButton, {}, QPoint(195, 100));  // key 6 = note 0
+  EXPECT_EQ(recorder.take(), (Events{"on 0", "off 0"}));
+}
+
+TEST_F(KRPianoViewTest, OctaveChangesWhatIsPlayedButNotWhatIsReleased) {
+  piano.setOctave(5);
+  QTest::mouseClick(&piano, Qt::LeftButton, {}, QPoint(15, 100));
+  QTest::keyPress(&piano, Qt::Key_Z);
+  piano.setOctave(3);
+  QTest::keyRelease(&piano, Qt::Key_Z);
+  EXPECT_EQ(recorder.take(), (Events{"on 60", "off 60", "on 60", "off 60"}));
+}
+
+}  // namespace

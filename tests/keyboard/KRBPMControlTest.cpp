@@ -1,0 +1,73 @@
+#include "keyboard/KRBPMControl.h"
+
+#include <gtest/gtest.h>
+
+#include <QLabel>
+#include <QTest>
+#include <vector>
+
+#include "support/PointerEvents.h"
+
+namespace {
+
+class KRBPMControlTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    tempo.addTarget(&receiver, [this] { reported.push_back(tempo.value()); });
+  }
+
+  // One drag of `distance` points to the right, starting at 120 BPM.
+  std::int32_t dragFrom120(double distance) {
+    tempo.setValue(120);
+    testing_support::press(&tempo, QPointF(150, 20));
+    testing_support::moveTo(&tempo, QPointF(150 + distance, 20));
+    testing_support::release(&tempo, QPointF(150 + distance, 20));
+    return tempo.value();
+  }
+  QString labelText() const { return tempo.label()->text(); }
+
+  QObject receiver;
+  KRBPMControl tempo{QRect(0, 0, 300, 40)};
+  std::vector<std::int32_t> reported;
+};
+
+TEST_F(KRBPMControlTest, SetValueClampsAndRewritesTheLabelOnlyOnChange) {
+  EXPECT_EQ(labelText(), "<  120 BPM  >");
+  tempo.setValue(20);
+  EXPECT_EQ(tempo.value(), 40);
+  tempo.setValue(250);
+  EXPECT_EQ(labelText(), "<  200 BPM  >");
+  const_cast<QLabel*>(tempo.label())->setText("untouched");
+  tempo.setValue(200);
+  EXPECT_EQ(labelText(), "untouched");
+  tempo.setMaxValue(150);  // new limits apply to the next set only
+  EXPECT_EQ(tempo.value(), 200);
+  EXPECT_TRUE(reported.empty());
+}
+
+TEST_F(KRBPMControlTest, DragsChangeTempoByThreeEveryTenPointsTruncated) {
+  EXPECT_EQ(dragFrom120(10), 123);
+  EXPECT_EQ(dragFrom120(-0.5), 119);
+  EXPECT_EQ(dragFrom120(-10), 117);
+  EXPECT_EQ(dragFrom120(400), 200);
+  EXPECT_EQ(reported, (std::vector<std::int32_t>{123, 119, 117, 200}));
+
+  // Relative to the touch-down point, reporting only changes.
+  reported.clear();
+  tempo.setValue(100);
+  QTest::mousePress(&tempo, Qt::LeftButton, {}, QPoint(250, 20));
+  for (int x : {253, 254, 260, 250})
+    QTest::mouseMove(&tempo, QPoint(x, 20));
+  QTest::mouseRelease(&tempo, Qt::LeftButton, {}, QPoint(250, 20));
+  EXPECT_EQ(reported, (std::vector<std::int32_t>{101, 103, 100}));
+}
+
+TEST_F(KRBPMControlTest, LabelStartsFullWidthAndIsPlacedLeftOfCentreOnLayout) {
+  EXPECT_EQ(tempo.label()->geometry(), QRect(0, 12, 300, 16));
+  tempo.show();
+  EXPECT_EQ(tempo.label()->geometry(), QRect(50, 10, 100, 20));
+  tempo.resize(400, 60);
+  EXPECT_EQ(tempo.label()->geometry(), QRect(100, 20, 100, 20));
+}
+
+}  // namespace

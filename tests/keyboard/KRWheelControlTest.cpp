@@ -1,0 +1,81 @@
+#include "keyboard/KRWheelControl.h"
+
+#include <gtest/gtest.h>
+
+#include <QImage>
+#include <QTest>
+#include <vector>
+
+namespace {
+
+// A wheel 40 wide and 60 high, recording the value at every reported change.
+class KRWheelControlTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    wheel.addTarget(&receiver, [this] { reported.push_back(wheel.value()); });
+  }
+  void press(int y) { QTest::mousePress(&wheel, Qt::LeftButton, {}, QPoint(20, y)); }
+  void moveTo(int y) { QTest::mouseMove(&wheel, QPoint(20, y)); }
+  void release(int y) { QTest::mouseRelease(&wheel, Qt::LeftButton, {}, QPoint(20, y)); }
+
+  QObject receiver;
+  KRWheelControl wheel{QRect(0, 0, 40, 60)};
+  std::vector<float> reported;
+};
+
+TEST_F(KRWheelControlTest, SetValueClampsMovesTheThumbAndReportsNothing) {
+  wheel.setValue(-0.3f);
+  EXPECT_EQ(wheel.value(), 0.0f);
+  EXPECT_EQ(wheel.thumbLayer().position, QPointF(0, 50));
+  wheel.setValue(1.7f);
+  EXPECT_EQ(wheel.value(), 1.0f);
+  wheel.setValue(0.5f);
+  EXPECT_EQ(wheel.thumbLayer().position, QPointF(0, 25));
+  EXPECT_EQ(wheel.thumbLayer().path.boundingRect(), QRectF(0, 0, 40, 10));
+  EXPECT_TRUE(reported.empty());
+
+  // Drawn: the light grey bar over the dark background.
+  const QImage image = wheel.grab().toImage();
+  EXPECT_EQ(image.pixel(20, 30), QColor::fromRgbF(0.8f, 0.8f, 0.8f).rgb());
+  EXPECT_EQ(image.pixel(20, 40), QColor::fromRgbF(0.212f, 0.251f, 0.286f).rgb());
+}
+
+TEST_F(KRWheelControlTest, DragMapsThePointerHeightAbsolutelyAndReportsOnlyChanges) {
+  wheel.setValue(0.5f);
+  press(40);  // touching does not move the wheel
+  EXPECT_EQ(wheel.value(), 0.5f);
+  moveTo(0);
+  moveTo(25);
+  moveTo(50);
+  moveTo(58);    // below height - 10 the value stays 0: no event
+  moveTo(-20);   // above the control: 1
+  release(-20);  // no spring: nothing more
+  EXPECT_EQ(reported, (std::vector<float>{1.0f, 0.5f, 0.0f, 1.0f}));
+}
+
+TEST_F(KRWheelControlTest, SpringWheelReturnsToCentreWithExactlyOneEvent) {
+  wheel.setValue(0.5f);
+  wheel.setResetToZero(true);
+  press(25);
+  release(25);  // reported even though it already is at the centre
+  EXPECT_EQ(reported, std::vector<float>{0.5f});
+
+  // Hiding a held wheel cancels its touch, which springs back the same way.
+  reported.clear();
+  wheel.show();
+  press(25);
+  moveTo(0);
+  wheel.hide();
+  EXPECT_EQ(reported, (std::vector<float>{1.0f, 0.5f}));
+}
+
+TEST_F(KRWheelControlTest, ResizeRebuildsBackgroundButKeepsThumbWidth) {
+  wheel.show();
+  wheel.setValue(0.5f);
+  wheel.resize(80, 110);
+  EXPECT_EQ(wheel.bkgLayer().path.boundingRect(), QRectF(0, 0, 80, 110));
+  EXPECT_EQ(wheel.thumbLayer().path.boundingRect().width(), 40.0);
+  EXPECT_EQ(wheel.thumbLayer().position, QPointF(0, 50));
+}
+
+}  // namespace
