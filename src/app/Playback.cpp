@@ -101,29 +101,43 @@ void buildPattern(const PlaybackOptions& options, platform::MusicSequence& seque
   sequence.tempoTrack()->publishNow();
 }
 
-int renderToFile(const PlaybackOptions& options, const std::filesystem::path& path) {
-  platform::AudioGraph graph;
-  graph.enableManualRenderingMode(options.sampleRate, options.bufferFrames);
-  if (auto description = findInstrument(options.pluginName)) {
-    std::string error;
-    auto unit = platform::AudioUnitComponentManager::shared().instantiateNow(
-        *description, options.sampleRate, options.bufferFrames, &error);
-    if (unit) {
-      graph.attach(unit);
-      graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(options.sampleRate, 2));
-    } else {
-      platform::log("{}", error);
-    }
-  }
-  graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
+namespace {
 
+// The graph with the named instrument in it, and the pattern's sequence and player attached.
+struct PatternSession {
+  PatternSession(const PlaybackOptions& options, bool offline) {
+    if (offline) graph.enableManualRenderingMode(options.sampleRate, options.bufferFrames);
+    sampleRate = offline ? options.sampleRate : graph.outputFormat(0).sampleRate;
+    if (auto description = findInstrument(options.pluginName)) {
+      std::string error;
+      auto unit = platform::AudioUnitComponentManager::shared().instantiateNow(
+          *description, sampleRate, offline ? options.bufferFrames : 4096, &error);
+      if (unit) {
+        graph.attach(unit);
+        graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(sampleRate, 2));
+      } else {
+        platform::log("{}", error);
+      }
+    }
+    graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
+    buildPattern(options, sequence);
+    player.setSequence(&sequence);
+    graph.setMusicSequence(&sequence);
+  }
+  ~PatternSession() { graph.setMusicSequence(nullptr); }
+
+  platform::AudioGraph graph;
+  double sampleRate = 0.0;
   platform::MusicSequence sequence;
-  buildPattern(options, sequence);
   platform::MusicPlayer player;
-  player.setSequence(&sequence);
-  graph.setMusicSequence(&sequence);
-  graph.start();
-  player.start();
+};
+
+}  // namespace
+
+int renderToFile(const PlaybackOptions& options, const std::filesystem::path& path) {
+  PatternSession session(options, true);
+  session.graph.start();
+  session.player.start();
 
   const auto total = static_cast<std::size_t>(options.seconds * options.sampleRate);
   std::vector<std::vector<float>> channels(2, std::vector<float>(total));
@@ -131,10 +145,10 @@ int renderToFile(const PlaybackOptions& options, const std::filesystem::path& pa
     const auto frames =
         static_cast<std::uint32_t>(std::min<std::size_t>(options.bufferFrames, total - done));
     float* const out[2] = {channels[0].data() + done, channels[1].data() + done};
-    graph.renderOffline(frames, out);
+    session.graph.renderOffline(frames, out);
     done += frames;
   }
-  player.stop();
+  session.player.stop();
   if (!platform::writeWavFile(path, channels, options.sampleRate)) {
     platform::log("Cannot write {}", path.string());
     return 1;
@@ -145,31 +159,13 @@ int renderToFile(const PlaybackOptions& options, const std::filesystem::path& pa
 }
 
 int playLive(const PlaybackOptions& options) {
-  platform::AudioGraph graph;
-  const double sampleRate = graph.outputFormat(0).sampleRate;
-  if (auto description = findInstrument(options.pluginName)) {
-    std::string error;
-    auto unit = platform::AudioUnitComponentManager::shared().instantiateNow(
-        *description, sampleRate, 4096, &error);
-    if (unit) {
-      graph.attach(unit);
-      graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(sampleRate, 2));
-    } else {
-      platform::log("{}", error);
-    }
-  }
-  graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
-  platform::MusicSequence sequence;
-  buildPattern(options, sequence);
-  platform::MusicPlayer player;
-  player.setSequence(&sequence);
-  graph.setMusicSequence(&sequence);
-  if (!graph.start()) return 1;
-  player.start();
+  PatternSession session(options, false);
+  if (!session.graph.start()) return 1;
+  session.player.start();
   std::this_thread::sleep_for(std::chrono::duration<double>(options.seconds));
-  player.stop();
+  session.player.stop();
   std::this_thread::sleep_for(std::chrono::milliseconds(100));  // let the note offs sound
-  graph.pause();
+  session.graph.pause();
   return 0;
 }
 
