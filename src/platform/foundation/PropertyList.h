@@ -27,6 +27,10 @@ struct PropertyValue {
   PropertyValue(const char* v) : value(std::string(v)) {}
   PropertyValue(int v) : value(std::int64_t{v}) {}
 
+  friend bool operator==(const PropertyValue& a, const PropertyValue& b) {
+    return a.value == b.value;
+  }
+
   template <typename T>
   const T* get() const {
     return std::get_if<T>(&value);

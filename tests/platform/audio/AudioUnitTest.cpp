@@ -4,12 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "AudioAnalysis.h"
 #include "OfflineRig.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/foundation/PropertyListFile.h"
 
 using namespace testing_support;
 using platform::AudioComponentDescription;
@@ -153,6 +155,10 @@ TEST(AudioUnit, ReportsItsFullStateAndParameters) {
   const auto& ports = *state.at("ports").get<platform::PropertyDictionary>();
   EXPECT_EQ(*ports.at("osc_mix").get<double>(), 0.25);
   EXPECT_EQ(ports.size(), symbols.size());
+  // The state can be kept as a property list file.
+  const auto file = std::filesystem::temp_directory_path() / "pelma-jx10-state.plist";
+  ASSERT_TRUE(platform::writePropertyList(state, file));
+  EXPECT_EQ(platform::readPropertyList(file), state);
 }
 
 TEST(AudioUnit, RunsAPluginThatNeedsTheWorker) {

@@ -1,0 +1,47 @@
+#include "platform/foundation/PropertyListFile.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace platform {
+namespace {
+
+std::filesystem::path scratch(const char* name) {
+  auto folder = std::filesystem::temp_directory_path() / "pelma-plist-test";
+  std::filesystem::create_directories(folder);
+  return folder / name;
+}
+
+TEST(PropertyListFile, WritesAndReadsBackEveryKindOfValue) {
+  const PropertyDictionary state{
+      {"uri", "urn:pelma:synth"},
+      {"count", std::int64_t{-42}},
+      {"gain", 0.25},
+      {"on", true},
+      {"blob", PropertyData{0, 1, 2, 255}},
+      {"list", PropertyArray{1, "two", 3.5}},
+      {"ports", PropertyDictionary{{"cutoff", 1200.0}, {"empty", PropertyDictionary{}}}},
+  };
+  const auto path = scratch("state.plist");
+  ASSERT_TRUE(writePropertyList(state, path));
+  EXPECT_FALSE(std::filesystem::exists(path.string() + ".partial"));
+  const auto read = readPropertyList(path);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(*read, state);
+
+  ASSERT_TRUE(writePropertyList({{"uri", "again"}}, path));  // overwrites the same file
+  EXPECT_EQ(*readPropertyList(path)->at("uri").get<std::string>(), "again");
+}
+
+TEST(PropertyListFile, RefusesWhatIsNotAPropertyList) {
+  EXPECT_FALSE(readPropertyList(scratch("missing.plist")));
+  const auto path = scratch("broken.plist");
+  std::ofstream(path) << "<plist><dict><key>a</key>";
+  EXPECT_FALSE(readPropertyList(path));
+  EXPECT_FALSE(writePropertyList({}, std::filesystem::path("/nonexistent-folder/x.plist")));
+}
+
+}  // namespace
+}  // namespace platform
