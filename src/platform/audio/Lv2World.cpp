@@ -1,5 +1,8 @@
 #include "platform/audio/Lv2World.h"
 
+#include <cstdlib>
+#include <filesystem>
+
 namespace platform {
 
 std::shared_ptr<Lv2World> Lv2World::shared() {
@@ -12,8 +15,32 @@ std::shared_ptr<Lv2World> Lv2World::shared() {
   return world;
 }
 
+namespace {
+
+// The bundles built beside the executable (build/<preset>/lv2/ next to build/<preset>/bin/): the
+// Pelma instrument is found without setting LV2_PATH. Skipped when LV2_PATH names that folder.
+void loadBundlesBesideExecutable(LilvWorld* world) {
+  std::error_code error;
+  const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) return;
+  const auto folder = executable.parent_path().parent_path() / "lv2";
+  if (!std::filesystem::is_directory(folder, error)) return;
+  const char* path = std::getenv("LV2_PATH");
+  if (path && std::string(path).find(folder.string()) != std::string::npos) return;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+    if (entry.path().extension() != ".lv2") continue;
+    std::string uri = "file://" + entry.path().string() + "/";
+    LilvNode* bundle = lilv_new_uri(world, uri.c_str());
+    lilv_world_load_bundle(world, bundle);
+    lilv_node_free(bundle);
+  }
+}
+
+}  // namespace
+
 Lv2World::Lv2World() : world_(lilv_world_new()) {
   lilv_world_load_all(world_);
+  loadBundlesBesideExecutable(world_);
   map_ = {this, [](LV2_URID_Map_Handle handle, const char* uri) {
             return static_cast<Lv2World*>(handle)->map(uri);
           }};
