@@ -12,7 +12,7 @@
 
 #include "frameworks/krui/PianoViewDelegate.h"
 
-struct KeyRecorder : PianoViewDelegate {
+struct KeyRecorder final : PianoViewDelegate {
   void pianoKeyPressed(std::int32_t key, float velocity) override {
     EXPECT_FALSE(down.count(key)) << "key " << key << " pressed twice";
     down.insert(key);
