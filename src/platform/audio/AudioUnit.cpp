@@ -303,6 +303,7 @@ void AudioUnit::connectPorts() {
 void AudioUnit::runWorkerThread() {
   std::vector<std::uint8_t> message(1 << 16);
   char line[512];
+  int idleRounds = 0;
   while (workerRunning_) {
     bool idle = true;
     while (std::uint32_t size =
@@ -319,7 +320,11 @@ void AudioUnit::runWorkerThread() {
       log("{}: {}", name_, line);
     }
     // Polling keeps the audio thread's side a plain ring write, with no system call to wake us.
-    if (idle) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    // It polls every millisecond while there is work and backs off to 20 ms when there is none
+    // for a while (or the plug-in has no worker at all), so an idle instrument costs nothing.
+    idleRounds = idle ? idleRounds + 1 : 0;
+    const bool quiet = !host_->worker || idleRounds > 200;
+    if (idle) std::this_thread::sleep_for(std::chrono::milliseconds(quiet ? 20 : 1));
   }
 }
 
