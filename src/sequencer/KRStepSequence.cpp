@@ -1,26 +1,19 @@
 #include "sequencer/KRStepSequence.h"
 
 #include <cmath>
-#include <limits>
 #include <stdexcept>
 #include <string>
+
+#include "platform/foundation/Numbers.h"
 
 using platform::MIDINoteMessage;
 using platform::MusicEventType;
 using platform::Range;
+using platform::truncateToInt32;
 
 namespace {
 
 constexpr std::uint64_t kLastStep = KRStepSequence::kStepCount - 1;
-
-// Converts toward zero to a signed 32-bit integer, saturating at the ends of the range (NaN gives
-// 0), so that any float a caller stores gives a defined result.
-std::int32_t truncateToInt32(float value) {
-  if (std::isnan(value)) return 0;
-  if (value >= 2147483648.0f) return std::numeric_limits<std::int32_t>::max();
-  if (value <= -2147483648.0f) return std::numeric_limits<std::int32_t>::min();
-  return static_cast<std::int32_t>(value);
-}
 
 // A step index as the renderer passes it on: truncated to signed 32 bits, then widened back to
 // the unsigned 64-bit position type (a negative value wraps around).

@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <functional>
 
+#include "platform/foundation/Numbers.h"
+
 class KRControl : public QWidget {
   Q_OBJECT
 
@@ -27,6 +29,4 @@ class KRControl : public QWidget {
   void sendValueChanged() { emit valueChanged(); }
 };
 
-// Converts toward zero to a signed 32-bit integer, saturating at the ends of the range (NaN gives
-// 0), so that any position a pointer reports gives a defined result.
-std::int32_t truncateToInt32(double value);
+using platform::truncateToInt32;
