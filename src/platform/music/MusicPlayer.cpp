@@ -22,17 +22,18 @@ void MusicPlayer::setSequence(MusicSequence* sequence) {
   sequence_->addPlayer(this);
 }
 
-void MusicPlayer::send(Command::Kind kind, double beats) {
-  // The queue holds 64 commands; the audio thread empties it every block. Should it be full (no
-  // audio running), the oldest state is irrelevant: wait is never needed, so drop the command.
-  commands_.push(Command{kind, beats, ++serial_});
+void MusicPlayer::publishTransport() {
+  ++transport_.serial;
+  transportPublisher_.publish(std::make_unique<Transport>(transport_));
 }
 
 bool MusicPlayer::start() {
   if (!sequence_ || !sequence_->renderTarget()) return false;
   if (playing_) return true;
   playing_ = true;
-  send(Command::start, time_);
+  transport_.playing = true;
+  transport_.beats = time_;
+  publishTransport();
   return true;
 }
 
@@ -40,17 +41,21 @@ void MusicPlayer::stop() {
   if (!playing_) return;
   time_ = getTime();
   playing_ = false;
-  send(Command::stop, time_);
+  transport_.playing = false;
+  transport_.beats = time_;
+  publishTransport();
 }
 
 void MusicPlayer::setTime(double beats) {
   time_ = beats;
-  send(Command::setTime, beats);
+  transport_.beats = beats;
+  transport_.jumpSerial = transport_.serial + 1;
+  publishTransport();
 }
 
 double MusicPlayer::getTime() const {
   // Until the audio thread has carried out the last command, the position is the commanded one.
-  if (acknowledged_.load(std::memory_order_acquire) < serial_) return time_;
+  if (acknowledged_.load(std::memory_order_acquire) < transport_.serial) return time_;
   return playing_ ? audioTime_.load(std::memory_order_relaxed) : time_;
 }
 

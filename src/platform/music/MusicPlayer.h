@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/foundation/LockFreeQueues.h"
+#include "platform/foundation/SnapshotPublisher.h"
 #include "platform/music/MidiBlock.h"
 #include "platform/music/MusicSequence.h"
 #include "platform/music/MusicTrack.h"
@@ -44,10 +44,14 @@ class MusicPlayer {
   void process(std::uint32_t frames, double sampleRate, MidiBlock& out) noexcept;
 
  private:
-  struct Command {
-    enum Kind : std::uint8_t { start, stop, setTime } kind = start;
-    double beats = 0.0;
-    std::uint64_t serial = 0;
+  // What the main thread wants the audio thread to do. Each command publishes the whole state,
+  // so commands given while no audio runs are never lost: the audio thread carries out the
+  // latest state when it runs again.
+  struct Transport {
+    bool playing = false;
+    double beats = 0.0;            // where to start, or where the last time change jumped to
+    std::uint64_t serial = 0;      // grows with every command
+    std::uint64_t jumpSerial = 0;  // the serial of the last time change
   };
   struct PendingNoteOff {
     double beat;
@@ -56,9 +60,9 @@ class MusicPlayer {
   };
   static constexpr std::size_t kMaxPendingNoteOffs = 512;
 
-  void send(Command::Kind kind, double beats);
+  void publishTransport();
   // Audio thread helpers.
-  void apply(const Command& command, MidiBlock& out) noexcept;
+  void apply(const Transport& transport, MidiBlock& out) noexcept;
   void releaseAll(MidiBlock& out) noexcept;
   double beatAtFrame(double frame) const noexcept;
   double frameOfBeat(double beat) const noexcept;
@@ -74,18 +78,20 @@ class MusicPlayer {
   MusicSequence* sequence_ = nullptr;
   bool playing_ = false;
   double time_ = 0.0;  // where the last command left the play position
-  std::uint64_t serial_ = 0;
+  Transport transport_;
 
   // Readers of the tracks, created on the main thread before the player is attached.
   MusicTrack::Reader tempoReader_;
   std::vector<MusicTrack::Reader> trackReaders_;
 
-  SpscQueue<Command, 64> commands_;
+  SnapshotPublisher<Transport> transportPublisher_{std::make_unique<Transport>()};
+  SnapshotPublisher<Transport>::Reader transportReader_ = transportPublisher_.makeReader();
   std::atomic<std::uint64_t> acknowledged_{0};
   std::atomic<double> audioTime_{0.0};
 
   // Audio-thread state.
   bool running_ = false;
+  std::uint64_t appliedSerial_ = 0;
   std::uint64_t frame_ = 0;   // frames played since the start
   double anchorFrame_ = 0.0;  // the tempo was `tempo_` from this frame...
   double anchorBeat_ = 0.0;   // ...which is this beat

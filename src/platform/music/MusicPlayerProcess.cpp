@@ -19,10 +19,13 @@ void MusicPlayer::process(std::uint32_t frames, double sampleRate, MidiBlock& ou
   sampleRate_ = sampleRate;
   tempoSnapshot_ = tempoReader_.acquire();
 
-  while (auto command = commands_.pop()) {
-    apply(*command, out);
-    acknowledged_.store(command->serial, std::memory_order_release);
+  const Transport* transport = transportReader_.acquire();
+  if (transport->serial != appliedSerial_) {
+    apply(*transport, out);
+    appliedSerial_ = transport->serial;
+    acknowledged_.store(transport->serial, std::memory_order_release);
   }
+  transportReader_.release();
 
   if (running_ && frames > 0) {
     // The tempo is read once per block, at the beat the block starts on.
@@ -54,32 +57,30 @@ void MusicPlayer::process(std::uint32_t frames, double sampleRate, MidiBlock& ou
   out.sortFrom(first);
 }
 
-void MusicPlayer::apply(const Command& command, MidiBlock& out) noexcept {
-  switch (command.kind) {
-    case Command::start:
-      if (running_) break;
-      running_ = true;
-      frame_ = 0;
-      anchorFrame_ = 0.0;
-      anchorBeat_ = command.beats;
-      scannedBeat_ = command.beats;
-      tempo_ = tempoAt(command.beats);
-      audioTime_.store(command.beats, std::memory_order_relaxed);
-      break;
-    case Command::stop:
-      if (!running_) break;
+void MusicPlayer::apply(const Transport& transport, MidiBlock& out) noexcept {
+  const bool jumped = transport.jumpSerial > appliedSerial_;
+  if (!transport.playing) {
+    if (running_) {
       running_ = false;
       releaseAll(out);
-      break;
-    case Command::setTime:
-      if (!running_) break;
-      // Jumping: what sounds now ends, and the notes from the new time on play next.
-      releaseAll(out);
-      anchorFrame_ = static_cast<double>(frame_);
-      anchorBeat_ = command.beats;
-      scannedBeat_ = command.beats;
-      audioTime_.store(command.beats, std::memory_order_relaxed);
-      break;
+    }
+    return;
+  }
+  if (!running_) {
+    running_ = true;
+    frame_ = 0;
+    anchorFrame_ = 0.0;
+    anchorBeat_ = transport.beats;
+    scannedBeat_ = transport.beats;
+    tempo_ = tempoAt(transport.beats);
+    audioTime_.store(transport.beats, std::memory_order_relaxed);
+  } else if (jumped) {
+    // Jumping while playing: what sounds now ends, and the notes from the new time on play next.
+    releaseAll(out);
+    anchorFrame_ = static_cast<double>(frame_);
+    anchorBeat_ = transport.beats;
+    scannedBeat_ = transport.beats;
+    audioTime_.store(transport.beats, std::memory_order_relaxed);
   }
 }
 

@@ -166,6 +166,23 @@ TEST_P(MusicPlayerTiming, StopReleasesSoundingNotesAndEditsApplyWhilePlaying) {
   EXPECT_EQ(notes().size(), received.size());  // nothing after the stop
 }
 
+TEST_P(MusicPlayerTiming, CommandsGivenWhileNoAudioRunsEndInTheLatestState) {
+  track->newMIDINoteEvent(0.0, {0, 60, 100, 0, 0.5f});
+  track->newMIDINoteEvent(2.0, {0, 62, 100, 0, 0.5f});
+  mainQueue.runPending();
+  for (int i = 0; i < 500; ++i) {  // far more than a block could ever see one by one
+    player.start();
+    player.stop();
+  }
+  player.setTime(2.0);
+  player.start();
+  EXPECT_EQ(player.getTime(), 2.0);
+  render(24000);  // one beat
+  EXPECT_NEAR(player.getTime(), 3.0, 1e-9);
+  ASSERT_FALSE(notes().empty());
+  EXPECT_EQ(notes().front(), Timed(0, 0x90, 62));
+}
+
 INSTANTIATE_TEST_SUITE_P(BlockSizes, MusicPlayerTiming, ::testing::Values(64u, 256u, 1024u));
 
 }  // namespace
