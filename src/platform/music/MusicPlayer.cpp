@@ -29,25 +29,20 @@ void MusicPlayer::publishTransport() {
 
 bool MusicPlayer::start() {
   if (!sequence_ || !sequence_->renderTarget()) return false;
-  if (playing_) return true;
-  playing_ = true;
+  if (transport_.playing) return true;
   transport_.playing = true;
-  transport_.beats = time_;
   publishTransport();
   return true;
 }
 
 void MusicPlayer::stop() {
-  if (!playing_) return;
-  time_ = getTime();
-  playing_ = false;
+  if (!transport_.playing) return;
+  transport_.beats = getTime();
   transport_.playing = false;
-  transport_.beats = time_;
   publishTransport();
 }
 
 void MusicPlayer::setTime(double beats) {
-  time_ = beats;
   transport_.beats = beats;
   transport_.jumpSerial = transport_.serial + 1;
   publishTransport();
@@ -55,8 +50,8 @@ void MusicPlayer::setTime(double beats) {
 
 double MusicPlayer::getTime() const {
   // Until the audio thread has carried out the last command, the position is the commanded one.
-  if (acknowledged_.load(std::memory_order_acquire) < transport_.serial) return time_;
-  return playing_ ? audioTime_.load(std::memory_order_relaxed) : time_;
+  if (acknowledged_.load(std::memory_order_acquire) < transport_.serial) return transport_.beats;
+  return transport_.playing ? audioTime_.load(std::memory_order_relaxed) : transport_.beats;
 }
 
 }  // namespace platform

@@ -38,7 +38,7 @@ class MusicPlayer {
   void setTime(double beats);
   // The play position in beats; it keeps growing across loop repetitions.
   double getTime() const;
-  bool isPlaying() const { return playing_; }
+  bool isPlaying() const { return transport_.playing; }
 
   // Audio thread: emits this block's notes into `out`, at frames inside the block.
   void process(std::uint32_t frames, double sampleRate, MidiBlock& out) noexcept;
@@ -76,9 +76,7 @@ class MusicPlayer {
 
   // Main-thread state.
   MusicSequence* sequence_ = nullptr;
-  bool playing_ = false;
-  double time_ = 0.0;  // where the last command left the play position
-  Transport transport_;
+  Transport transport_;  // also where the last command left the play position
 
   // Readers of the tracks, created on the main thread before the player is attached.
   MusicTrack::Reader tempoReader_;
