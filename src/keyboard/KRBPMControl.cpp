@@ -56,7 +56,6 @@ void KRBPMControl::resizeEvent(QResizeEvent* /*event*/) {
 }
 
 void KRBPMControl::beginTracking(QPointF point) {
-  tracking_ = true;
   touchVal_ = value_;
   startX_ = static_cast<float>(point.x());
 }
@@ -66,21 +65,4 @@ void KRBPMControl::continueTracking(QPointF point) {
   const std::int32_t before = value_;
   setValue(truncateToInt32(distance * kBeatsPerPoint + touchVal_));
   if (value_ != before) sendValueChanged();
-}
-
-void KRBPMControl::mousePressEvent(QMouseEvent* event) {
-  if (event->button() != Qt::LeftButton || tracking_) return;
-  beginTracking(event->position());
-}
-
-void KRBPMControl::mouseMoveEvent(QMouseEvent* event) {
-  if (tracking_) continueTracking(event->position());
-}
-
-void KRBPMControl::mouseReleaseEvent(QMouseEvent* event) {
-  if (event->button() == Qt::LeftButton) tracking_ = false;
-}
-
-void KRBPMControl::hideEvent(QHideEvent* /*event*/) {
-  tracking_ = false;
 }

@@ -35,21 +35,15 @@ class KRBPMControl : public KRControl {
   const QLabel* label() const { return label_; }
 
  protected:
+  void beginTracking(QPointF point) override;
+  void continueTracking(QPointF point) override;
   void resizeEvent(QResizeEvent* event) override;
-  void mousePressEvent(QMouseEvent* event) override;
-  void mouseMoveEvent(QMouseEvent* event) override;
-  void mouseReleaseEvent(QMouseEvent* event) override;
-  void hideEvent(QHideEvent* event) override;
 
  private:
-  void beginTracking(QPointF point);
-  void continueTracking(QPointF point);
-
   QLabel* label_ = nullptr;  // a child widget, owned by Qt
   std::int32_t touchVal_ = 0;
   float startX_ = 0.0f;
   std::int32_t value_ = 0;
   std::int32_t minValue_ = 0;
   std::int32_t maxValue_ = 0;
-  bool tracking_ = false;
 };

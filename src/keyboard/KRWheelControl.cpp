@@ -64,7 +64,6 @@ void KRWheelControl::paintEvent(QPaintEvent* /*event*/) {
 }
 
 void KRWheelControl::beginTracking(QPointF point) {
-  tracking_ = true;
   touchVal_ = value_;
   startX_ = static_cast<float>(point.y());
 }
@@ -77,26 +76,7 @@ void KRWheelControl::continueTracking(QPointF point) {
 }
 
 void KRWheelControl::endTracking() {
-  tracking_ = false;
   if (!resetToZero_) return;
   setValue(0.5f);
   sendValueChanged();
-}
-
-void KRWheelControl::mousePressEvent(QMouseEvent* event) {
-  if (event->button() != Qt::LeftButton || tracking_) return;
-  beginTracking(event->position());
-}
-
-void KRWheelControl::mouseMoveEvent(QMouseEvent* event) {
-  if (tracking_) continueTracking(event->position());
-}
-
-void KRWheelControl::mouseReleaseEvent(QMouseEvent* event) {
-  if (event->button() == Qt::LeftButton && tracking_) endTracking();
-}
-
-// A control that disappears while it is held loses its touch: that is a cancelled touch.
-void KRWheelControl::hideEvent(QHideEvent* /*event*/) {
-  if (tracking_) endTracking();
 }

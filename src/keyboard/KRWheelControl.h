@@ -34,18 +34,14 @@ class KRWheelControl : public KRControl {
   const KRShapeLayer& thumbLayer() const { return thumbLayer_; }
 
  protected:
+  void beginTracking(QPointF point) override;
+  void continueTracking(QPointF point) override;
+  // Release and cancel alike.
+  void endTracking() override;
   void resizeEvent(QResizeEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
-  void mousePressEvent(QMouseEvent* event) override;
-  void mouseMoveEvent(QMouseEvent* event) override;
-  void mouseReleaseEvent(QMouseEvent* event) override;
-  void hideEvent(QHideEvent* event) override;
 
  private:
-  void beginTracking(QPointF point);
-  void continueTracking(QPointF point);
-  // Release and cancel alike.
-  void endTracking();
   // Top of the thumb bar for the current value.
   qreal thumbTop() const;
 
@@ -56,5 +52,4 @@ class KRWheelControl : public KRControl {
   KRShapeLayer bkgLayer_;
   std::int32_t width_ = 0;
   bool resetToZero_ = false;
-  bool tracking_ = false;
 };

@@ -7,6 +7,7 @@
 // for as long as `target` lives, e.g.
 //   pitchWheel->addTarget(this, [this] { pitchWheelModified(); });
 
+#include <QPointF>
 #include <QWidget>
 #include <cstdint>
 #include <functional>
@@ -27,6 +28,21 @@ class KRControl : public QWidget {
 
  protected:
   void sendValueChanged() { emit valueChanged(); }
+
+  // Touch tracking, as the pointer events below drive it: a left-button press begins a touch,
+  // moves continue it, and the release ends it. Hiding the control while it is held cancels the
+  // touch, which ends it the same way.
+  virtual void beginTracking(QPointF point) { continueTracking(point); }
+  virtual void continueTracking(QPointF /*point*/) {}
+  virtual void endTracking() {}
+
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  void hideEvent(QHideEvent* event) override;
+
+ private:
+  bool tracking_ = false;
 };
 
 using platform::truncateToInt32;

@@ -21,25 +21,11 @@ void KRSlider::setValue(float value) {
   update();
 }
 
-void KRSlider::trackTo(QPointF point) {
+void KRSlider::continueTracking(QPointF point) {
   if (trackWidth() <= 0.0) return;
   const float before = value_;
   setValue(static_cast<float>((point.x() - trackLeft()) / trackWidth()));
   if (value_ != before) sendValueChanged();
-}
-
-void KRSlider::mousePressEvent(QMouseEvent* event) {
-  if (event->button() != Qt::LeftButton) return;
-  tracking_ = true;
-  trackTo(event->position());
-}
-
-void KRSlider::mouseMoveEvent(QMouseEvent* event) {
-  if (tracking_) trackTo(event->position());
-}
-
-void KRSlider::mouseReleaseEvent(QMouseEvent* event) {
-  if (event->button() == Qt::LeftButton) tracking_ = false;
 }
 
 void KRSlider::paintEvent(QPaintEvent* /*event*/) {

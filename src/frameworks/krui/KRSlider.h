@@ -18,18 +18,14 @@ class KRSlider : public KRControl {
   void setValue(float value);
 
  protected:
+  void continueTracking(QPointF point) override;
   void paintEvent(QPaintEvent* event) override;
-  void mousePressEvent(QMouseEvent* event) override;
-  void mouseMoveEvent(QMouseEvent* event) override;
-  void mouseReleaseEvent(QMouseEvent* event) override;
 
  private:
   static constexpr qreal kThumbRadius = 8.0;
 
-  void trackTo(QPointF point);
   qreal trackLeft() const { return kThumbRadius; }
   qreal trackWidth() const { return width() - 2 * kThumbRadius; }
 
   float value_ = 0.0f;
-  bool tracking_ = false;
 };
