@@ -1,7 +1,6 @@
 #include "keyboard/KRBPMControl.h"
 
 #include <QLabel>
-#include <QMouseEvent>
 #include <QString>
 
 namespace {

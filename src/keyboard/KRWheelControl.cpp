@@ -1,6 +1,5 @@
 #include "keyboard/KRWheelControl.h"
 
-#include <QMouseEvent>
 #include <QPainter>
 
 namespace {

@@ -1,6 +1,5 @@
 #include "frameworks/krui/KRSlider.h"
 
-#include <QMouseEvent>
 #include <QPainter>
 #include <algorithm>
 #include <cmath>
