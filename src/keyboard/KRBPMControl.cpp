@@ -18,6 +18,10 @@ KRBPMControl::KRBPMControl(const QRect& frame, QWidget* parent) : KRControl(pare
   setupView();
 }
 
+KRBPMControl::KRBPMControl(QWidget* parent) : KRControl(parent) {
+  setupView();
+}
+
 void KRBPMControl::setupView() {
   minValue_ = 40;
   maxValue_ = 200;

@@ -18,6 +18,8 @@ class KRBPMControl : public KRControl {
  public:
   // Places the control at `frame` and sets it up from that frame's size.
   explicit KRBPMControl(const QRect& frame, QWidget* parent = nullptr);
+  // As an interface file creates it: set up from the size the widget has when it is made.
+  explicit KRBPMControl(QWidget* parent = nullptr);
 
   // Sets the limits, builds the label and sets the tempo to 120.
   void setupView();

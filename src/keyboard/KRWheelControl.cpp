@@ -19,6 +19,10 @@ KRWheelControl::KRWheelControl(const QRect& frame, QWidget* parent) : KRControl(
   setupView();
 }
 
+KRWheelControl::KRWheelControl(QWidget* parent) : KRControl(parent) {
+  setupView();
+}
+
 void KRWheelControl::setupView() {
   width_ = truncateToInt32(width());
   resetToZero_ = false;

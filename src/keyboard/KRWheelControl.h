@@ -19,6 +19,8 @@ class KRWheelControl : public KRControl {
 
   // Places the control at `frame` and sets it up from that frame's size.
   explicit KRWheelControl(const QRect& frame, QWidget* parent = nullptr);
+  // As an interface file creates it: set up from the size the widget has when it is made.
+  explicit KRWheelControl(QWidget* parent = nullptr);
 
   // Builds the background and the thumb from the current size. The thumb's width is taken here
   // once and never follows later resizes.

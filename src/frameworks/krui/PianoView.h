@@ -79,6 +79,8 @@ class PianoView : public QWidget {
   bool isSounding(std::int32_t note) const { return sounding_.count(note) != 0; }
 
  protected:
+  friend class KRPianoView;  // a KRPianoView sets the octave of the keyboard that plays for it
+
   // The octave the keyboard starts in; KRPianoView makes it public and keeps it in range.
   std::int32_t baseOctave() const { return octave_; }
   void setBaseOctave(std::int32_t octave);

@@ -1,0 +1,190 @@
+#include "keyboard/PianoViewController.h"
+
+#include <QLabel>
+
+#include "frameworks/krui/KRPianoView.h"
+#include "frameworks/krui/PianoView.h"
+#include "keyboard/KRWheelControl.h"
+#include "platform/foundation/Log.h"
+#include "platform/ui/Button.h"
+#include "platform/ui/DeviceIdiom.h"
+#include "ui_PianoViewController.h"
+#include "ui_PianoViewControlleriPhone.h"
+
+namespace {
+
+bool isPhone() {
+  return platform::userInterfaceIdiom() == platform::UserInterfaceIdiom::phone;
+}
+
+}  // namespace
+
+PianoViewController::PianoViewController(const QString& nibName, QWidget* parent)
+    : QWidget(parent) {
+  setAttribute(Qt::WA_StyledBackground);  // the interface file's background colour
+  if (nibName == kPhoneInterface) {
+    Ui::PianoViewControlleriPhone ui;
+    ui.setupUi(this);
+    bindOutlets(ui);
+  } else {
+    if (nibName != kTabletInterface) {
+      platform::log("No interface file \"{}\"; using \"{}\"", nibName.toStdString(),
+                    kTabletInterface);
+    }
+    Ui::PianoViewController ui;
+    ui.setupUi(this);
+    bindOutlets(ui);
+  }
+  // The octave buttons act on pianoView; the keys are played on pianoView2, laid over it.
+  pianoView_->setPlayingKeyboard(pianoView2_);
+  connectActions();
+  viewDidLoad();
+}
+
+PianoViewController::~PianoViewController() = default;
+
+template <typename Ui>
+void PianoViewController::bindOutlets(Ui& ui) {
+  holdButton_ = ui.holdButton;
+  velocityButton_ = ui.velocityButton;
+  sizeButton_ = ui.sizeButton;
+  pitchWheel_ = ui.pitchWheel;
+  modWheel_ = ui.modWheel;
+  lockButton_ = ui.lockButton;
+  octaveLabel_ = ui.octaveLabel;
+  pianoView_ = ui.pianoView;
+  pianoView2_ = ui.pianoView2;
+  panicButton_ = ui.panicButton;
+  seqButton_ = ui.seqButton;
+  appMenuButton_ = ui.appMenuButton;
+  shopButton_ = ui.shopButton;
+  octavePlusButton_ = ui.octavePlusButton;
+  octaveMinusButton_ = ui.octaveMinusButton;
+}
+
+void PianoViewController::connectActions() {
+  const auto bind = [this](platform::Button* button,
+                           void (PianoViewController::*action)(platform::Button*)) {
+    connect(button, &QAbstractButton::clicked, this,
+            [this, button, action] { (this->*action)(button); });
+  };
+  bind(octavePlusButton_, &PianoViewController::octavePlus);
+  bind(octaveMinusButton_, &PianoViewController::octaveMinus);
+  bind(holdButton_, &PianoViewController::holdButtonPressed);
+  bind(velocityButton_, &PianoViewController::velocityButtonPressed);
+  bind(lockButton_, &PianoViewController::lockButtonPressed);
+  bind(sizeButton_, &PianoViewController::sizeButtonPressed);
+  bind(panicButton_, &PianoViewController::panicButtonPressed);
+  bind(seqButton_, &PianoViewController::seqButtonPressed);
+  bind(appMenuButton_, &PianoViewController::appMenuButtonPressed);
+  bind(shopButton_, &PianoViewController::shopButtonPressed);
+}
+
+void PianoViewController::viewDidLoad() {
+  pitchWheel_->setValue(0.5f);
+  pitchWheel_->setResetToZero(true);
+  modWheel_->setValue(0.0f);
+
+  pianoView2_->setDelegate(this);
+
+  pitchWheel_->addTarget(this, [this] { pitchWheelModified(); });
+  modWheel_->addTarget(this, [this] { modWheelModified(); });
+
+  // Kept sized with the view but never drawn: the screen's background is the interface file's.
+  gradientLayer_ = KRGradientLayer{};
+  gradientLayer_.startPoint = {0.5, 1.0};
+  gradientLayer_.endPoint = {0.5, 0.0};
+  gradientLayer_.frame = QRectF(0.0, 0.0, width(), height());
+  gradientLayer_.startColor = QColor::fromRgbF(0.1f, 0.1f, 0.1f, 1.0f);
+  gradientLayer_.endColor = QColor::fromRgbF(0.15f, 0.15f, 0.15f, 1.0f);
+
+  pianoView2_->setPianoShift(11);
+  pianoView2_->setNumKeysVisible(isPhone() ? 8 : 15);
+  pianoView2_->refreshKeyboard();
+}
+
+void PianoViewController::viewWillLayoutSubviews() {
+  gradientLayer_.frame = QRectF(0.0, 0.0, width(), height());
+  pianoView2_->refreshKeyboard();
+}
+
+void PianoViewController::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  viewWillLayoutSubviews();
+}
+
+void PianoViewController::octavePlus(platform::Button* /*sender*/) {
+  pianoView_->setOctave(pianoView_->octave() + 1);
+  showOctave();
+}
+
+void PianoViewController::octaveMinus(platform::Button* /*sender*/) {
+  pianoView_->setOctave(pianoView_->octave() - 1);
+  showOctave();
+}
+
+// Shows the octave the keyboard kept, whatever was asked of it.
+void PianoViewController::showOctave() {
+  octaveLabel_->setText(QStringLiteral("Octave %1").arg(pianoView_->octave()));
+}
+
+void PianoViewController::holdButtonPressed(platform::Button* /*sender*/) {
+  holdButton_->setSelected(!holdButton_->isSelected());
+  pianoView2_->setHold(holdButton_->isSelected());
+}
+
+void PianoViewController::velocityButtonPressed(platform::Button* /*sender*/) {
+  velocityButton_->setSelected(!velocityButton_->isSelected());
+}
+
+void PianoViewController::lockButtonPressed(platform::Button* /*sender*/) {
+  lockButton_->setSelected(!lockButton_->isSelected());
+  pianoView2_->setIsLocked(lockButton_->isSelected());
+}
+
+// Phones alternate between 8 and 15 keys, other idioms between 15 and 22; the button is lit
+// while the larger count (the smaller keys) shows.
+void PianoViewController::sizeButtonPressed(platform::Button* /*sender*/) {
+  const std::int32_t n = pianoView2_->numKeysVisible();
+  const std::int32_t small = isPhone() ? 8 : 15;
+  const std::int32_t large = isPhone() ? 15 : 22;
+  sizeButton_->setSelected(n == small);
+  pianoView2_->setNumKeysVisible(n == small ? large : small);
+  pianoView2_->refreshKeyboard();
+}
+
+void PianoViewController::panicButtonPressed(platform::Button* /*sender*/) {
+  if (delegate_) delegate_->panic();
+  pianoView2_->panic();
+}
+
+void PianoViewController::seqButtonPressed(platform::Button* sender) {
+  sender->setSelected(!sender->isSelected());
+  if (externalAction_) externalAction_(0);
+}
+
+void PianoViewController::appMenuButtonPressed(platform::Button* /*sender*/) {}
+
+void PianoViewController::shopButtonPressed(platform::Button* /*sender*/) {}
+
+void PianoViewController::dismissAppMenu() {}
+
+void PianoViewController::pitchWheelModified() {
+  if (delegate_) delegate_->pitchWheelChanged(pitchWheel_->value());
+}
+
+void PianoViewController::modWheelModified() {
+  if (delegate_) delegate_->modWheelChanged(modWheel_->value());
+}
+
+void PianoViewController::pianoKeyPressed(std::int32_t key, float velocity) {
+  if (delegate_) delegate_->pianoKeyPressed(key, velocityButton_->isSelected() ? velocity : 1.0f);
+}
+
+void PianoViewController::pianoKeyReleased(std::int32_t key) {
+  if (delegate_) delegate_->pianoKeyReleased(key);
+}
+
+void PianoViewController::pitchWheelChanged(float /*value*/) {}
+
+void PianoViewController::modWheelChanged(float /*value*/) {}

@@ -1,0 +1,248 @@
+#include "sequencer/KRSequencerController.h"
+
+#include <QPainter>
+#include <cassert>
+
+#include "frameworks/krui/KRSlider.h"
+#include "keyboard/KRBPMControl.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/Numbers.h"
+#include "platform/ui/Button.h"
+#include "platform/ui/DisplayLink.h"
+#include "sequencer/KRSeqTrackView.h"
+#include "sequencer/KRStepSequence.h"
+#include "ui_KRSequencerController.h"
+#include "ui_KRSequencerControlleriPhone.h"
+
+namespace {
+
+constexpr double kStartTempo = 120.0;
+constexpr double kLoopBeats = 4.0;
+// The tempo track is cleared over this span before the one new tempo event is written.
+constexpr double kTempoClearEnd = 100.0;
+// Playhead row: four steps a beat, one step ahead of the step being played.
+constexpr int kStepsPerBeat = 4;
+constexpr int kPlayheadOffset = 17;
+constexpr int kPlayheadModulus = 16;
+
+}  // namespace
+
+KRSequencerController::KRSequencerController(const QString& nibName, QWidget* parent,
+                                             const platform::MonotonicClock& clock)
+    : QWidget(parent), clock_(clock) {
+  if (nibName == kPhoneInterface) {
+    Ui::KRSequencerControlleriPhone ui;
+    ui.setupUi(this);
+    bindOutlets(ui);
+  } else {
+    if (nibName != kTabletInterface) {
+      platform::log("No interface file \"{}\"; using \"{}\"", nibName.toStdString(),
+                    kTabletInterface);
+    }
+    Ui::KRSequencerController ui;
+    ui.setupUi(this);
+    bindOutlets(ui);
+  }
+  connectActions();
+  viewDidLoad();
+}
+
+KRSequencerController::~KRSequencerController() = default;
+
+template <typename Ui>
+void KRSequencerController::bindOutlets(Ui& ui) {
+  writeModeButton_ = ui.writeModeButton;
+  bpmControl_ = ui.bpmControl;
+  playButton_ = ui.playButton;
+  gateSlider_ = ui.gateSlider;
+  swingSlider_ = ui.swingSlider;
+  appMenuButton_ = ui.appMenuButton;
+  autoIncrementButton_ = ui.autoIncrementButton;
+  tieButton_ = ui.tieButton;
+  clearButton_ = ui.clearButton;
+}
+
+void KRSequencerController::connectActions() {
+  const auto bind = [this](platform::Button* button,
+                           void (KRSequencerController::*action)(platform::Button*)) {
+    connect(button, &QAbstractButton::clicked, this,
+            [this, button, action] { (this->*action)(button); });
+  };
+  bind(playButton_, &KRSequencerController::playButtonPressed);
+  bind(writeModeButton_, &KRSequencerController::writeModeButtonPressed);
+  bind(autoIncrementButton_, &KRSequencerController::autoIncrementButtonPressed);
+  bind(tieButton_, &KRSequencerController::tieButtonPressed);
+  bind(clearButton_, &KRSequencerController::clearButtonPressed);
+  bind(appMenuButton_, &KRSequencerController::appMenuButtonPressed);
+  bpmControl_->addTarget(this, [this] { bpmControlDidChange(bpmControl_); });
+  gateSlider_->addTarget(this, [this] { gateUpdated(gateSlider_); });
+  swingSlider_->addTarget(this, [this] { swingUpdated(swingSlider_); });
+}
+
+void KRSequencerController::viewDidLoad() {
+  gradient_ = KRGradientLayer{};
+  gradient_.borderColor = Qt::black;
+  gradient_.borderWidth = 1.0;
+  gradient_.startPoint = {0.0, 0.0};
+  gradient_.endPoint = {0.0, 1.0};
+  gradient_.startColor = QColor::fromRgbF(1.1f * 39 / 255, 1.1f * 46 / 255, 1.1f * 52 / 255, 1.0f);
+  gradient_.endColor = QColor::fromRgbF(0.5f * 39 / 255, 0.5f * 46 / 255, 0.5f * 52 / 255, 1.0f);
+
+  stepSequence_ = std::make_shared<KRStepSequence>();
+  numKeysPressed_ = 0;
+  keysReleased_.clear();
+  writeMode_ = false;
+
+  musicSequence_ = std::make_unique<platform::MusicSequence>();
+  musicTrack_ = musicSequence_->newTrack();
+  musicTrack_->setLoopInfo({kLoopBeats, 0});
+  musicTrack_->setTrackLength(kLoopBeats);
+
+  musicPlayer_ = std::make_unique<platform::MusicPlayer>();
+  musicPlayer_->setSequence(musicSequence_.get());
+
+  tempoTrack_ = musicSequence_->tempoTrack();
+  tempoTrack_->newExtendedTempoEvent(0.0, kStartTempo);
+
+  iterator_ = std::make_unique<platform::MusicEventIterator>(*musicTrack_);
+
+  const auto w = static_cast<float>(width());
+  const auto h = static_cast<float>(height());
+  trackView_ = new KRSeqTrackView(QRectF(0.0, h * 0.5 - 4.0, w, h * 0.5).toRect(), this);
+
+  stepSequence_->setMusicEventIterator(iterator_.get());
+  stepSequence_->setMusicTrack(musicTrack_);
+  trackView_->setStepSequence(stepSequence_);
+  trackView_->show();
+
+  gateSlider_->setValue(stepSequence_->gate());
+
+  displayLink_ = new platform::DisplayLink(this, [this] { updatePlayhead(); });
+  displayLink_->addToRunLoop();
+}
+
+void KRSequencerController::viewWillLayoutSubviews() {
+  const auto w = static_cast<float>(width());
+  const auto h = static_cast<float>(height());
+  trackView_->setGeometry(QRectF(0.0, h * 0.5 - 4.0, w, h * 0.5).toRect());
+  gradient_.frame = QRectF(0.0, 0.0, w, h);
+}
+
+void KRSequencerController::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  viewWillLayoutSubviews();
+}
+
+void KRSequencerController::paintEvent(QPaintEvent* /*event*/) {
+  QPainter painter(this);
+  gradient_.paint(painter);
+}
+
+// The grid is told the previous look-ahead row at each step boundary: the step that has just
+// begun. Both the look-ahead and the hand-over are deliberate.
+void KRSequencerController::updatePlayhead() {
+  const double t = musicPlayer_->getTime();
+  const std::int32_t r =
+      (platform::truncateToInt32(t * kStepsPerBeat) + kPlayheadOffset) % kPlayheadModulus;
+  if (r == playheadRow_) return;
+  trackView_->setPlayheadPosition(playheadRow_);
+  playheadRow_ = r;
+}
+
+void KRSequencerController::bpmControlDidChange(KRBPMControl* /*sender*/) {
+  tempoTrack_->clear(0.0, kTempoClearEnd);
+  tempoTrack_->newExtendedTempoEvent(0.0, static_cast<double>(bpmControl_->value()));
+}
+
+void KRSequencerController::playButtonPressed(platform::Button* /*sender*/) {
+  const bool playing = musicPlayer_->isPlaying();
+  if (playing) {
+    musicPlayer_->stop();
+  } else {
+    musicPlayer_->setTime(0.0);
+    musicPlayer_->start();
+  }
+  playButton_->setSelected(!playing);
+}
+
+void KRSequencerController::gateUpdated(KRSlider* /*sender*/) {
+  stepSequence_->setGate(gateSlider_->value());
+}
+
+void KRSequencerController::swingUpdated(KRSlider* /*sender*/) {
+  stepSequence_->setSwing(swingSlider_->value());
+}
+
+void KRSequencerController::writeModeButtonPressed(platform::Button* /*sender*/) {
+  writeMode_ = !writeMode_;
+  writeModeButton_->setSelected(writeMode_);
+}
+
+void KRSequencerController::autoIncrementButtonPressed(platform::Button* /*sender*/) {
+  autoIncrementButton_->setSelected(!autoIncrementButton_->isSelected());
+}
+
+bool KRSequencerController::isRecordableKey(std::int32_t key) {
+  assert(key >= 0 && key < 256 && "key numbers are 0..255");
+  if (key >= 0 && key < 256) return true;
+  platform::log("Sequencer: key {} is not a key number (0..255); ignored", key);
+  return false;
+}
+
+void KRSequencerController::keyOn(std::int32_t key, float velocity) {
+  if (!writeMode_ || !isRecordableKey(key)) return;
+  keyVelocities_[static_cast<std::size_t>(key)] = velocity;
+  numKeysPressed_ += 1;
+}
+
+void KRSequencerController::keyOff(std::int32_t key) {
+  if (!writeMode_ || !isRecordableKey(key)) return;
+  numKeysPressed_ = numKeysPressed_ > 0 ? numKeysPressed_ - 1 : 0;
+
+  auto released = std::make_shared<KeyEvent>(key, clock_);
+  released->setVelocity(keyVelocities_[static_cast<std::size_t>(key)]);
+  keysReleased_.push_back(std::move(released));
+  if (numKeysPressed_ != 0) return;  // the chord is still being held
+
+  KRStepSequenceKeyArray chord;
+  for (const auto& event : keysReleased_) {
+    if (event->timeSinceNow() > -kChordGatheringSeconds) {
+      auto chordKey = std::make_shared<KRStepSequenceKey>();
+      chordKey->setNumber(event->key());
+      chordKey->setVelocity(event->velocity());
+      chord.push_back(std::move(chordKey));
+    }
+  }
+  if (!chord.empty()) stepSequence_->setKeysToRange(chord, trackView_->selectionRange());
+
+  if (autoIncrementButton_->isSelected()) {
+    const platform::Range selection = trackView_->selectionRange();
+    // Modular narrowing: a reversed selection (a wrapped length) lands on the step after its end.
+    std::int32_t next = static_cast<std::int32_t>(selection.location + selection.length);
+    if (next > 15) next = 0;
+    trackView_->updateSelection(next, next);
+  }
+  updateTrackView();
+  keysReleased_.clear();
+}
+
+// Unties the whole selection when any of it is tied, otherwise ties all of it; an empty or
+// wrapped selection ties.
+void KRSequencerController::tieButtonPressed(platform::Button* /*sender*/) {
+  const platform::Range selection = trackView_->selectionRange();
+  bool tie = true;
+  if (selection.location < selection.location + selection.length) {
+    bool any = false;
+    for (std::uint64_t i = selection.location; i < selection.location + selection.length; ++i) {
+      if (stepSequence_->stepAtIndex(static_cast<std::int32_t>(i)).tie()) any = true;
+    }
+    tie = !any;
+  }
+  stepSequence_->setTieAtRange(tie, trackView_->selectionRange());
+}
+
+void KRSequencerController::clearButtonPressed(platform::Button* /*sender*/) {
+  stepSequence_->clearStepsInRange(trackView_->selectionRange());
+}
+
+void KRSequencerController::appMenuButtonPressed(platform::Button* /*sender*/) {}
