@@ -1,0 +1,207 @@
+// The keyboard screen, headless, with real widgets: what reaches its delegate when the user
+// clicks its buttons, plays its keys and moves its wheels, in both layouts.
+
+#include "keyboard/PianoViewController.h"
+
+#include <gtest/gtest.h>
+
+#include <QLabel>
+#include <QTest>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "frameworks/krui/KRPianoView.h"
+#include "frameworks/krui/PianoView.h"
+#include "keyboard/KRWheelControl.h"
+#include "platform/ui/Button.h"
+#include "platform/ui/DeviceIdiom.h"
+#include "support/PointerEvents.h"
+
+namespace {
+
+using platform::UserInterfaceIdiom;
+
+// Records every delegate call in order, e.g. "on 60 1.000", "off 60", "pitch 0.500", "panic".
+struct PerformanceRecorder final : KRPianoViewDelegate {
+  void pianoKeyPressed(std::int32_t key, float velocity) override {
+    pressedVelocities.push_back(velocity);
+    events.push_back("on " + std::to_string(key));
+  }
+  void pianoKeyReleased(std::int32_t key) override {
+    events.push_back("off " + std::to_string(key));
+  }
+  void modWheelChanged(float value) override { events.push_back("mod " + fixed(value)); }
+  void pitchWheelChanged(float value) override { events.push_back("pitch " + fixed(value)); }
+  void panic() override { events.push_back("panic"); }
+
+  static std::string fixed(float value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%.3f", value);
+    return text;
+  }
+  std::vector<std::string> take() { return std::exchange(events, {}); }
+
+  std::vector<std::string> events;
+  std::vector<float> pressedVelocities;
+};
+
+using Events = std::vector<std::string>;
+
+class PianoViewControllerTest : public ::testing::TestWithParam<UserInterfaceIdiom> {
+ protected:
+  void SetUp() override {
+    platform::setUserInterfaceIdiom(GetParam());
+    screen = std::make_unique<PianoViewController>(phone() ? PianoViewController::kPhoneInterface
+                                                           : PianoViewController::kTabletInterface);
+    screen->resize(phone() ? QSize(667, 175) : QSize(1024, 256));
+    screen->show();  // lays the interface file's widgets out
+    recorder = std::make_shared<PerformanceRecorder>();
+    screen->setDelegate(recorder);
+  }
+  void TearDown() override { platform::setUserInterfaceIdiom(UserInterfaceIdiom::pad); }
+
+  bool phone() const { return GetParam() == UserInterfaceIdiom::phone; }
+  void click(platform::Button* button) { QTest::mouseClick(button, Qt::LeftButton); }
+  // A point on the first white key: near its front edge (loud) or its back edge (soft).
+  QPoint firstWhiteKey(bool front) const {
+    const QRectF key = screen->pianoView2()->keys().front().rect;
+    return QPointF(key.center().x(), front ? key.bottom() - 2 : key.top() + 2).toPoint();
+  }
+
+  std::unique_ptr<PianoViewController> screen;
+  std::shared_ptr<PerformanceRecorder> recorder;
+};
+
+TEST_P(PianoViewControllerTest, LoadsWithCentredPitchWheelAndTheIdiomsKeyCount) {
+  EXPECT_FLOAT_EQ(screen->pitchWheel()->value(), 0.5f);
+  EXPECT_TRUE(screen->pitchWheel()->resetToZero());
+  EXPECT_FLOAT_EQ(screen->modWheel()->value(), 0.0f);
+  EXPECT_FALSE(screen->modWheel()->resetToZero());
+  EXPECT_EQ(screen->pianoView2()->numKeysVisible(), phone() ? 8 : 15);
+  EXPECT_EQ(screen->pianoView2()->pianoShift(), 11);
+  EXPECT_EQ(screen->pianoView2()->delegate(), screen.get());
+  // The gradient follows the view's size though it is never drawn.
+  EXPECT_EQ(screen->gradientLayer().frame, QRectF(QPointF(0, 0), QSizeF(screen->size())));
+  EXPECT_EQ(screen->gradientLayer().startPoint, QPointF(0.5, 1.0));
+}
+
+TEST_P(PianoViewControllerTest, VelocityIsExactlyOneUnlessTheVelocityButtonIsOn) {
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(false));
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(true));
+  ASSERT_EQ(recorder->pressedVelocities.size(), 2u);
+  EXPECT_EQ(recorder->pressedVelocities[0], 1.0f);
+  EXPECT_EQ(recorder->pressedVelocities[1], 1.0f);
+
+  click(screen->velocityButton());
+  EXPECT_TRUE(screen->velocityButton()->isSelected());
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(false));
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(true));
+  ASSERT_EQ(recorder->pressedVelocities.size(), 4u);
+  EXPECT_LT(recorder->pressedVelocities[2], 0.3f);  // the back edge plays softly
+  EXPECT_GT(recorder->pressedVelocities[3], 0.95f);
+  EXPECT_EQ(recorder->take(),
+            (Events{"on 48", "off 48", "on 48", "off 48", "on 48", "off 48", "on 48", "off 48"}));
+}
+
+TEST_P(PianoViewControllerTest, PitchWheelSpringsBackAndReportsOnceModWheelStays) {
+  KRWheelControl* pitch = screen->pitchWheel();
+  // Released where it already is: it still reports 0.5, once.
+  QTest::mousePress(pitch, Qt::LeftButton, {}, QPoint(pitch->width() / 2, 3));
+  QTest::mouseRelease(pitch, Qt::LeftButton, {}, QPoint(pitch->width() / 2, 3));
+  EXPECT_EQ(recorder->take(), (Events{"pitch 0.500"}));
+
+  const QPointF middle(pitch->width() / 2.0, (pitch->height() - 10) / 2.0);
+  testing_support::press(pitch, middle);
+  testing_support::moveTo(pitch, QPointF(middle.x(), 0));
+  testing_support::release(pitch, QPointF(middle.x(), 0));
+  EXPECT_EQ(recorder->take(), (Events{"pitch 1.000", "pitch 0.500"}));
+  EXPECT_FLOAT_EQ(pitch->value(), 0.5f);
+
+  KRWheelControl* mod = screen->modWheel();
+  testing_support::press(mod, QPointF(mod->width() / 2.0, mod->height()));
+  testing_support::moveTo(mod, QPointF(mod->width() / 2.0, 0));
+  testing_support::release(mod, QPointF(mod->width() / 2.0, 0));
+  EXPECT_EQ(recorder->take(), (Events{"mod 1.000"}));
+  EXPECT_FLOAT_EQ(mod->value(), 1.0f);
+}
+
+TEST_P(PianoViewControllerTest, SizeAlternatesBetweenTheIdiomsTwoCounts) {
+  const int small = phone() ? 8 : 15;
+  const int large = phone() ? 15 : 22;
+  PianoView* keys = screen->pianoView2();
+  click(screen->sizeButton());
+  EXPECT_EQ(keys->numKeysVisible(), large);
+  EXPECT_TRUE(screen->sizeButton()->isSelected());
+  click(screen->sizeButton());
+  EXPECT_EQ(keys->numKeysVisible(), small);
+  EXPECT_FALSE(screen->sizeButton()->isSelected());
+
+  // From any other count the next is the small one, with the button off.
+  keys->setNumKeysVisible(phone() ? 22 : 8);
+  screen->sizeButton()->setSelected(true);
+  click(screen->sizeButton());
+  EXPECT_EQ(keys->numKeysVisible(), small);
+  EXPECT_FALSE(screen->sizeButton()->isSelected());
+  // The keys are laid out again at once.
+  EXPECT_NEAR(keys->keys().front().rect.width(), keys->width() / double(small), 1.0);
+}
+
+TEST_P(PianoViewControllerTest, OctaveLabelShowsWhatTheKeyboardKeptAndTheKeysMove) {
+  for (int i = 0; i < 5; ++i)
+    click(screen->octavePlusButton());
+  EXPECT_EQ(screen->octaveLabel()->text(), QStringLiteral("Octave 7"));  // 8 and 9 refused
+  EXPECT_EQ(screen->pianoView()->octave(), 7);
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(true));
+
+  for (int i = 0; i < 9; ++i)
+    click(screen->octaveMinusButton());
+  EXPECT_EQ(screen->octaveLabel()->text(), QStringLiteral("Octave 0"));
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(true));
+  // The notes played follow the octave the buttons set.
+  EXPECT_EQ(recorder->take(), (Events{"on 84", "off 84", "on 0", "off 0"}));
+}
+
+TEST_P(PianoViewControllerTest, TogglesFlipTheirButtonAndReachTheKeyboard) {
+  click(screen->holdButton());
+  click(screen->lockButton());
+  EXPECT_TRUE(screen->holdButton()->isSelected());
+  EXPECT_TRUE(screen->pianoView2()->hold());
+  EXPECT_TRUE(screen->pianoView2()->isLocked());
+
+  // With hold on, a released key keeps sounding until hold goes off.
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(true));
+  EXPECT_EQ(recorder->take(), (Events{"on 48"}));
+  click(screen->holdButton());
+  EXPECT_FALSE(screen->pianoView2()->hold());
+  EXPECT_EQ(recorder->take(), (Events{"off 48"}));
+}
+
+TEST_P(PianoViewControllerTest, PanicReachesTheDelegateBeforeTheKeyboardLetsGo) {
+  click(screen->holdButton());
+  QTest::mouseClick(screen->pianoView2(), Qt::LeftButton, {}, firstWhiteKey(true));
+  recorder->take();
+  click(screen->panicButton());
+  EXPECT_EQ(recorder->take(), (Events{"panic", "off 48"}));
+}
+
+TEST_P(PianoViewControllerTest, SequencerButtonTogglesItsLookAndRunsTheExternalAction) {
+  click(screen->seqButton());
+  EXPECT_TRUE(screen->seqButton()->isSelected());
+  EXPECT_TRUE(recorder->take().empty());
+
+  std::vector<int> arguments;
+  screen->setExternalAction([&](std::int32_t argument) { arguments.push_back(argument); });
+  click(screen->seqButton());
+  click(screen->seqButton());
+  EXPECT_EQ(arguments, (std::vector<int>{0, 0}));
+  EXPECT_TRUE(screen->seqButton()->isSelected());
+}
+
+INSTANTIATE_TEST_SUITE_P(Idioms, PianoViewControllerTest,
+                         ::testing::Values(UserInterfaceIdiom::pad, UserInterfaceIdiom::phone),
+                         [](const auto& info) {
+                           return info.param == UserInterfaceIdiom::phone ? "phone" : "tablet";
+                         });
+
+}  // namespace

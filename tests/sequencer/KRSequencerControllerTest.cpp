@@ -1,0 +1,326 @@
+// The sequencer screen, headless, with real widgets, a real music player and an audio graph
+// rendered by hand: recording chords, ties, auto-increment, transport, tempo and the playhead.
+
+#include "sequencer/KRSequencerController.h"
+
+#include <gtest/gtest.h>
+
+#include <QTest>
+#include <memory>
+#include <vector>
+
+#include "frameworks/krui/KRSlider.h"
+#include "keyboard/KRBPMControl.h"
+#include "keyboard/KeyEvent.h"
+#include "platform/audio/AudioGraph.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
+#include "platform/music/MusicEvent.h"
+#include "platform/ui/Button.h"
+#include "platform/ui/DisplayLink.h"
+#include "sequencer/KRSeqTrackView.h"
+#include "sequencer/KRStepSequence.h"
+#include "support/ManualClock.h"
+#include "support/OfflineRig.h"
+#include "support/PointerEvents.h"
+
+namespace {
+
+using Chord = std::vector<std::pair<int, float>>;  // key number, velocity
+
+class KRSequencerControllerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    screen = std::make_unique<KRSequencerController>(KRSequencerController::kTabletInterface,
+                                                     nullptr, clock);
+    screen->resize(1024, 128);
+    screen->show();
+  }
+
+  void click(platform::Button* button) { QTest::mouseClick(button, Qt::LeftButton); }
+  void select(int from, int to) { screen->trackView()->updateSelection(from, to); }
+  Chord chordAt(int step) {
+    Chord chord;
+    for (const auto& key : screen->stepSequence()->stepAtIndex(step).keys())
+      chord.emplace_back(key->number(), key->velocity());
+    return chord;
+  }
+  bool tied(int step) { return screen->stepSequence()->stepAtIndex(step).tie(); }
+  platform::Range selection() { return screen->trackView()->selectionRange(); }
+
+  testing_support::ManualClock clock;
+  std::unique_ptr<KRSequencerController> screen;
+};
+
+TEST(KeyEvent, StartsAtFullVelocityAndAgesOnTheMonotonicClock) {
+  testing_support::ManualClock clock;
+  KeyEvent event(60, clock);
+  EXPECT_EQ(event.key(), 60);
+  EXPECT_EQ(event.velocity(), 1.0f);
+  clock.advance(0.2);
+  EXPECT_NEAR(event.timeSinceNow(), -0.2, 1e-9);
+}
+
+TEST_F(KRSequencerControllerTest, LoadsTheSequenceTheTempoAndTheGrid) {
+  const auto& track = *screen->musicTrack();
+  EXPECT_EQ(track.loopInfo(), (platform::LoopInfo{4.0, 0}));
+  EXPECT_EQ(track.trackLength(), 4.0);
+  ASSERT_EQ(screen->tempoTrack()->events().size(), 1u);
+  EXPECT_EQ(screen->tempoTrack()->events()[0].time, 0.0);
+  EXPECT_EQ(screen->gateSlider()->value(), 0.5f);
+  EXPECT_FALSE(screen->writeMode());
+  EXPECT_TRUE(screen->displayLink()->isRunning());
+  // The grid: the lower half, raised by 4 points, and it follows the screen's size.
+  EXPECT_EQ(screen->trackView()->geometry(), QRect(0, 60, 1024, 64));
+  screen->resize(1366, 150);
+  EXPECT_EQ(screen->trackView()->geometry(), QRect(0, 71, 1366, 75));
+  EXPECT_EQ(screen->gradient().frame, QRectF(0, 0, 1366, 150));
+}
+
+TEST_F(KRSequencerControllerTest, WithWriteModeOffKeysChangeNothing) {
+  select(0, 15);
+  screen->keyOn(60, 0.5f);
+  screen->keyOff(60);
+  EXPECT_EQ(screen->numKeysPressed(), 0);
+  for (int step = 0; step < 16; ++step)
+    EXPECT_TRUE(chordAt(step).empty());
+  EXPECT_TRUE(screen->musicTrack()->events().empty());
+}
+
+TEST_F(KRSequencerControllerTest,
+       KeysReleasedTogetherMakeOneChordInReleaseOrderInEverySelectedStep) {
+  click(screen->writeModeButton());
+  EXPECT_TRUE(screen->writeModeButton()->isSelected());
+  select(2, 4);
+  screen->keyOn(60, 0.5f);
+  screen->keyOn(64, 0.75f);
+  screen->keyOn(67, 1.0f);
+  screen->keyOff(67);
+  clock.advance(0.1);
+  screen->keyOff(60);
+  clock.advance(0.1);
+  screen->keyOff(64);
+  const Chord expected{{67, 1.0f}, {60, 0.5f}, {64, 0.75f}};
+  EXPECT_TRUE(chordAt(1).empty());
+  for (int step = 2; step <= 4; ++step)
+    EXPECT_EQ(chordAt(step), expected) << step;
+  EXPECT_TRUE(chordAt(5).empty());
+  // Three steps of three notes on the track.
+  EXPECT_EQ(screen->musicTrack()->events().size(), 9u);
+}
+
+// Holding C for 2 s while tapping E: the tap writes nothing, C's release takes E along only when
+// E was released less than 0.3 s before.
+TEST_F(KRSequencerControllerTest, AHeldKeyTakesATapAlongOnlyWithinTheGatheringTime) {
+  click(screen->writeModeButton());
+  for (double tapBeforeRelease : {0.29, 0.31}) {
+    select(0, 0);
+    screen->stepSequence()->clearStepsInRange({0, 1});
+    screen->keyOn(48, 0.6f);
+    clock.advance(2.0 - tapBeforeRelease - 0.05);
+    screen->keyOn(52, 0.7f);
+    clock.advance(0.05);
+    screen->keyOff(52);
+    EXPECT_TRUE(chordAt(0).empty()) << "C is still held";
+    clock.advance(tapBeforeRelease);
+    screen->keyOff(48);
+    const Chord expected =
+        tapBeforeRelease < 0.3 ? Chord{{52, 0.7f}, {48, 0.6f}} : Chord{{48, 0.6f}};
+    EXPECT_EQ(chordAt(0), expected) << "tap " << tapBeforeRelease << " s before";
+  }
+}
+
+TEST_F(KRSequencerControllerTest, WriteModeTurnedOnWhileAKeyIsHeldWritesItWithItsLastVelocity) {
+  select(6, 6);
+  screen->keyOn(62, 0.9f);  // ignored: write mode is off
+  click(screen->writeModeButton());
+  screen->keyOff(62);
+  EXPECT_EQ(screen->numKeysPressed(), 0);
+  EXPECT_EQ(chordAt(6), (Chord{{62, 0.0f}}));  // never pressed in write mode
+
+  // The velocity table is never cleared: a later key-off alone reuses the last velocity.
+  screen->keyOn(62, 0.4f);
+  screen->keyOff(62);
+  click(screen->writeModeButton());
+  click(screen->writeModeButton());
+  screen->keyOff(62);
+  EXPECT_EQ(chordAt(6), (Chord{{62, 0.4f}}));
+}
+
+TEST_F(KRSequencerControllerTest, AutoIncrementMovesToTheStepAfterTheSelection) {
+  click(screen->writeModeButton());
+  click(screen->autoIncrementButton());
+  EXPECT_TRUE(screen->autoIncrementButton()->isSelected());
+  const auto play = [&] {
+    screen->keyOn(60, 0.5f);
+    screen->keyOff(60);
+  };
+  select(14, 15);
+  play();
+  EXPECT_EQ(selection(), (platform::Range{0, 1}));
+  select(3, 3);
+  play();
+  EXPECT_EQ(selection(), (platform::Range{4, 1}));
+  // A reversed selection (dragged leftwards) writes nothing and moves past its end.
+  screen->trackView()->setSelStart(6);
+  screen->trackView()->setSelEnd(2);
+  play();
+  EXPECT_EQ(selection(), (platform::Range{3, 1}));
+  EXPECT_TRUE(chordAt(2).empty());
+
+  click(screen->autoIncrementButton());
+  play();
+  EXPECT_EQ(selection(), (platform::Range{3, 1}));
+}
+
+TEST_F(KRSequencerControllerTest, TieUntiesTheSelectionWhenAnyOfItIsTiedOtherwiseTiesIt) {
+  screen->stepSequence()->setTieAtPosition(true, 5);
+  select(4, 7);
+  click(screen->tieButton());
+  for (int step = 4; step <= 7; ++step)
+    EXPECT_FALSE(tied(step)) << step;
+  click(screen->tieButton());
+  for (int step = 4; step <= 7; ++step)
+    EXPECT_TRUE(tied(step)) << step;
+  EXPECT_FALSE(tied(8));
+
+  click(screen->clearButton());
+  for (int step = 4; step <= 7; ++step)
+    EXPECT_FALSE(tied(step)) << step;
+}
+
+TEST_F(KRSequencerControllerTest, AKeyNumberOutsideTheTableIsRefused) {
+  click(screen->writeModeButton());
+  platform::LogCapture log;
+  EXPECT_DEBUG_DEATH(screen->keyOn(256, 1.0f), "key numbers are 0..255");
+  EXPECT_DEBUG_DEATH(screen->keyOff(-1), "key numbers are 0..255");
+#ifdef NDEBUG
+  EXPECT_EQ(log.lines().size(), 2u);
+  EXPECT_EQ(screen->numKeysPressed(), 0);
+#endif
+}
+
+TEST_F(KRSequencerControllerTest, TempoControlReplacesTheTempo) {
+  KRBPMControl* bpm = screen->bpmControl();
+  testing_support::press(bpm, {10, 10});
+  testing_support::moveTo(bpm, {110, 10});  // +30 beats per minute
+  testing_support::release(bpm, {110, 10});
+  ASSERT_EQ(screen->tempoTrack()->events().size(), 1u);
+  const auto& event = screen->tempoTrack()->events()[0];
+  EXPECT_EQ(event.time, 0.0);
+  ASSERT_TRUE(event.tempo());
+  EXPECT_EQ(event.tempo()->bpm, 150.0);
+}
+
+// The transport and the playhead, on a real player in a graph rendered by hand.
+class SequencerTransportTest : public KRSequencerControllerTest {
+ protected:
+  void SetUp() override {
+    KRSequencerControllerTest::SetUp();
+    graph.enableManualRenderingMode(kRate, kBlock);
+    graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
+    graph.start();
+    graph.setMusicSequence(screen->getMusicSequence());
+  }
+  void TearDown() override { graph.setMusicSequence(nullptr); }
+
+  // Renders `beats` at 120 BPM, running the display timer after every block; returns the step
+  // the grid shows after each hand-over, in order.
+  std::vector<int> play(double beats) {
+    std::vector<int> shown;
+    std::vector<float> left(kBlock), right(kBlock);
+    float* out[2] = {left.data(), right.data()};
+    const int blocks = static_cast<int>(beats * 0.5 * kRate / kBlock);
+    for (int i = 0; i < blocks; ++i) {
+      graph.renderOffline(kBlock, out);
+      const int rowBefore = screen->playheadRow();
+      screen->updatePlayhead();
+      if (screen->playheadRow() != rowBefore) {
+        shown.push_back(screen->trackView()->playheadPosition().x() /
+                        screen->trackView()->blockWidth());
+      }
+    }
+    return shown;
+  }
+
+  static constexpr double kRate = 48000.0;
+  static constexpr std::uint32_t kBlock = 64;
+  platform::AudioGraph graph;
+};
+
+TEST_F(SequencerTransportTest, PlayStopsWithoutRewindingAndRestartsFromTheTop) {
+  click(screen->playButton());
+  EXPECT_TRUE(screen->playButton()->isSelected());
+  EXPECT_TRUE(screen->musicPlayer()->isPlaying());
+  play(1.5);
+  click(screen->playButton());
+  EXPECT_FALSE(screen->playButton()->isSelected());
+  const double stoppedAt = screen->musicPlayer()->getTime();
+  EXPECT_NEAR(stoppedAt, 1.5, 0.01);
+  play(0.5);
+  EXPECT_EQ(screen->musicPlayer()->getTime(), stoppedAt);
+
+  click(screen->playButton());
+  play(0.25);
+  EXPECT_NEAR(screen->musicPlayer()->getTime(), 0.25, 0.01);
+}
+
+// The grid is told the step that has just begun, one boundary late: after a restart it first
+// shows the row stored when the player stopped, then step 1.
+TEST_F(SequencerTransportTest, PlayheadHandsOverThePreviousLookAheadRow) {
+  click(screen->playButton());
+  EXPECT_EQ(play(1.01), (std::vector<int>{0, 1, 2, 3, 4}));  // the first row stored is 0
+  EXPECT_EQ(screen->playheadRow(), 5);
+  click(screen->playButton());  // stopped just after beat 1: the stored row is 5
+  click(screen->playButton());
+  EXPECT_EQ(play(0.51), (std::vector<int>{5, 1, 2}));
+  // Around the loop: step 15, then 0.
+  const std::vector<int> shown = play(3.5);
+  ASSERT_GE(shown.size(), 2u);
+  EXPECT_EQ(std::vector<int>(shown.end() - 2, shown.end()), (std::vector<int>{15, 0}));
+}
+
+// A chord recorded through the screen into step 3 while the sequence plays is heard by a real
+// instrument at the next pass of the loop, at step 3's exact frame, with its keys.
+TEST(SequencerRecording, ARecordedChordSoundsAtItsStepInTheNextPass) {
+  platform::ManualMainQueue mainQueue;  // the main thread's task boundaries, run by hand
+  platform::MainQueue::setMain(&mainQueue);
+  testing_support::ManualClock clock;
+  KRSequencerController screen(KRSequencerController::kTabletInterface, nullptr, clock);
+  testing_support::OfflineRig rig("MDA JX10", 256, 48000.0);
+  rig.graph.setMusicSequence(screen.getMusicSequence());
+
+  screen.playButtonPressed(screen.playButton());
+  rig.render(24000, [&] { mainQueue.runPending(); });  // half a pass: step 3 has gone by
+  screen.writeModeButtonPressed(screen.writeModeButton());
+  screen.trackView()->updateSelection(3, 3);
+  screen.keyOn(60, 100 / 128.0f);
+  screen.keyOn(67, 80 / 128.0f);
+  screen.keyOff(67);
+  screen.keyOff(60);
+  const std::vector<float> left = rig.render(2 * 96000, [&] { mainQueue.runPending(); });
+
+  // One pass is 4 beats at 120 BPM = 96000 frames; step 3 starts 0.75 beat into it.
+  const std::uint64_t expectedFrame = 96000 + std::llround(0.75 * 60.0 / 120.0 * 48000.0);
+  std::vector<testing_support::ReceivedMidi> noteOns;
+  for (const auto& message : rig.received) {
+    if ((message.status & 0xF0) == 0x90 && message.data2 > 0) noteOns.push_back(message);
+  }
+  ASSERT_GE(noteOns.size(), 2u);
+  EXPECT_EQ(noteOns[0], (testing_support::ReceivedMidi{expectedFrame, 0x90, 67, 80}));
+  EXPECT_EQ(noteOns[1], (testing_support::ReceivedMidi{expectedFrame, 0x90, 60, 100}));
+  // And it sounds: silence before the chord, sound after it.
+  const std::size_t chordInBuffer = expectedFrame - 24000;
+  float before = 0.0f, after = 0.0f;
+  for (std::size_t i = 0; i < chordInBuffer; ++i)
+    before = std::max(before, std::abs(left[i]));
+  for (std::size_t i = chordInBuffer; i < chordInBuffer + 4800; ++i)
+    after = std::max(after, std::abs(left[i]));
+  EXPECT_EQ(before, 0.0f);
+  EXPECT_GT(after, 0.01f);
+
+  rig.graph.setMusicSequence(nullptr);
+  platform::MainQueue::setMain(nullptr);
+}
+
+}  // namespace
