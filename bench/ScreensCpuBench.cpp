@@ -97,7 +97,7 @@ int main(int argc, char** argv) {
   graph.setMusicSequence(nullptr);
   graph.pause();
 
-  std::printf("Main-thread CPU over %.0f s each (%s output):\n", seconds,
+  std::printf("Main-thread CPU over %.0f s each (audio: %s):\n", seconds,
               graph.outputName().c_str());
   std::printf("  empty window (baseline): %6.3f %% of a core\n", baseline * 100);
   std::printf("  screens, stopped:        %6.3f %% of a core (%.2f x baseline)\n", stopped * 100,
