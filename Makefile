@@ -2,6 +2,9 @@
 # Every target builds through the CMake presets in CMakePresets.json.
 
 ARGS ?=
+# Compiles go through ccache; these let a fresh clone in another folder reuse the cache.
+export CCACHE_BASEDIR := $(CURDIR)
+export CCACHE_NOHASHDIR := 1
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' '*.hpp')
 
 .PHONY: deps build run test test-asan test-tsan test-rtsan format format-check clean
