@@ -1,0 +1,172 @@
+#pragma once
+
+// The MIDI wrapper: the MIDI ports other programs offer (sources, and destinations), a virtual
+// input port named "Pelma" that other programs can play into, the active channel, and hot-plug
+// notifications. It runs on RtMidi: the ALSA sequencer where the machine has one, JACK MIDI when a
+// JACK server runs (chosen at creation and logged); with neither there are no ports.
+//
+// Each source hands what it receives to its delegates as a packet list (see MIDIPacketList.h),
+// one list per incoming message, on the MIDI system's receive thread. A source that is not active
+// delivers nothing. The port lists are refreshed on the main thread about once a second; the
+// delegate hears of each port that appears or goes, on the main thread.
+
+#include <rtmidi/RtMidi.h>
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/foundation/WeakRef.h"
+
+namespace platform {
+class UserDefaults;
+}
+
+class PGMidiSource;
+
+class PGMidiSourceDelegate {
+ public:
+  // Receive thread. `packetList` (of `size` bytes) is valid during the call only.
+  virtual void midiReceived(PGMidiSource* source, const std::uint8_t* packetList,
+                            std::size_t size) = 0;
+
+ protected:
+  ~PGMidiSourceDelegate() = default;
+};
+
+// A port of another program (or the virtual input) that MIDI arrives from.
+class PGMidiSource {
+ public:
+  static constexpr std::size_t kMaxDelegates = 8;
+
+  PGMidiSource(std::string name, bool isNetworkSession);
+  ~PGMidiSource();
+  PGMidiSource(const PGMidiSource&) = delete;
+  PGMidiSource& operator=(const PGMidiSource&) = delete;
+
+  const std::string& name() const { return name_; }
+  bool isNetworkSession() const { return isNetworkSession_; }
+  bool isActive() const { return active_.load(std::memory_order_relaxed); }
+  void setIsActive(bool active) { active_.store(active, std::memory_order_relaxed); }
+
+  // Main thread. A delegate is added once; at most kMaxDelegates (more are logged and ignored).
+  // After removeDelegate returns, the delegate is no longer called.
+  void addDelegate(PGMidiSourceDelegate* delegate);
+  void removeDelegate(PGMidiSourceDelegate* delegate);
+
+  // Receive thread: hands one message to the delegates as a packet list (no allocation). Longer
+  // messages (system exclusive) are split into lists of up to kMaxPacketData bytes.
+  void deliver(std::uint64_t timeStamp, const std::uint8_t* data, std::size_t length) noexcept;
+
+  // The RtMidi input this source reads from, owned by the source.
+  void setInput(std::unique_ptr<RtMidiIn> input) { input_ = std::move(input); }
+
+ private:
+  static constexpr std::size_t kMaxPacketData = 256;
+
+  std::string name_;
+  bool isNetworkSession_;
+  std::atomic<bool> active_{true};
+  std::array<std::atomic<PGMidiSourceDelegate*>, kMaxDelegates> delegates_{};
+  std::atomic<int> delivering_{0};  // receive-thread calls in progress
+  std::unique_ptr<RtMidiIn> input_;
+};
+
+// A port of another program that MIDI can be sent to.
+class PGMidiDestination {
+ public:
+  explicit PGMidiDestination(std::string name) : name_(std::move(name)) {}
+  const std::string& name() const { return name_; }
+
+ private:
+  std::string name_;
+};
+
+class PGMidi;
+
+// Hears of ports that appear and go. Main thread.
+class PGMidiDelegate : public platform::WeaklyReferenceable {
+ public:
+  virtual void sourceAdded(PGMidi* midi, PGMidiSource* source) = 0;
+  virtual void sourceRemoved(PGMidi* midi, PGMidiSource* source) = 0;
+  virtual void destinationAdded(PGMidi* midi, PGMidiDestination* destination) = 0;
+  virtual void destinationRemoved(PGMidi* midi, PGMidiDestination* destination) = 0;
+
+ protected:
+  ~PGMidiDelegate() = default;
+};
+
+class PGMidi {
+ public:
+  enum class System { none, alsa, jack };
+
+  // Opens the virtual input and reads the ports there are now (without telling the delegate,
+  // which is not set yet). `clientName` names our ports' client ("Pelma" in the application).
+  explicit PGMidi(std::string clientName = "Pelma");
+  ~PGMidi();
+  PGMidi(const PGMidi&) = delete;
+  PGMidi& operator=(const PGMidi&) = delete;
+
+  System system() const { return system_; }
+  const std::vector<std::shared_ptr<PGMidiSource>>& sources() const { return sources_; }
+  const std::vector<std::shared_ptr<PGMidiDestination>>& destinations() const {
+    return destinations_;
+  }
+  // The virtual input other programs send to; null when there is no MIDI system.
+  PGMidiSource* virtualDestinationSource() const { return virtualSource_.get(); }
+  // The full port name other programs connect to (for JACK: "client:Pelma"), or empty.
+  std::string virtualDestinationPortName() const;
+
+  // 0: all channels; 1..16: that channel only. Read by the receive threads without a lock.
+  std::int32_t channel() const { return channel_.load(std::memory_order_relaxed); }
+  void setChannel(std::int32_t channel);
+
+  PGMidiDelegate* delegate() const { return delegate_.get(); }
+  void setDelegate(PGMidiDelegate* delegate) { delegate_ = delegate; }
+
+  // Restores the stored choices from `defaults` now, and into sources that appear later: the
+  // channel ("MIDI-CHANNEL") and each source's active flag ("MIDI-" and its name; a source with
+  // no stored flag is active). `defaults` must outlive the wrapper.
+  void restoreStoredChoices(const platform::UserDefaults* defaults);
+
+  // The network session is not built yet: enabling it logs one line and changes nothing.
+  void setNetworkEnabled(bool enabled);
+
+  // Main thread: compares the ports there are with the known ones, opens and closes sources and
+  // tells the delegate. Also run about once a second from start().
+  void refresh();
+  // Starts the once-a-second refresh on the main queue.
+  void startHotPlugPolling();
+
+ private:
+  std::shared_ptr<PGMidiSource> openSource(const std::string& portName);
+  std::unique_ptr<RtMidiIn> newInput() const;
+  bool isOurPort(const std::string& portName) const;
+
+  std::string clientName_;
+  System system_ = System::none;
+  RtMidi::Api api_ = RtMidi::UNSPECIFIED;
+  std::atomic<std::int32_t> channel_{0};
+  platform::WeakRef<PGMidiDelegate> delegate_;
+  std::shared_ptr<PGMidiSource> virtualSource_;
+  std::vector<std::shared_ptr<PGMidiSource>> sources_;
+  std::vector<std::shared_ptr<PGMidiDestination>> destinations_;
+  std::unique_ptr<RtMidiIn> sourceProbe_;
+  std::unique_ptr<RtMidiOut> destinationProbe_;
+  unsigned nextInputNumber_ = 1;
+  bool networkLogged_ = false;
+  const platform::UserDefaults* storedChoices_ = nullptr;
+
+  std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
+  std::thread pollThread_;
+  std::mutex pollMutex_;
+  std::condition_variable pollWake_;
+  bool stopPolling_ = false;
+};
