@@ -1,8 +1,9 @@
 // A JACK MIDI client that plays a looped four-beat pattern at exact frames into another client's
 // MIDI input, so that an outside host (jalv) can be fed the same notes Pelma host plays.
 //
-//   bench_jack_midi_pattern DESTINATION-PORT TEMPO SECONDS NOTES
+//   bench_jack_midi_pattern DESTINATION-PORT TEMPO SECONDS NOTES [CHANNEL]
 //   NOTES: note@beat:length[:velocity],...  (as pelma --notes)
+//   DESTINATION-PORT "-" connects nothing (a port that only appears); CHANNEL 1..16, default 1.
 
 #include <jack/jack.h>
 #include <jack/midiport.h>
@@ -30,6 +31,7 @@ struct Pattern {
   double framesPerBeat = 0;
   jack_port_t* port = nullptr;
   std::uint64_t frame = 0;
+  unsigned char channelBits = 0;
 };
 
 std::vector<Note> parse(const std::string& text) {
@@ -59,11 +61,13 @@ int process(jack_nframes_t frames, void* arg) {
       const auto on = std::llround(n.beat * p->framesPerBeat);
       const auto off = std::llround(std::fmod((n.beat + n.length) * p->framesPerBeat, loop));
       if (std::llround(position) == off) {
-        unsigned char message[3] = {0x80, static_cast<unsigned char>(n.number), 0};
+        unsigned char message[3] = {static_cast<unsigned char>(0x80 | p->channelBits),
+                                    static_cast<unsigned char>(n.number), 0};
         jack_midi_event_write(buffer, i, message, 3);
       }
       if (std::llround(position) == on) {
-        unsigned char message[3] = {0x90, static_cast<unsigned char>(n.number),
+        unsigned char message[3] = {static_cast<unsigned char>(0x90 | p->channelBits),
+                                    static_cast<unsigned char>(n.number),
                                     static_cast<unsigned char>(n.velocity)};
         jack_midi_event_write(buffer, i, message, 3);
       }
@@ -77,7 +81,7 @@ int process(jack_nframes_t frames, void* arg) {
 
 int main(int argc, char** argv) {
   if (argc < 5) {
-    std::fprintf(stderr, "usage: %s DESTINATION-PORT TEMPO SECONDS NOTES\n", argv[0]);
+    std::fprintf(stderr, "usage: %s DESTINATION-PORT TEMPO SECONDS NOTES [CHANNEL]\n", argv[0]);
     return 2;
   }
   jack_client_t* client = jack_client_open("pelma-pattern", JackNoStartServer, nullptr);
@@ -88,10 +92,12 @@ int main(int argc, char** argv) {
   Pattern pattern;
   pattern.notes = parse(argv[4]);
   pattern.framesPerBeat = 60.0 / std::atof(argv[2]) * jack_get_sample_rate(client);
+  if (argc > 5) pattern.channelBits = static_cast<unsigned char>((std::atoi(argv[5]) - 1) & 0x0F);
   pattern.port = jack_port_register(client, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
   jack_set_process_callback(client, process, &pattern);
   jack_activate(client);
-  if (jack_connect(client, "pelma-pattern:out", argv[1]) != 0) {
+  if (std::string(argv[1]) != "-" &&
+      jack_connect(client, jack_port_name(pattern.port), argv[1]) != 0) {
     std::fprintf(stderr, "cannot connect to %s\n", argv[1]);
   }
   std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(argv[3])));

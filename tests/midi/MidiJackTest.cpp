@@ -1,0 +1,186 @@
+// MIDI from another process over a real JACK server (dummy driver): a JACK MIDI client of its own
+// process plays notes on channel 5 into our virtual input "Pelma". The instrument (mda ePiano, in a
+// graph rendered here at real-time pace) must sound when the channel setting is 0 or 5 and stay
+// silent for 1, and the sequencer in write mode must record the chord. A port that appears and
+// goes while running must be registered and unregistered.
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "midi/MidiEventRouter.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
+#include "sequencer/KRSeqTrackView.h"
+#include "sequencer/KRSequencerController.h"
+#include "sequencer/KRStepSequence.h"
+#include "support/AudioAnalysis.h"
+#include "support/JackServer.h"
+#include "support/OfflineRig.h"
+
+namespace {
+
+class Router final : public MidiEventRouter {
+ public:
+  platform::AudioComponentInstance instrument = nullptr;
+  KRSequencerController* sequencer = nullptr;
+  PGMidi* wrapper = nullptr;
+
+ protected:
+  platform::AudioComponentInstance synth() const override { return instrument; }
+  KRSequencerController* sequencerController() const override { return sequencer; }
+  PGMidi* midi() const override { return wrapper; }
+};
+
+// Starts the project's JACK MIDI pattern player: `notes` looped over 4 beats at 120 BPM.
+pid_t startPatternPlayer(const std::string& destination, double seconds, const std::string& notes,
+                         int channel) {
+  const std::string secondsText = std::to_string(seconds), channelText = std::to_string(channel);
+  const char* argv[] = {PELMA_JACK_MIDI_PATTERN, destination.c_str(), "120",  secondsText.c_str(),
+                        notes.c_str(),           channelText.c_str(), nullptr};
+  pid_t pid = 0;
+  if (posix_spawn(&pid, argv[0], nullptr, nullptr, const_cast<char* const*>(argv), environ) != 0)
+    return 0;
+  return pid;
+}
+
+bool finished(pid_t pid) {
+  int status = 0;
+  return waitpid(pid, &status, WNOHANG) == pid;
+}
+
+class MidiOverJack : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(server.start()) << "jackd did not start";
+    platform::MainQueue::setMain(&mainQueue);
+    wrapper = std::make_unique<PGMidi>("pelma-midi-test");
+    ASSERT_EQ(wrapper->system(), PGMidi::System::jack);
+    router.instrument = rig.unit.get();
+    router.sequencer = &sequencer;
+    router.wrapper = wrapper.get();
+    wrapper->setDelegate(&router);
+    wrapper->virtualDestinationSource()->addDelegate(&router);
+    for (const auto& source : wrapper->sources())
+      source->addDelegate(&router);
+  }
+  void TearDown() override {
+    if (wrapper) {
+      wrapper->virtualDestinationSource()->removeDelegate(&router);
+      for (const auto& source : wrapper->sources())
+        source->removeDelegate(&router);
+    }
+    wrapper.reset();
+    mainQueue.runPending();
+    platform::MainQueue::setMain(nullptr);
+  }
+
+  // Renders at about real-time pace (running the main queue between blocks) until `pid` ends;
+  // returns the left channel.
+  std::vector<float> renderWhile(pid_t pid) {
+    std::vector<float> out;
+    const auto start = std::chrono::steady_clock::now();
+    std::size_t frames = 0;
+    while (!finished(pid)) {
+      const auto block = rig.render(256, [&] { mainQueue.runPending(); });
+      out.insert(out.end(), block.begin(), block.end());
+      frames += 256;
+      std::this_thread::sleep_until(start + std::chrono::microseconds(frames * 1000000 / 48000));
+    }
+    return out;
+  }
+
+  std::vector<int> chordKeys() {
+    std::vector<int> keys;
+    for (const auto& key : sequencer.stepSequence()->stepAtIndex(0).keys())
+      keys.push_back(key->number());
+    return keys;
+  }
+
+  testing_support::JackServer server;
+  platform::ManualMainQueue mainQueue;
+  testing_support::OfflineRig rig{"MDA ePiano"};
+  KRSequencerController sequencer{KRSequencerController::kTabletInterface};
+  std::unique_ptr<PGMidi> wrapper;
+  Router router;
+};
+
+TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordUnlessFilteredOut) {
+  const std::string destination = wrapper->virtualDestinationPortName();
+  sequencer.writeModeButtonPressed(sequencer.writeModeButton());
+  for (int setting : {0, 5, 1}) {
+    SCOPED_TRACE("channel setting " + std::to_string(setting));
+    wrapper->setChannel(setting);
+    sequencer.stepSequence()->clearStepsInRange({0, 16});
+    sequencer.trackView()->updateSelection(0, 0);
+    // Silence the last round's release tail (mda answers all notes off, not all sound off).
+    platform::MusicDeviceMIDIEvent(rig.unit.get(), 0xB0, 123, 0, 0);
+    rig.render(96000);
+    rig.received.clear();
+
+    // A4 and A5 for half a beat, played by another process on channel 5.
+    const pid_t player = startPatternPlayer(destination, 1.0, "69@0:0.5:100,81@0:0.5:100", 5);
+    ASSERT_GT(player, 0);
+    const std::vector<float> left = renderWhile(player);
+    mainQueue.runPending();
+
+    const double level = testing_support::rms(left.data(), left.size());
+    if (setting == 1) {
+      EXPECT_LT(level, 1e-6);
+      EXPECT_TRUE(rig.received.empty());
+      EXPECT_TRUE(chordKeys().empty());
+    } else {
+      EXPECT_GT(level, 0.01);
+      ASSERT_GE(rig.received.size(), 2u);
+      EXPECT_EQ(rig.received[0].status, 0x90);  // played on channel 1
+      EXPECT_EQ(chordKeys(), (std::vector<int>{69, 81}));
+      // The sound is the notes sent: an A (the estimator may lock onto an octave of an octave
+      // chord, so the pitch class is checked).
+      const auto loud = std::max_element(left.begin(), left.end()) - left.begin();
+      const std::size_t from = static_cast<std::size_t>(loud), count = 9600;
+      ASSERT_LT(from + count, left.size());
+      const double pitch =
+          testing_support::estimatePitch(left.data() + from, count, 48000.0, 200.0, 1000.0);
+      const double offA = std::fmod(std::abs(testing_support::cents(pitch, 440.0)) + 600.0, 1200.0);
+      EXPECT_NEAR(offA, 600.0, 10.0) << pitch << " Hz";
+    }
+  }
+}
+
+TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
+  platform::LogCapture log;
+  wrapper->startHotPlugPolling();
+  const pid_t extra = startPatternPlayer("-", 3.0, "60@0:1", 1);
+  ASSERT_GT(extra, 0);
+  bool added = false;
+  for (int i = 0; i < 60 && !added; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    mainQueue.runPending();
+    added = log.contains("MIDI source added pelma-pattern:out");
+  }
+  EXPECT_TRUE(added);
+  ASSERT_EQ(wrapper->sources().size(), 1u);
+  EXPECT_EQ(wrapper->sources()[0]->name(), "pelma-pattern:out");
+
+  int status = 0;
+  waitpid(extra, &status, 0);
+  bool removed = false;
+  for (int i = 0; i < 40 && !removed; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    mainQueue.runPending();
+    removed = log.contains("MIDI source removed pelma-pattern:out");
+  }
+  EXPECT_TRUE(removed);
+  EXPECT_TRUE(wrapper->sources().empty());
+}
+
+}  // namespace
