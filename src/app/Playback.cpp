@@ -101,33 +101,39 @@ void buildPattern(const PlaybackOptions& options, platform::MusicSequence& seque
   sequence.tempoTrack()->publishNow();
 }
 
+InstrumentGraph::InstrumentGraph(const std::string& pluginName, bool offline,
+                                 double offlineSampleRate, unsigned offlineBufferFrames) {
+  if (offline) graph.enableManualRenderingMode(offlineSampleRate, offlineBufferFrames);
+  sampleRate = offline ? offlineSampleRate : graph.outputFormat(0).sampleRate;
+  if (auto description = findInstrument(pluginName)) {
+    std::string error;
+    unit = platform::AudioUnitComponentManager::shared().instantiateNow(
+        *description, sampleRate, offline ? offlineBufferFrames : 4096, &error);
+    if (unit) {
+      graph.attach(unit);
+      graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(sampleRate, 2));
+    } else {
+      platform::log("{}", error);
+    }
+  }
+  graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
+}
+
 namespace {
 
-// The graph with the named instrument in it, and the pattern's sequence and player attached.
+// The instrument's graph with the pattern's sequence and player attached.
 struct PatternSession {
-  PatternSession(const PlaybackOptions& options, bool offline) {
-    if (offline) graph.enableManualRenderingMode(options.sampleRate, options.bufferFrames);
-    sampleRate = offline ? options.sampleRate : graph.outputFormat(0).sampleRate;
-    if (auto description = findInstrument(options.pluginName)) {
-      std::string error;
-      auto unit = platform::AudioUnitComponentManager::shared().instantiateNow(
-          *description, sampleRate, offline ? options.bufferFrames : 4096, &error);
-      if (unit) {
-        graph.attach(unit);
-        graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(sampleRate, 2));
-      } else {
-        platform::log("{}", error);
-      }
-    }
-    graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
+  PatternSession(const PlaybackOptions& options, bool offline)
+      : instrument(options.pluginName, offline, options.sampleRate, options.bufferFrames),
+        graph(instrument.graph) {
     buildPattern(options, sequence);
     player.setSequence(&sequence);
     graph.setMusicSequence(&sequence);
   }
   ~PatternSession() { graph.setMusicSequence(nullptr); }
 
-  platform::AudioGraph graph;
-  double sampleRate = 0.0;
+  InstrumentGraph instrument;
+  platform::AudioGraph& graph;
   platform::MusicSequence sequence;
   platform::MusicPlayer player;
 };

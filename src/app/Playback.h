@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/audio/AudioGraph.h"
+#include "platform/audio/AudioUnit.h"
 #include "platform/music/MusicSequence.h"
 
 namespace app {
@@ -27,6 +29,18 @@ struct PlaybackOptions {
   double seconds = 8.0;
   double sampleRate = 48000.0;  // offline rendering only
   unsigned bufferFrames = 256;  // offline rendering only
+};
+
+// An audio graph with the named instrument connected to its output: live (the best output there
+// is) or offline (manual rendering at the given rate and block size). An instrument that is not
+// installed or cannot be made gives a log line and a graph without it.
+struct InstrumentGraph {
+  InstrumentGraph(const std::string& pluginName, bool offline, double offlineSampleRate = 48000.0,
+                  unsigned offlineBufferFrames = 256);
+
+  platform::AudioGraph graph;
+  std::shared_ptr<platform::AudioUnit> unit;
+  double sampleRate = 0.0;
 };
 
 // Parses "60@0:0.5,64@1:0.25:90" (note@beat:length[:velocity]); nothing on a malformed list.

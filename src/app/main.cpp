@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/Listen.h"
 #include "app/Playback.h"
 #include "platform/foundation/Folders.h"
 
@@ -24,6 +25,10 @@ void printUsage() {
       "  --list-instruments        list the installed LV2 instruments (name and URI)\n"
       "  --render FILE.wav         render the pattern offline into a WAV file\n"
       "  --play                    play the pattern live through the audio output\n"
+      "  --listen                  play the instrument live from MIDI input (every source and\n"
+      "                            the virtual input \"Pelma MIDI:Pelma\") until Ctrl+C, or\n"
+      "                            for --seconds\n"
+      "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
       "  --plugin NAME             the instrument to play (default \"{}\")\n"
       "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
       "                            (note@beat:length[:velocity], looped over 4 beats);\n"
@@ -60,6 +65,9 @@ int main(int argc, char** argv) {
   app::PlaybackOptions options;
   std::string renderPath;
   bool play = false;
+  bool listen = false;
+  bool secondsGiven = false;
+  app::ListenOptions listenOptions;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
     const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
@@ -78,6 +86,14 @@ int main(int argc, char** argv) {
       return app::listInstruments();
     } else if (argument == "--play") {
       play = true;
+    } else if (argument == "--listen") {
+      listen = true;
+    } else if (argument == "--channel") {
+      if (!needsValue()) return usageError("--channel needs a number");
+      auto parsed = number(value);
+      if (!parsed || *parsed < 1 || *parsed > 16 || *parsed != static_cast<int>(*parsed))
+        return usageError("--channel: a MIDI channel from 1 to 16");
+      listenOptions.channel = static_cast<std::int32_t>(*parsed);
     } else if (argument == "--render") {
       if (!needsValue()) return usageError("--render needs a file name");
       renderPath = value;
@@ -96,7 +112,10 @@ int main(int argc, char** argv) {
       if (!parsed || *parsed <= 0)
         return usageError(fmt::format("{}: not a positive number", argument));
       if (argument == "--tempo") options.tempo = *parsed;
-      if (argument == "--seconds") options.seconds = *parsed;
+      if (argument == "--seconds") {
+        options.seconds = *parsed;
+        secondsGiven = true;
+      }
       if (argument == "--sample-rate") options.sampleRate = *parsed;
       if (argument == "--buffer-frames") options.bufferFrames = static_cast<unsigned>(*parsed);
     } else {
@@ -106,6 +125,11 @@ int main(int argc, char** argv) {
   }
   if (!renderPath.empty()) return app::renderToFile(options, renderPath);
   if (play) return app::playLive(options);
+  if (listen) {
+    listenOptions.pluginName = options.pluginName;
+    if (secondsGiven) listenOptions.seconds = options.seconds;
+    return app::listenLive(listenOptions);
+  }
 
   fmt::print("Pelma host {}\n", PELMA_VERSION);
   printWhatWillLoad();

@@ -114,11 +114,12 @@ PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
   }
   try {
     sourceProbe_ = newInput();
-    destinationProbe_ = std::make_unique<RtMidiOut>(api_, clientName_ + " probe");
+    destinationProbe_ = std::make_unique<RtMidiOut>(api_, clientName_ + " MIDI probe");
     destinationProbe_->setErrorCallback(logRtMidiError, nullptr);
 
     virtualSource_ = std::make_shared<PGMidiSource>(clientName_, false);
-    auto input = std::make_unique<RtMidiIn>(api_, clientName_, 1024);
+    // Its own client name: the audio output's client may already be called clientName_.
+    auto input = std::make_unique<RtMidiIn>(api_, clientName_ + " MIDI", 1024);
     input->setErrorCallback(logRtMidiError, nullptr);
     input->ignoreTypes(false, false, false);  // system exclusive, timing and sensing too
     input->setCallback(receive, virtualSource_.get());
@@ -154,20 +155,20 @@ PGMidi::~PGMidi() {
 }
 
 std::unique_ptr<RtMidiIn> PGMidi::newInput() const {
-  auto input = std::make_unique<RtMidiIn>(api_, clientName_ + " in", 1024);
+  auto input = std::make_unique<RtMidiIn>(api_, clientName_ + " MIDI in", 1024);
   input->setErrorCallback(logRtMidiError, nullptr);
   return input;
 }
 
 bool PGMidi::isOurPort(const std::string& portName) const {
-  // JACK names ports "client:port"; ALSA "client:port client-id:port-id". Our clients all start
-  // with our client name.
-  return portName.rfind(clientName_ + ":", 0) == 0 || portName.rfind(clientName_ + " ", 0) == 0;
+  // JACK names ports "client:port"; ALSA "client:port client-id:port-id". Our MIDI clients are
+  // all named "<client name> MIDI...".
+  return portName.rfind(clientName_ + " MIDI", 0) == 0;
 }
 
 std::string PGMidi::virtualDestinationPortName() const {
   if (system_ == System::none) return {};
-  return clientName_ + ":" + clientName_;
+  return clientName_ + " MIDI:" + clientName_;
 }
 
 std::shared_ptr<PGMidiSource> PGMidi::openSource(const std::string& portName) {

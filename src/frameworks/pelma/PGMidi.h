@@ -121,7 +121,7 @@ class PGMidi {
   }
   // The virtual input other programs send to; null when there is no MIDI system.
   PGMidiSource* virtualDestinationSource() const { return virtualSource_.get(); }
-  // The full port name other programs connect to (for JACK: "client:Pelma"), or empty.
+  // The full port name other programs connect to ("Pelma MIDI:Pelma"), or empty.
   std::string virtualDestinationPortName() const;
 
   // 0: all channels; 1..16: that channel only. Read by the receive threads without a lock.
