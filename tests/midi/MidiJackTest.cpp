@@ -6,6 +6,7 @@
 
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +22,7 @@
 #include "midi/MidiEventRouter.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/foundation/UserDefaults.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRSequencerController.h"
 #include "sequencer/KRStepSequence.h"
@@ -156,7 +159,18 @@ TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordUnlessFilteredOut) {
   }
 }
 
+// Also: the stored choices (a real preferences file in a folder of the test's own) are restored
+// into the wrapper, and into a source that appears later.
 TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
+  char folder[] = "/tmp/pelma-midi-prefs-XXXXXX";
+  ASSERT_TRUE(mkdtemp(folder));
+  setenv("XDG_CONFIG_HOME", folder, 1);
+  platform::UserDefaults& defaults = platform::UserDefaults::standardUserDefaults();
+  defaults.setInteger("MIDI-CHANNEL", 7);
+  defaults.setBool("MIDI-pelma-pattern:out", false);
+  wrapper->restoreStoredChoices(&defaults);
+  EXPECT_EQ(wrapper->channel(), 7);
+
   platform::LogCapture log;
   wrapper->startHotPlugPolling();
   const pid_t extra = startPatternPlayer("-", 3.0, "60@0:1", 1);
@@ -170,6 +184,7 @@ TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
   EXPECT_TRUE(added);
   ASSERT_EQ(wrapper->sources().size(), 1u);
   EXPECT_EQ(wrapper->sources()[0]->name(), "pelma-pattern:out");
+  EXPECT_FALSE(wrapper->sources()[0]->isActive());
 
   int status = 0;
   waitpid(extra, &status, 0);
@@ -181,6 +196,7 @@ TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
   }
   EXPECT_TRUE(removed);
   EXPECT_TRUE(wrapper->sources().empty());
+  std::filesystem::remove_all(folder);
 }
 
 }  // namespace
