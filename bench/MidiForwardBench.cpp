@@ -28,18 +28,6 @@ double threadNanoseconds() {
   return now.tv_sec * 1e9 + now.tv_nsec;
 }
 
-class BenchRouter final : public MidiEventRouter {
- public:
-  platform::AudioComponentInstance instrument = nullptr;
-  KRSequencerController* sequencer = nullptr;
-  PGMidi* wrapper = nullptr;
-
- protected:
-  platform::AudioComponentInstance synth() const override { return instrument; }
-  KRSequencerController* sequencerController() const override { return sequencer; }
-  PGMidi* midi() const override { return wrapper; }
-};
-
 constexpr int kBatch = 500;  // below the instrument's queue size; drained between batches
 
 }  // namespace
@@ -76,10 +64,7 @@ int main(int argc, char** argv) {
   platform::MainQueue::setMain(&mainQueue);
   KRSequencerController sequencer(KRSequencerController::kTabletInterface);
   PGMidi wrapper("pelma-bench");
-  BenchRouter router;
-  router.instrument = unit.get();
-  router.sequencer = &sequencer;
-  router.wrapper = &wrapper;
+  ConnectedMidiRouter router(unit.get(), &sequencer, &wrapper);
 
   const auto measure = [&](const char* label, std::vector<std::uint8_t> message, auto&& send) {
     alignas(8) std::uint8_t buffer[64];

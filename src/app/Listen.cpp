@@ -21,22 +21,6 @@ void requestStop(int) {
   stopRequested.store(true);
 }
 
-// The router with the instrument and no sequencer: MIDI plays the instrument only.
-class InstrumentRouter final : public MidiEventRouter {
- public:
-  InstrumentRouter(platform::AudioComponentInstance instrument, PGMidi& midi)
-      : instrument_(instrument), midi_(midi) {}
-
- protected:
-  platform::AudioComponentInstance synth() const override { return instrument_; }
-  KRSequencerController* sequencerController() const override { return nullptr; }
-  PGMidi* midi() const override { return &midi_; }
-
- private:
-  platform::AudioComponentInstance instrument_;
-  PGMidi& midi_;
-};
-
 }  // namespace
 
 int listenLive(const ListenOptions& options) {
@@ -47,7 +31,7 @@ int listenLive(const ListenOptions& options) {
 
   PGMidi midi;
   midi.setChannel(options.channel);
-  InstrumentRouter router(instrument.unit.get(), midi);
+  ConnectedMidiRouter router(instrument.unit.get(), nullptr, &midi);  // no sequencer
   if (auto* input = midi.virtualDestinationSource()) input->addDelegate(&router);
   for (const auto& source : midi.sources())
     router.sourceAdded(&midi, source.get());

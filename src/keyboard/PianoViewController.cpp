@@ -5,9 +5,9 @@
 #include "frameworks/krui/KRPianoView.h"
 #include "frameworks/krui/PianoView.h"
 #include "keyboard/KRWheelControl.h"
-#include "platform/foundation/Log.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/DeviceIdiom.h"
+#include "platform/ui/InterfaceFile.h"
 #include "ui_PianoViewController.h"
 #include "ui_PianoViewControlleriPhone.h"
 
@@ -22,19 +22,8 @@ bool isPhone() {
 PianoViewController::PianoViewController(const QString& nibName, QWidget* parent)
     : QWidget(parent) {
   setAttribute(Qt::WA_StyledBackground);  // the interface file's background colour
-  if (nibName == kPhoneInterface) {
-    Ui::PianoViewControlleriPhone ui;
-    ui.setupUi(this);
-    bindOutlets(ui);
-  } else {
-    if (nibName != kTabletInterface) {
-      platform::log("No interface file \"{}\"; using \"{}\"", nibName.toStdString(),
-                    kTabletInterface);
-    }
-    Ui::PianoViewController ui;
-    ui.setupUi(this);
-    bindOutlets(ui);
-  }
+  platform::loadInterfaceFile<Ui::PianoViewController, Ui::PianoViewControlleriPhone>(
+      this, nibName, kTabletInterface, kPhoneInterface, [this](auto& ui) { bindOutlets(ui); });
   // The octave buttons act on pianoView; the keys are played on pianoView2, laid over it.
   pianoView_->setPlayingKeyboard(pianoView2_);
   connectActions();
@@ -63,21 +52,16 @@ void PianoViewController::bindOutlets(Ui& ui) {
 }
 
 void PianoViewController::connectActions() {
-  const auto bind = [this](platform::Button* button,
-                           void (PianoViewController::*action)(platform::Button*)) {
-    connect(button, &QAbstractButton::clicked, this,
-            [this, button, action] { (this->*action)(button); });
-  };
-  bind(octavePlusButton_, &PianoViewController::octavePlus);
-  bind(octaveMinusButton_, &PianoViewController::octaveMinus);
-  bind(holdButton_, &PianoViewController::holdButtonPressed);
-  bind(velocityButton_, &PianoViewController::velocityButtonPressed);
-  bind(lockButton_, &PianoViewController::lockButtonPressed);
-  bind(sizeButton_, &PianoViewController::sizeButtonPressed);
-  bind(panicButton_, &PianoViewController::panicButtonPressed);
-  bind(seqButton_, &PianoViewController::seqButtonPressed);
-  bind(appMenuButton_, &PianoViewController::appMenuButtonPressed);
-  bind(shopButton_, &PianoViewController::shopButtonPressed);
+  platform::connectAction(octavePlusButton_, this, &PianoViewController::octavePlus);
+  platform::connectAction(octaveMinusButton_, this, &PianoViewController::octaveMinus);
+  platform::connectAction(holdButton_, this, &PianoViewController::holdButtonPressed);
+  platform::connectAction(velocityButton_, this, &PianoViewController::velocityButtonPressed);
+  platform::connectAction(lockButton_, this, &PianoViewController::lockButtonPressed);
+  platform::connectAction(sizeButton_, this, &PianoViewController::sizeButtonPressed);
+  platform::connectAction(panicButton_, this, &PianoViewController::panicButtonPressed);
+  platform::connectAction(seqButton_, this, &PianoViewController::seqButtonPressed);
+  platform::connectAction(appMenuButton_, this, &PianoViewController::appMenuButtonPressed);
+  platform::connectAction(shopButton_, this, &PianoViewController::shopButtonPressed);
 }
 
 void PianoViewController::viewDidLoad() {

@@ -63,3 +63,22 @@ class MidiEventRouter : public KRPianoViewDelegate,
   // Lets queued sequencer tasks see whether the router still exists.
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);
 };
+
+// A router whose destinations are given when it is made: the command line's listen mode, tests and
+// benchmarks use it. `sequencer` may be null (MIDI then plays the instrument only).
+class ConnectedMidiRouter final : public MidiEventRouter {
+ public:
+  ConnectedMidiRouter(platform::AudioComponentInstance instrument, KRSequencerController* sequencer,
+                      PGMidi* midi)
+      : instrument_(instrument), sequencer_(sequencer), midi_(midi) {}
+
+ protected:
+  platform::AudioComponentInstance synth() const override { return instrument_; }
+  KRSequencerController* sequencerController() const override { return sequencer_; }
+  PGMidi* midi() const override { return midi_; }
+
+ private:
+  platform::AudioComponentInstance instrument_;
+  KRSequencerController* sequencer_;
+  PGMidi* midi_;
+};

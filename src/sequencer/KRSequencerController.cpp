@@ -9,6 +9,7 @@
 #include "platform/foundation/Numbers.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/DisplayLink.h"
+#include "platform/ui/InterfaceFile.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRStepSequence.h"
 #include "ui_KRSequencerController.h"
@@ -30,19 +31,8 @@ constexpr int kPlayheadModulus = 16;
 KRSequencerController::KRSequencerController(const QString& nibName, QWidget* parent,
                                              const platform::MonotonicClock& clock)
     : QWidget(parent), clock_(clock) {
-  if (nibName == kPhoneInterface) {
-    Ui::KRSequencerControlleriPhone ui;
-    ui.setupUi(this);
-    bindOutlets(ui);
-  } else {
-    if (nibName != kTabletInterface) {
-      platform::log("No interface file \"{}\"; using \"{}\"", nibName.toStdString(),
-                    kTabletInterface);
-    }
-    Ui::KRSequencerController ui;
-    ui.setupUi(this);
-    bindOutlets(ui);
-  }
+  platform::loadInterfaceFile<Ui::KRSequencerController, Ui::KRSequencerControlleriPhone>(
+      this, nibName, kTabletInterface, kPhoneInterface, [this](auto& ui) { bindOutlets(ui); });
   connectActions();
   viewDidLoad();
 }
@@ -63,17 +53,13 @@ void KRSequencerController::bindOutlets(Ui& ui) {
 }
 
 void KRSequencerController::connectActions() {
-  const auto bind = [this](platform::Button* button,
-                           void (KRSequencerController::*action)(platform::Button*)) {
-    connect(button, &QAbstractButton::clicked, this,
-            [this, button, action] { (this->*action)(button); });
-  };
-  bind(playButton_, &KRSequencerController::playButtonPressed);
-  bind(writeModeButton_, &KRSequencerController::writeModeButtonPressed);
-  bind(autoIncrementButton_, &KRSequencerController::autoIncrementButtonPressed);
-  bind(tieButton_, &KRSequencerController::tieButtonPressed);
-  bind(clearButton_, &KRSequencerController::clearButtonPressed);
-  bind(appMenuButton_, &KRSequencerController::appMenuButtonPressed);
+  platform::connectAction(playButton_, this, &KRSequencerController::playButtonPressed);
+  platform::connectAction(writeModeButton_, this, &KRSequencerController::writeModeButtonPressed);
+  platform::connectAction(autoIncrementButton_, this,
+                          &KRSequencerController::autoIncrementButtonPressed);
+  platform::connectAction(tieButton_, this, &KRSequencerController::tieButtonPressed);
+  platform::connectAction(clearButton_, this, &KRSequencerController::clearButtonPressed);
+  platform::connectAction(appMenuButton_, this, &KRSequencerController::appMenuButtonPressed);
   bpmControl_->addTarget(this, [this] { bpmControlDidChange(bpmControl_); });
   gateSlider_->addTarget(this, [this] { gateUpdated(gateSlider_); });
   swingSlider_->addTarget(this, [this] { swingUpdated(swingSlider_); });

@@ -19,25 +19,10 @@ namespace {
 
 using testing_support::ReceivedMidi;
 
-class RouterUnderTest final : public MidiEventRouter {
- public:
-  platform::AudioComponentInstance instrument = nullptr;
-  KRSequencerController* sequencer = nullptr;
-  PGMidi* wrapper = nullptr;
-
- protected:
-  platform::AudioComponentInstance synth() const override { return instrument; }
-  KRSequencerController* sequencerController() const override { return sequencer; }
-  PGMidi* midi() const override { return wrapper; }
-};
-
 class MidiEventRouterTest : public ::testing::Test {
  protected:
   void SetUp() override {
     platform::MainQueue::setMain(&mainQueue);
-    router.instrument = rig.unit.get();
-    router.sequencer = &sequencer;
-    router.wrapper = &wrapper;
     sequencer.writeModeButtonPressed(sequencer.writeModeButton());
     sequencer.trackView()->updateSelection(0, 0);
   }
@@ -66,7 +51,7 @@ class MidiEventRouterTest : public ::testing::Test {
   testing_support::OfflineRig rig{"MDA JX10"};
   KRSequencerController sequencer{KRSequencerController::kTabletInterface};
   PGMidi wrapper{"pelma-router-test"};
-  RouterUnderTest router;
+  ConnectedMidiRouter router{rig.unit.get(), &sequencer, &wrapper};
 };
 
 using Heard = std::vector<std::vector<int>>;

@@ -32,18 +32,6 @@
 
 namespace {
 
-class Router final : public MidiEventRouter {
- public:
-  platform::AudioComponentInstance instrument = nullptr;
-  KRSequencerController* sequencer = nullptr;
-  PGMidi* wrapper = nullptr;
-
- protected:
-  platform::AudioComponentInstance synth() const override { return instrument; }
-  KRSequencerController* sequencerController() const override { return sequencer; }
-  PGMidi* midi() const override { return wrapper; }
-};
-
 // Starts the project's JACK MIDI pattern player: `notes` looped over 4 beats at 120 BPM.
 pid_t startPatternPlayer(const std::string& destination, double seconds, const std::string& notes,
                          int channel) {
@@ -68,19 +56,17 @@ class MidiOverJack : public ::testing::Test {
     platform::MainQueue::setMain(&mainQueue);
     wrapper = std::make_unique<PGMidi>("pelma-midi-test");
     ASSERT_EQ(wrapper->system(), PGMidi::System::jack);
-    router.instrument = rig.unit.get();
-    router.sequencer = &sequencer;
-    router.wrapper = wrapper.get();
-    wrapper->setDelegate(&router);
-    wrapper->virtualDestinationSource()->addDelegate(&router);
+    router = std::make_unique<ConnectedMidiRouter>(rig.unit.get(), &sequencer, wrapper.get());
+    wrapper->setDelegate(router.get());
+    wrapper->virtualDestinationSource()->addDelegate(router.get());
     for (const auto& source : wrapper->sources())
-      source->addDelegate(&router);
+      source->addDelegate(router.get());
   }
   void TearDown() override {
     if (wrapper) {
-      wrapper->virtualDestinationSource()->removeDelegate(&router);
+      wrapper->virtualDestinationSource()->removeDelegate(router.get());
       for (const auto& source : wrapper->sources())
-        source->removeDelegate(&router);
+        source->removeDelegate(router.get());
     }
     wrapper.reset();
     mainQueue.runPending();
@@ -114,7 +100,7 @@ class MidiOverJack : public ::testing::Test {
   testing_support::OfflineRig rig{"MDA ePiano"};
   KRSequencerController sequencer{KRSequencerController::kTabletInterface};
   std::unique_ptr<PGMidi> wrapper;
-  Router router;
+  std::unique_ptr<ConnectedMidiRouter> router;
 };
 
 TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordUnlessFilteredOut) {
