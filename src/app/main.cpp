@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/Application.h"
 #include "app/Listen.h"
 #include "app/Playback.h"
 #include "platform/foundation/Folders.h"
@@ -21,6 +22,9 @@ void printUsage() {
       "Usage: pelma [options]\n"
       "Hosts the LV2 instrument \"{}\" and plays it from the keyboard, MIDI and the step "
       "sequencer.\n\n"
+      "Without a mode it opens the window: the instrument's editor, the sequencer and the\n"
+      "keyboard (headless when there is no display).\n\n"
+      "  --idiom tablet|phone      the window's layout (default tablet)\n"
       "  --version                 print the version\n"
       "  --list-instruments        list the installed LV2 instruments (name and URI)\n"
       "  --render FILE.wav         render the pattern offline into a WAV file\n"
@@ -34,7 +38,7 @@ void printUsage() {
       "                            (note@beat:length[:velocity], looped over 4 beats);\n"
       "                            without it, a demo pattern from the step sequencer\n"
       "  --tempo BPM               tempo (default 120)\n"
-      "  --seconds S               length (default 8)\n"
+      "  --seconds S               length (default 8); with the window: quit after S s\n"
       "  --sample-rate HZ          offline sample rate (default 48000)\n"
       "  --buffer-frames N         offline block size (default 256)\n",
       kInstrumentName, kInstrumentName);
@@ -67,6 +71,7 @@ int main(int argc, char** argv) {
   bool play = false;
   bool listen = false;
   bool secondsGiven = false;
+  app::ApplicationOptions applicationOptions;
   app::ListenOptions listenOptions;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
@@ -86,6 +91,11 @@ int main(int argc, char** argv) {
       return app::listInstruments();
     } else if (argument == "--play") {
       play = true;
+    } else if (argument == "--idiom") {
+      if (!needsValue() ||
+          (std::string_view(value) != "phone" && std::string_view(value) != "tablet"))
+        return usageError("--idiom: tablet or phone");
+      applicationOptions.phoneIdiom = std::string_view(value) == "phone";
     } else if (argument == "--listen") {
       listen = true;
     } else if (argument == "--channel") {
@@ -133,6 +143,8 @@ int main(int argc, char** argv) {
 
   fmt::print("Pelma host {}\n", PELMA_VERSION);
   printWhatWillLoad();
-  fmt::print("The screens are not built yet: use --render or --play to hear the instrument.\n");
-  return 0;
+  std::fflush(stdout);
+  applicationOptions.instrumentName = QString::fromStdString(options.pluginName);
+  if (secondsGiven) applicationOptions.seconds = options.seconds;
+  return app::runApplication(argc, argv, applicationOptions);
 }

@@ -1,0 +1,20 @@
+#pragma once
+
+// The application with its window: the Qt event loop with the application delegate, the main
+// queue on the event loop, and one window holding the root screen. It runs until the window is
+// closed, Ctrl+Q, or SIGINT/SIGTERM, and then stops cleanly: every note released, the audio
+// output closed. With no display it says so and runs headless (instrument, MIDI, sequencer).
+
+#include <QString>
+
+namespace app {
+
+struct ApplicationOptions {
+  QString instrumentName = QStringLiteral("Pelma");
+  bool phoneIdiom = false;
+  double seconds = 0.0;  // quit after this long; 0: run until asked to stop
+};
+
+int runApplication(int argc, char** argv, const ApplicationOptions& options);
+
+}  // namespace app

@@ -1,0 +1,311 @@
+#include "app/ViewController.h"
+
+#include <QLabel>
+#include <QResizeEvent>
+#include <QThread>
+#include <cmath>
+
+#include "frameworks/pelma/PlugInEditor.h"
+#include "platform/audio/AudioComponent.h"
+#include "platform/foundation/Folders.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/PropertyListFile.h"
+#include "platform/music/MusicPlayer.h"
+#include "platform/ui/DeviceIdiom.h"
+#include "ui_ViewController.h"
+
+namespace {
+
+// "<Class: 0x…; frame = (x y; w h)>", as the log shows a view.
+std::string describe(const QWidget* view) {
+  const QRect f = view->geometry();
+  return fmt::format("<{}: {}; frame = ({} {}; {} {}){}>", view->metaObject()->className(),
+                     static_cast<const void*>(view), f.x(), f.y(), f.width(), f.height(),
+                     view->isHidden() ? "; hidden = YES" : "");
+}
+
+QRect frame(float x, float y, float width, float height) {
+  return QRectF(x, y, width, height).toRect();
+}
+
+}  // namespace
+
+ViewController::ViewController(QString instrumentName, PGMidi* midi, QWidget* parent)
+    : QWidget(parent), instrumentName_(std::move(instrumentName)), midi_(midi) {
+  setAttribute(Qt::WA_StyledBackground);
+  Ui::ViewController ui;
+  ui.setupUi(this);
+  auContainerView_ = ui.auContainerView;
+}
+
+ViewController::~ViewController() {
+  stopCleanly();
+}
+
+void ViewController::stopCleanly() {
+  if (stopped_) return;
+  stopped_ = true;
+  // Nothing may reach the router or the screens once they go.
+  if (midi_) {
+    midi_->setDelegate(nullptr);
+    if (auto* input = midi_->virtualDestinationSource()) input->removeDelegate(this);
+    for (const auto& source : midi_->sources())
+      source->removeDelegate(this);
+    midi_ = nullptr;
+  }
+  if (seqController_ && seqController_->musicPlayer()->isPlaying())
+    seqController_->musicPlayer()->stop();
+  if (platform::AudioComponentInstance instrument = synth()) {
+    platform::MusicDeviceMIDIEvent(instrument, 0xB0, 123, 0, 0);  // all notes off
+    platform::MusicDeviceMIDIEvent(instrument, 0xB0, 120, 0, 0);  // all sound off
+    QThread::msleep(60);                                          // a few blocks to fade
+  }
+  if (auto* engine = audioEngine_ ? audioEngine_->getAVAudioEngine() : nullptr) {
+    engine->setMusicSequence(nullptr);
+    engine->pause();
+  }
+}
+
+bool ViewController::isPhone() {
+  return platform::userInterfaceIdiom() == platform::UserInterfaceIdiom::phone;
+}
+
+platform::AudioComponentInstance ViewController::synth() const {
+  return audioEngine_ ? audioEngine_->synth() : nullptr;
+}
+
+void ViewController::viewDidLoad() {
+  const bool phone = isPhone();
+
+  if (midi_) {
+    midi_->setNetworkEnabled(true);
+    midi_->setDelegate(this);
+    for (const auto& source : midi_->sources()) {
+      platform::log("MManager source:: {} {}", source->name(),
+                    static_cast<int>(source->isNetworkSession()));
+      source->addDelegate(this);
+    }
+    if (auto* input = midi_->virtualDestinationSource()) input->addDelegate(this);
+  }
+
+  const platform::AudioComponentDescription description = getPelmaDescription();
+  audioEngine_ = std::make_unique<AudioEngine>();
+  audioEngine_->setupAUWithComponentDescription(description, [this] { engineReady(); });
+
+  const auto W = static_cast<float>(width());
+  const auto H = static_cast<float>(height());
+  pianoViewController_ = new PianoViewController(
+      phone ? PianoViewController::kPhoneInterface : PianoViewController::kTabletInterface, this);
+  pianoViewController_->setGeometry(frame(0, H - H / 3, W, H / 3));
+  pianoViewController_->show();
+  // Held strongly by the keyboard screen; the root screen outlives it (it is its parent).
+  pianoViewController_->setDelegate(
+      std::shared_ptr<KRPianoViewDelegate>(static_cast<KRPianoViewDelegate*>(this), [](auto*) {}));
+  if (audioUnitViewCotnroller_) audioUnitViewCotnroller_->addPassthroughView(pianoViewController_);
+
+  seqController_ = new KRSequencerController(
+      phone ? KRSequencerController::kPhoneInterface : KRSequencerController::kTabletInterface,
+      this);
+  const float S = H * 128.0f / 768.0f;
+  seqController_->setGeometry(frame(0, (H - H / 3) - S, W, S));
+  seqController_->show();
+
+  if (phone) {
+    const float scale = static_cast<float>(width()) / kPhoneDesignWidth;
+    auContainerView_->setGeometry(
+        frame(0, 0, scale * kPhoneDesignWidth, scale * kPhonePlugInHeight));
+    const auto T = static_cast<float>(auContainerView_->height());
+    seqController_->setGeometry(frame(0, T - kPhoneSequencerHeight, W, kPhoneSequencerHeight));
+    seqController_->hide();
+    pianoViewController_->setGeometry(frame(0, T, W, H - T));
+    pianoViewController_->setExternalAction([this](std::int32_t) { toggleSequencer(); });
+    platform::log("iphone viewDidLoad");
+  }
+
+  if (auto* engine = audioEngine_->getAVAudioEngine())
+    engine->setMusicSequence(seqController_->getMusicSequence());
+  loaded_ = true;
+}
+
+platform::AudioComponentDescription ViewController::getPelmaDescription() {
+  platform::log("Checking components");
+  const auto components =
+      platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
+          {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0});
+  audioEngine_ = std::make_unique<AudioEngine>();
+  for (const auto& component : components) {
+    if (component.name == instrumentName_.toStdString()) return component.audioComponentDescription;
+  }
+  platform::log(
+      "No instrument named \"{}\" is installed (LV2 path: {}); the keyboard and the "
+      "sequencer play silently",
+      instrumentName_.toStdString(), platform::lv2SearchPath());
+  return {};
+}
+
+void ViewController::engineReady() {
+  std::shared_ptr<platform::AudioUnit> unit = audioEngine_->synthAU();
+  if (!unit) return;
+  requestViewController(unit, this, [this](std::shared_ptr<AudioUnitViewController> controller) {
+    platform::log("GOT IT <AudioUnitViewController: {}> ", static_cast<void*>(controller.get()));
+    embedPlugInView(std::move(controller));
+  });
+  unit->setMusicalContextBlock([](double* tempo, double* numerator, std::int64_t* denominator,
+                                  double*, std::int64_t*, double*) {
+    *tempo = 120.0;
+    *numerator = 4.0;
+    *denominator = 4;
+    return true;
+  });
+}
+
+void ViewController::embedPlugInView(std::shared_ptr<AudioUnitViewController> controller) {
+  audioUnitViewCotnroller_ = std::move(controller);
+  QWidget* P = audioUnitViewCotnroller_ ? audioUnitViewCotnroller_->view() : nullptr;
+  if (!P) {
+    platform::log("Alert no view in AU!");
+    return;
+  }
+  platform::log("VIEW: {}", describe(P));
+  if (auto* placeholder = auContainerView_->findChild<QLabel*>("auPlaceholder"))
+    placeholder->hide();
+
+  if (isPhone()) {
+    const float scale = static_cast<float>(width()) / kPhoneDesignWidth;
+    auContainerView_->setGeometry(
+        frame(0, 0, scale * kPhoneDesignWidth, scale * kPhonePlugInHeight));
+    P->setParent(auContainerView_);
+    P->setGeometry(auContainerView_->rect());
+    P->show();
+    platform::log("VIEW: {}", describe(auContainerView_));
+    const auto h = static_cast<float>(P->height());
+    const auto w = static_cast<float>(P->width());
+    const auto Hr = static_cast<float>(height());
+    seqController_->setGeometry(frame(0, h - kPhoneSequencerHeight, w, kPhoneSequencerHeight));
+    seqController_->hide();
+    pianoViewController_->setGeometry(frame(0, h, w, Hr - h));
+    viewWillLayoutSubviews();
+    return;
+  }
+
+  P->setGeometry(frame(0, 0, kTabletPlugInWidth, kTabletPlugInHeight));
+  const float ratio = static_cast<float>(width()) * kTabletScaleBase;
+  const auto CH = static_cast<float>(auContainerView_->height());
+  platform::log("RATIOOO {:f} ", ratio);
+  if (ratio > 1.0f) {
+    // A desktop window is resized rather than scaled: the editor lays itself out at its size.
+    const QSize size = QSizeF(ratio * kTabletPlugInWidth, ratio * kTabletPlugInHeight).toSize();
+    auContainerView_->setGeometry(QRect(QPoint(0, 0), size));
+    const QPointF centre(width() * 0.5, std::trunc(ratio * CH * 0.5f) + kTabletCentreOffset);
+    auContainerView_->move((centre - QPointF(size.width() / 2.0, size.height() / 2.0)).toPoint());
+  }
+  reflowBelow(static_cast<float>(auContainerView_->y() + auContainerView_->height()));
+  P->setParent(auContainerView_);
+  P->setGeometry(auContainerView_->rect());
+  platform::log("FRAME {}", describe(P));
+  P->show();
+}
+
+void ViewController::reflowBelow(float bottom) {
+  if (static_cast<float>(seqController_->y()) >= bottom) return;
+  const auto Hr = static_cast<float>(height());
+  const auto Wr = static_cast<float>(width());
+  const float S = Hr * 128.0f / 768.0f;
+  seqController_->setGeometry(frame(0, bottom + kTabletGap, Wr, S - kTabletGap));
+  pianoViewController_->setGeometry(frame(0, S + bottom, Wr, Hr - bottom - S));
+}
+
+void ViewController::viewWillLayoutSubviews() {
+  if (!isPhone()) return;
+  setStyleSheet(QStringLiteral("#ViewController { background-color: black; }"));
+  // The desktop has no unsafe edges: the safe area is the whole view.
+  const QRectF G(0, 0, width(), height());
+  platform::log("INSETS {:f} {:f} ", G.x(), G.width());
+  const float scale = static_cast<float>(G.width()) / kPhoneDesignWidth;
+  auContainerView_->setGeometry(
+      frame(static_cast<float>(G.x()), 0, scale * kPhoneDesignWidth, scale * kPhonePlugInHeight));
+  if (audioUnitViewCotnroller_ && audioUnitViewCotnroller_->view())
+    audioUnitViewCotnroller_->view()->setGeometry(auContainerView_->rect());
+  const float top = scale * kPhonePlugInHeight;
+  pianoViewController_->setGeometry(
+      frame(static_cast<float>(G.x()), top, static_cast<float>(G.width()), height() - top));
+}
+
+void ViewController::layoutTabletForSize() {
+  const auto W = static_cast<float>(width());
+  const auto H = static_cast<float>(height());
+  const float S = H * 128.0f / 768.0f;
+  pianoViewController_->setGeometry(frame(0, H - H / 3, W, H / 3));
+  seqController_->setGeometry(frame(0, (H - H / 3) - S, W, S));
+  auContainerView_->setGeometry(frame(0, 0, kTabletPlugInWidth, kTabletPlugInHeight));
+  if (audioUnitViewCotnroller_) {
+    embedPlugInView(audioUnitViewCotnroller_);
+  } else {
+    reflowBelow(static_cast<float>(auContainerView_->height()));
+  }
+}
+
+void ViewController::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  if (!loaded_) return;
+  if (isPhone()) {
+    viewWillLayoutSubviews();
+  } else {
+    layoutTabletForSize();
+  }
+}
+
+void ViewController::toggleSequencer() {
+  seqController_->setHidden(!seqController_->isHidden());
+  const QRect keyboard = pianoViewController_->geometry();
+  seqController_->setGeometry(keyboard.x(), keyboard.y() - 100, keyboard.width(), 100);
+  seqController_->raise();
+  platform::log("SEQ");
+}
+
+void ViewController::savePreset(QObject* /*sender*/) {
+  std::shared_ptr<platform::AudioUnit> unit = audioEngine_ ? audioEngine_->synthAU() : nullptr;
+  if (!unit) return;
+  const auto path = platform::documentsFolder() / "testpreset.aupreset";
+  if (!platform::writePropertyList(unit->fullState(), path))
+    platform::log("Cannot write {}", path.string());
+}
+
+void ViewController::setCS(QWidget* view) {
+  view->setProperty("contentScaleFactor", 4.0);
+  for (QObject* child : view->children()) {
+    if (auto* widget = qobject_cast<QWidget*>(child)) setCS(widget);
+  }
+}
+
+qreal ViewController::contentScaleFactor(const QWidget* view) {
+  const QVariant scale = view->property("contentScaleFactor");
+  return scale.isValid() ? scale.toReal() : 1.0;
+}
+
+void ViewController::playSequence() {
+  auto sequence = std::make_unique<platform::MusicSequence>();
+  auto player = std::make_unique<platform::MusicPlayer>();
+  player->setSequence(sequence.get());
+  player->start();
+  aidSequences_.push_back(std::move(sequence));
+  aidPlayers_.push_back(std::move(player));
+}
+
+void ViewController::playing4NotesInLoop() {
+  auto sequence = std::make_unique<platform::MusicSequence>();
+  platform::MusicTrack* track = sequence->newTrack();
+  const std::pair<double, std::uint8_t> notes[] = {{0, 63}, {1, 60}, {2, 60}, {3, 60}};
+  for (const auto& [beat, note] : notes)
+    track->newMIDINoteEvent(beat, {1, note, 100, 0, 0.5f});
+  track->setLoopInfo({4.0, 0});
+  track->setTrackLength(4.0);
+  if (auto* engine = audioEngine_ ? audioEngine_->getAVAudioEngine() : nullptr)
+    engine->setMusicSequence(sequence.get());
+  auto player = std::make_unique<platform::MusicPlayer>();
+  player->setSequence(sequence.get());
+  player->start();
+  player->stop();
+  aidSequences_.push_back(std::move(sequence));
+  aidPlayers_.push_back(std::move(player));
+}

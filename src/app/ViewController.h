@@ -1,0 +1,101 @@
+#pragma once
+
+// The root screen: it wires MIDI input, creates the audio engine and has it instantiate the
+// instrument (chosen by its name, "Pelma" unless the command line names another), embeds the
+// instrument's editor in the container at the top, and lays out the sequencer screen and the
+// keyboard screen below it. It is also the router of every note and MIDI event (MidiEventRouter).
+//
+// Layouts: on tablets (the desktop's default) the editor area is 1024 × 335 resized with the
+// window's width, the keyboard the lower third and the sequencer a band of height × 128/768 above
+// it; on phones the editor area is 667 × 200 scaled to the width, a 100-point sequencer strip
+// that the keyboard's Seq button shows and hides, and the keyboard below. Main thread.
+
+#include <QWidget>
+#include <memory>
+#include <vector>
+
+#include "audio/AudioEngine.h"
+#include "frameworks/pelma/AudioUnitViewController.h"
+#include "frameworks/pelma/MIDIManager.h"
+#include "keyboard/PianoViewController.h"
+#include "midi/MidiEventRouter.h"
+#include "sequencer/KRSequencerController.h"
+
+class ViewController : public QWidget, public MidiEventRouter {
+ public:
+  static constexpr float kPhoneDesignWidth = 667.0f;
+  static constexpr float kPhonePlugInHeight = 200.0f;
+  static constexpr float kPhoneSequencerHeight = 100.0f;
+  static constexpr float kTabletPlugInWidth = 1024.0f;
+  static constexpr float kTabletPlugInHeight = 335.0f;
+  static constexpr float kTabletScaleBase = 0.0009765625f;  // 1 / 1024
+  static constexpr float kTabletCentreOffset = 47.0f;
+  static constexpr float kTabletGap = 2.0f;
+
+  // `instrumentName` is the component chosen (the application's is "Pelma"); `midi` the MIDI
+  // wrapper (the shared one in the application).
+  explicit ViewController(QString instrumentName = QStringLiteral("Pelma"), PGMidi* midi = nullptr,
+                          QWidget* parent = nullptr);
+  ~ViewController() override;
+
+  void viewDidLoad();
+  // The first installed instrument with the chosen name; an empty description (on which
+  // instantiation fails, with a log line) when there is none. Creates an AudioEngine as it goes.
+  platform::AudioComponentDescription getPelmaDescription();
+  void embedPlugInView(std::shared_ptr<AudioUnitViewController> controller);
+  void viewWillLayoutSubviews();
+  // Writes the instrument's full state as a property list to "testpreset.aupreset" in the
+  // documents folder, replacing the last one.
+  void savePreset(QObject* sender);
+  void setCS(QWidget* view);
+  // When the application ends: nothing more reaches the instrument, every note is released and
+  // faded, and the audio output stops.
+  void stopCleanly();
+  // Development aids, called by nothing: an empty sequence played, and four notes in a loop
+  // started and stopped at once.
+  void playSequence();
+  void playing4NotesInLoop();
+
+  QWidget* auContainerView() const { return auContainerView_; }
+  void setAuContainerView(QWidget* view) { auContainerView_ = view; }
+  const std::shared_ptr<AudioUnitViewController>& audioUnitViewCotnroller() const {
+    return audioUnitViewCotnroller_;
+  }
+  void setAudioUnitViewCotnroller(std::shared_ptr<AudioUnitViewController> controller) {
+    audioUnitViewCotnroller_ = std::move(controller);
+  }
+  KRSequencerController* seqController() const { return seqController_; }
+  PianoViewController* pianoViewController() const { return pianoViewController_; }
+  AudioEngine* audioEngine() const { return audioEngine_.get(); }
+  // The content scale setCS gave a view (1 until then).
+  static qreal contentScaleFactor(const QWidget* view);
+
+ protected:
+  // MidiEventRouter: where messages go.
+  platform::AudioComponentInstance synth() const override;
+  KRSequencerController* sequencerController() const override { return seqController_; }
+  PGMidi* midi() const override { return midi_; }
+
+  void resizeEvent(QResizeEvent* event) override;
+
+ private:
+  static bool isPhone();
+  void engineReady();
+  void toggleSequencer();
+  // The tablet re-flow: sequencer and keyboard below the editor area when they overlap it.
+  void reflowBelow(float bottom);
+  // Desktop windows are resized at will: the tablet frames are laid out again for the new size.
+  void layoutTabletForSize();
+
+  QString instrumentName_;
+  PGMidi* midi_;
+  KRSequencerController* seqController_ = nullptr;      // child widget, owned by Qt
+  PianoViewController* pianoViewController_ = nullptr;  // child widget, owned by Qt
+  std::unique_ptr<AudioEngine> audioEngine_;
+  QWidget* auContainerView_ = nullptr;  // from the interface file
+  std::shared_ptr<AudioUnitViewController> audioUnitViewCotnroller_;
+  bool loaded_ = false;
+  bool stopped_ = false;
+  std::vector<std::unique_ptr<platform::MusicSequence>> aidSequences_;
+  std::vector<std::unique_ptr<platform::MusicPlayer>> aidPlayers_;
+};

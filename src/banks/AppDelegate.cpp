@@ -1,0 +1,8 @@
+#include "banks/AppDelegate.h"
+
+#include "platform/foundation/Log.h"
+
+bool AppDelegate::didFinishLaunchingWithOptions() {
+  platform::log("Did finish launching with options");
+  return true;
+}

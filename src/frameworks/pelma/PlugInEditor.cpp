@@ -1,0 +1,270 @@
+#include "frameworks/pelma/PlugInEditor.h"
+
+#include <lilv/lilv.h>
+#include <lv2/core/lv2.h>
+#include <lv2/port-groups/port-groups.h>
+#include <lv2/port-props/port-props.h>
+
+#include <QAbstractItemView>
+#include <QComboBox>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QScrollArea>
+#include <QSlider>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <cmath>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "frameworks/krui/KRSlider.h"
+#include "platform/audio/Lv2World.h"
+#include "platform/foundation/MainQueue.h"
+#include "platform/ui/Button.h"
+
+namespace {
+
+// What the editor needs to know of one control input.
+struct ControlPort {
+  std::string symbol, name, comment, group;
+  float minimum = 0.0f, maximum = 1.0f;
+  bool logarithmic = false, integer = false, toggled = false;
+  std::vector<std::pair<float, std::string>> choices;  // enumeration's scale points, by value
+};
+
+std::string text(const LilvNode* node) {
+  return node ? lilv_node_as_string(node) : "";
+}
+
+std::string takeText(LilvNode* node) {
+  std::string result = text(node);
+  lilv_node_free(node);
+  return result;
+}
+
+std::vector<ControlPort> controlPorts(const std::string& uri) {
+  auto world = platform::Lv2World::shared();
+  LilvWorld* w = world->world();
+  LilvNode* pluginUri = lilv_new_uri(w, uri.c_str());
+  const LilvPlugin* plugin = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(w), pluginUri);
+  lilv_node_free(pluginUri);
+  std::vector<ControlPort> ports;
+  if (!plugin) return ports;
+
+  const LilvNode* input = world->node(LV2_CORE__InputPort);
+  const LilvNode* control = world->node(LV2_CORE__ControlPort);
+  const uint32_t count = lilv_plugin_get_num_ports(plugin);
+  std::vector<float> minimums(count), maximums(count), defaults(count);
+  lilv_plugin_get_port_ranges_float(plugin, minimums.data(), maximums.data(), defaults.data());
+  for (uint32_t i = 0; i < count; ++i) {
+    const LilvPort* port = lilv_plugin_get_port_by_index(plugin, i);
+    if (!lilv_port_is_a(plugin, port, input) || !lilv_port_is_a(plugin, port, control)) continue;
+    ControlPort p;
+    p.symbol = text(lilv_port_get_symbol(plugin, port));
+    p.name = takeText(lilv_port_get_name(plugin, port));
+    p.minimum = std::isnan(minimums[i]) ? 0.0f : minimums[i];
+    p.maximum = std::isnan(maximums[i]) ? 1.0f : maximums[i];
+    if (p.maximum <= p.minimum) p.maximum = p.minimum + 1.0f;
+    p.logarithmic =
+        lilv_port_has_property(plugin, port, world->node(LV2_PORT_PROPS__logarithmic)) &&
+        p.minimum > 0.0f;
+    p.integer = lilv_port_has_property(plugin, port, world->node(LV2_CORE__integer));
+    p.toggled = lilv_port_has_property(plugin, port, world->node(LV2_CORE__toggled));
+    if (lilv_port_has_property(plugin, port, world->node(LV2_CORE__enumeration))) {
+      if (LilvScalePoints* points = lilv_port_get_scale_points(plugin, port)) {
+        LILV_FOREACH(scale_points, it, points) {
+          const LilvScalePoint* point = lilv_scale_points_get(points, it);
+          p.choices.emplace_back(lilv_node_as_float(lilv_scale_point_get_value(point)),
+                                 text(lilv_scale_point_get_label(point)));
+        }
+        lilv_scale_points_free(points);
+        std::sort(p.choices.begin(), p.choices.end());
+      }
+    }
+    if (LilvNodes* comments =
+            lilv_port_get_value(plugin, port, world->node(LILV_NS_RDFS "comment"))) {
+      p.comment = text(lilv_nodes_get_first(comments));
+      lilv_nodes_free(comments);
+    }
+    if (LilvNodes* groups =
+            lilv_port_get_value(plugin, port, world->node(LV2_PORT_GROUPS__group))) {
+      const LilvNode* group = lilv_nodes_get_first(groups);
+      LilvNodes* labels =
+          lilv_world_find_nodes(w, group, world->node(LILV_NS_RDFS "label"), nullptr);
+      if (!labels) labels = lilv_world_find_nodes(w, group, world->node(LV2_CORE__name), nullptr);
+      p.group = labels ? text(lilv_nodes_get_first(labels)) : text(group);
+      lilv_nodes_free(labels);
+      lilv_nodes_free(groups);
+    }
+    ports.push_back(std::move(p));
+  }
+  return ports;
+}
+
+constexpr int kSliderSteps = 1000;
+
+// Slider position (0..kSliderSteps) for a port value, and back.
+int sliderPosition(const ControlPort& p, float value) {
+  double unit = p.logarithmic ? std::log(value / p.minimum) / std::log(p.maximum / p.minimum)
+                              : (value - p.minimum) / (p.maximum - p.minimum);
+  if (!std::isfinite(unit)) unit = 0.0;
+  return static_cast<int>(std::lround(std::clamp(unit, 0.0, 1.0) * kSliderSteps));
+}
+float sliderValue(const ControlPort& p, int position) {
+  const double unit = static_cast<double>(position) / kSliderSteps;
+  double value = p.logarithmic ? p.minimum * std::pow(p.maximum / p.minimum, unit)
+                               : p.minimum + unit * (p.maximum - p.minimum);
+  if (p.integer) value = std::round(value);
+  return static_cast<float>(value);
+}
+
+QString valueText(const ControlPort& p, float value) {
+  if (p.integer || std::abs(value) >= 100.0f)
+    return QString::number(static_cast<long>(std::lround(value)));
+  return QString::number(value, 'g', 3);
+}
+
+// One control of the editor: shows the port's value and writes the user's changes.
+class ControlView : public QWidget {
+ public:
+  ControlView(ControlPort port, std::shared_ptr<platform::AudioUnit> unit, QWidget* parent)
+      : QWidget(parent), port_(std::move(port)), unit_(std::move(unit)) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 2, 4, 2);
+    layout->setSpacing(2);
+    auto* name = new QLabel(QString::fromStdString(port_.name), this);
+    name->setObjectName("controlName");
+    layout->addWidget(name);
+    setToolTip(QString::fromStdString(port_.comment));
+    if (!port_.choices.empty()) {
+      choice_ = new QComboBox(this);
+      for (const auto& [value, label] : port_.choices)
+        choice_->addItem(QString::fromStdString(label), value);
+      QObject::connect(choice_, &QComboBox::activated, this, [this](int index) {
+        unit_->setParameterValue(port_.symbol, choice_->itemData(index).toFloat());
+      });
+      layout->addWidget(choice_);
+    } else if (port_.toggled) {
+      toggle_ = new platform::Button(this);
+      toggle_->setText(QStringLiteral("On"));
+      QObject::connect(toggle_, &QAbstractButton::clicked, this, [this] {
+        toggle_->setSelected(!toggle_->isSelected());
+        unit_->setParameterValue(port_.symbol,
+                                 toggle_->isSelected() ? port_.maximum : port_.minimum);
+      });
+      layout->addWidget(toggle_);
+    } else {
+      auto* row = new QHBoxLayout;
+      slider_ = new QSlider(Qt::Horizontal, this);
+      slider_->setRange(0, kSliderSteps);
+      value_ = new QLabel(this);
+      value_->setObjectName("controlValue");
+      value_->setMinimumWidth(48);
+      value_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+      QObject::connect(slider_, &QSlider::sliderMoved, this, [this](int position) {
+        const float value = sliderValue(port_, position);
+        unit_->setParameterValue(port_.symbol, value);
+        value_->setText(valueText(port_, value));
+      });
+      row->addWidget(slider_, 1);
+      row->addWidget(value_);
+      layout->addLayout(row);
+    }
+    refresh();
+  }
+
+  // Shows the port's current value, unless the user is moving this control.
+  void refresh() {
+    const float value = unit_->parameterValue(port_.symbol);
+    if (choice_ && !choice_->view()->isVisible()) {
+      int best = 0;
+      for (int i = 1; i < choice_->count(); ++i) {
+        if (std::abs(choice_->itemData(i).toFloat() - value) <
+            std::abs(choice_->itemData(best).toFloat() - value))
+          best = i;
+      }
+      choice_->setCurrentIndex(best);
+    } else if (toggle_) {
+      toggle_->setSelected(value > (port_.minimum + port_.maximum) / 2);
+    } else if (slider_ && !slider_->isSliderDown()) {
+      slider_->setValue(sliderPosition(port_, value));
+      value_->setText(valueText(port_, value));
+    }
+  }
+
+ private:
+  ControlPort port_;
+  std::shared_ptr<platform::AudioUnit> unit_;
+  QComboBox* choice_ = nullptr;
+  platform::Button* toggle_ = nullptr;
+  QSlider* slider_ = nullptr;
+  QLabel* value_ = nullptr;
+};
+
+constexpr int kColumnsPerGroup = 4;
+
+QWidget* makeGenericEditor(std::shared_ptr<platform::AudioUnit> unit, QWidget* owner) {
+  auto* scroll = new QScrollArea(owner);
+  scroll->setObjectName("genericEditor");
+  scroll->setWidgetResizable(true);
+  scroll->setFrameShape(QFrame::NoFrame);
+  scroll->setStyleSheet(QStringLiteral(
+      "#genericEditor, #genericEditorContent { background-color: rgb(28, 32, 36); }"
+      "QGroupBox { color: rgb(255, 209, 117); font-weight: 600; border: 1px solid rgb(62, 72, 81);"
+      " border-radius: 6px; margin-top: 14px; padding: 6px 4px 4px 4px; }"
+      "QGroupBox::title { subcontrol-origin: margin; left: 10px; padding: 0 4px; }"
+      "#controlName { color: rgb(200, 206, 212); font-size: 12px; }"
+      "#controlValue { color: rgb(150, 160, 170); font-size: 11px; }"
+      "#editorTitle { color: rgb(232, 236, 240); font-size: 16px; font-weight: 600; }"));
+  auto* content = new QWidget;
+  content->setObjectName("genericEditorContent");
+  auto* layout = new QVBoxLayout(content);
+  auto* title = new QLabel(QString::fromStdString(unit->name()), content);
+  title->setObjectName("editorTitle");
+  layout->addWidget(title);
+
+  std::vector<ControlView*> controls;
+  std::map<std::string, QGridLayout*> groups;
+  auto* boxes = new QGridLayout;
+  boxes->setSpacing(8);
+  layout->addLayout(boxes);
+  for (ControlPort& port : controlPorts(unit->uri())) {
+    const std::string group = port.group.empty() ? "Controls" : port.group;
+    QGridLayout*& grid = groups[group];
+    if (!grid) {
+      auto* box = new QGroupBox(QString::fromStdString(group), content);
+      grid = new QGridLayout(box);
+      const int index = static_cast<int>(groups.size()) - 1;
+      boxes->addWidget(box, index / 2, index % 2);
+    }
+    auto* view = new ControlView(std::move(port), unit, content);
+    const int n = grid->count();
+    grid->addWidget(view, n / kColumnsPerGroup, n % kColumnsPerGroup);
+    controls.push_back(view);
+  }
+  layout->addStretch(1);
+  scroll->setWidget(content);
+
+  // The instrument may change its controls (presets, state restored): show them as they are.
+  auto* follow = new QTimer(scroll);
+  QObject::connect(follow, &QTimer::timeout, scroll, [controls] {
+    for (ControlView* view : controls)
+      view->refresh();
+  });
+  follow->start(100);
+  return scroll;
+}
+
+}  // namespace
+
+void requestViewController(
+    std::shared_ptr<platform::AudioUnit> unit, QWidget* owner,
+    std::function<void(std::shared_ptr<AudioUnitViewController>)> completion) {
+  platform::dispatchAsyncMain([unit, owner, completion] {
+    QWidget* view = unit ? makeGenericEditor(unit, owner) : nullptr;
+    completion(std::make_shared<AudioUnitViewController>(view));
+  });
+}
