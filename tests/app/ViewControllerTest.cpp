@@ -1,0 +1,153 @@
+// The root screen, headless: its layout arithmetic for phones and tablets of several sizes, the
+// phone's sequencer strip, and saving the instrument's state. A real audio engine with a real
+// instrument (mda JX10; no sound device, so the null output) is made by the screen itself.
+
+#include "app/ViewController.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QTest>
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/app/QtMainQueue.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/PropertyListFile.h"
+#include "platform/ui/Button.h"
+#include "platform/ui/DeviceIdiom.h"
+
+namespace {
+
+using platform::UserInterfaceIdiom;
+
+class ViewControllerTest : public ::testing::Test {
+ protected:
+  void SetUp() override { platform::MainQueue::setMain(&mainQueue); }
+  void TearDown() override {
+    screen.reset();
+    platform::MainQueue::setMain(nullptr);
+    platform::setUserInterfaceIdiom(UserInterfaceIdiom::pad);
+  }
+
+  // A root screen of `size` for `idiom`, loaded, with the instrument's own editor delivered (so
+  // that no instantiation is still under way when the test goes on).
+  void load(UserInterfaceIdiom idiom, QSize size) {
+    platform::setUserInterfaceIdiom(idiom);
+    screen = std::make_unique<ViewController>(QStringLiteral("MDA JX10"), nullptr);
+    screen->resize(size);
+    screen->show();  // resize events reach a shown widget only
+    screen->viewDidLoad();
+    ASSERT_TRUE(waitForEditor());
+  }
+  // The editor the instrument delivers, once the engine has it ready.
+  bool waitForEditor() {
+    QElapsedTimer clock;
+    clock.start();
+    while (!screen->audioUnitViewCotnroller() && clock.elapsed() < 10000)
+      QTest::qWait(20);
+    return screen->audioUnitViewCotnroller() != nullptr;
+  }
+  static std::shared_ptr<AudioUnitViewController> editorWithView() {
+    return std::make_shared<AudioUnitViewController>(new QWidget);
+  }
+
+  platform::QtMainQueue mainQueue;
+  std::unique_ptr<ViewController> screen;
+};
+
+TEST_F(ViewControllerTest, PhoneOf667PointsStacksEditorStripAndKeyboard) {
+  load(UserInterfaceIdiom::phone, {667, 375});
+  EXPECT_EQ(screen->auContainerView()->geometry(), QRect(0, 0, 667, 200));
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 100, 667, 100));
+  EXPECT_TRUE(screen->seqController()->isHidden());
+  EXPECT_EQ(screen->pianoViewController()->geometry(), QRect(0, 200, 667, 175));
+
+  auto editor = editorWithView();
+  screen->embedPlugInView(editor);
+  EXPECT_EQ(editor->view()->geometry(), QRect(0, 0, 667, 200));
+  EXPECT_EQ(editor->view()->parentWidget(), screen->auContainerView());
+  EXPECT_EQ(screen->pianoViewController()->geometry(), QRect(0, 200, 667, 175));
+
+  // The Seq button shows the strip directly above the keyboard, and hides it again.
+  platform::Button* seq = screen->pianoViewController()->seqButton();
+  platform::LogCapture log;
+  QTest::mouseClick(seq, Qt::LeftButton);
+  EXPECT_FALSE(screen->seqController()->isHidden());
+  QTest::mouseClick(seq, Qt::LeftButton);
+  EXPECT_TRUE(screen->seqController()->isHidden());
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 100, 667, 100));
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"SEQ", "SEQ"}));
+}
+
+TEST_F(ViewControllerTest, NarrowTabletIsNeitherScaledNorReflowed) {
+  load(UserInterfaceIdiom::pad, {1024, 1024});
+  // The keyboard takes the lower third, the sequencer a band of H x 128/768 above it.
+  EXPECT_EQ(screen->pianoViewController()->geometry(), QRect(0, 683, 1024, 341));
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 512, 1024, 171));
+  platform::LogCapture log;
+  screen->embedPlugInView(editorWithView());
+  EXPECT_TRUE(log.contains("RATIOOO 1.000000 "));
+  EXPECT_EQ(screen->auContainerView()->geometry(), QRect(0, 0, 1024, 335));
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 512, 1024, 171));
+}
+
+TEST_F(ViewControllerTest, WideTabletResizesAndCentresTheEditorAndReflowsBelowIt) {
+  load(UserInterfaceIdiom::pad, {1366, 768});  // embeds the instrument's editor
+  const auto& editor = screen->audioUnitViewCotnroller();
+  const float ratio = 1366 * 0.0009765625f;
+  const QRect container = screen->auContainerView()->geometry();
+  EXPECT_EQ(container.size(), QSizeF(ratio * 1024, ratio * 335).toSize());  // about 1366 x 447
+  EXPECT_NEAR(container.center().x(), 683, 1);
+  EXPECT_NEAR(container.y() + container.height() / 2.0, std::trunc(ratio * 335 * 0.5) + 47, 1);
+  EXPECT_EQ(editor->view()->geometry(), QRect(QPoint(0, 0), container.size()));
+  // Sequencer and keyboard moved below the editor: S = 128.
+  const int bottom = container.y() + container.height();
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, bottom + 2, 1366, 126));
+  EXPECT_EQ(screen->pianoViewController()->geometry(),
+            QRect(0, bottom + 128, 1366, 768 - bottom - 128));
+
+  // A desktop window is resized at will: narrower and back, the same layout, no drift.
+  const QRect seq = screen->seqController()->geometry();
+  screen->resize(1024, 768);
+  EXPECT_EQ(screen->auContainerView()->geometry(), QRect(0, 0, 1024, 335));
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 384, 1024, 128));
+  screen->resize(1366, 768);
+  EXPECT_EQ(screen->auContainerView()->geometry(), container);
+  EXPECT_EQ(screen->seqController()->geometry(), seq);
+}
+
+TEST_F(ViewControllerTest, AnEditorWithoutAViewIsReportedAndTheScreenKeepsWorking) {
+  load(UserInterfaceIdiom::pad, {1024, 768});
+  platform::LogCapture log;
+  screen->embedPlugInView(std::make_shared<AudioUnitViewController>(nullptr));
+  EXPECT_TRUE(log.contains("Alert no view in AU!"));
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 384, 1024, 128));
+}
+
+TEST_F(ViewControllerTest, TheInstrumentsEditorArrivesAndItsStateIsSavedOverTheSameFile) {
+  char folder[] = "/tmp/pelma-documents-XXXXXX";
+  ASSERT_TRUE(mkdtemp(folder));
+  setenv("PELMA_DOCUMENTS_DIR", folder, 1);
+  load(UserInterfaceIdiom::pad, {1024, 768});
+  ASSERT_NE(screen->audioUnitViewCotnroller()->view(), nullptr);
+  EXPECT_EQ(screen->audioUnitViewCotnroller()->view()->parentWidget(), screen->auContainerView());
+
+  const auto file = std::filesystem::path(folder) / "testpreset.aupreset";
+  screen->savePreset(nullptr);
+  const auto first = platform::readPropertyList(file);
+  ASSERT_TRUE(first);
+  EXPECT_TRUE(first->count("ports"));
+  screen->audioEngine()->synthAU()->setParameterValue(
+      screen->audioEngine()->synthAU()->parameterSymbols().front(), 0.25f);
+  screen->savePreset(nullptr);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+  const auto second = platform::readPropertyList(file);
+  ASSERT_TRUE(second);
+  EXPECT_NE(*first, *second);
+  std::filesystem::remove_all(folder);
+  unsetenv("PELMA_DOCUMENTS_DIR");
+}
+
+}  // namespace
