@@ -1,5 +1,5 @@
 # pelma_test_program(NAME SOURCES files... LIBRARIES libs... [ENVIRONMENT VAR=value...]
-#                    [LABELS labels...])
+#                    [LABELS labels...] [PROPERTIES name value...])
 # One GoogleTest program; gtest_discover_tests makes every test case a ctest test. The
 # environment is set by the program itself before its tests run, so it holds however the
 # program is started (ctest, by hand, a debugger).
@@ -7,7 +7,7 @@ find_package(GTest REQUIRED)
 include(GoogleTest)
 
 function(pelma_test_program name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;ENVIRONMENT;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;ENVIRONMENT;LABELS;PROPERTIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest GTest::gtest_main)
   if(ARG_ENVIRONMENT)
@@ -19,5 +19,5 @@ function(pelma_test_program name)
   if(ARG_LABELS)
     list(APPEND properties LABELS "${ARG_LABELS}")
   endif()
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties} ${ARG_PROPERTIES})
 endfunction()

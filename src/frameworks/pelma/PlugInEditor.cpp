@@ -237,6 +237,7 @@ QWidget* makeGenericEditor(std::shared_ptr<platform::AudioUnit> unit, QWidget* o
     if (!grid) {
       auto* box = new QGroupBox(QString::fromStdString(group), content);
       grid = new QGridLayout(box);
+      grid->setAlignment(Qt::AlignTop);  // boxes side by side share a height; controls stay up
       const int index = static_cast<int>(groups.size()) - 1;
       boxes->addWidget(box, index / 2, index % 2);
     }

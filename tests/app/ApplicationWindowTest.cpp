@@ -1,0 +1,189 @@
+// The real application in a real X server (Xvfb) with a real JACK server (dummy driver): it
+// starts, finds the instrument, shows its editor, and a key clicked on the on-screen keyboard
+// (with xdotool) and a note from another JACK client both sound at its JACK output, measured by
+// a JACK client of this test. A screenshot of the window is written beside the test.
+
+#include <jack/jack.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/JackServer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+pid_t spawn(std::vector<std::string> arguments, const std::string& output = "/dev/null") {
+  std::vector<char*> argv;
+  for (auto& argument : arguments)
+    argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&actions, 1, 2);
+  pid_t pid = 0;
+  const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return failed ? 0 : pid;
+}
+
+int runAndWait(std::vector<std::string> arguments) {
+  const pid_t pid = spawn(std::move(arguments));
+  int status = 0;
+  if (pid > 0) waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path);
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(50ms);
+  }
+  return condition();
+}
+
+// A JACK client of the test that listens to one output port and keeps the loudest block RMS.
+class JackListener {
+ public:
+  bool connect(const std::string& portPattern) {
+    client_ = jack_client_open("pelma-test-listener", JackNoStartServer, nullptr);
+    if (!client_) return false;
+    input_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+    jack_set_process_callback(client_, process, this);
+    jack_activate(client_);
+    const char** ports =
+        jack_get_ports(client_, portPattern.c_str(), JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
+    const bool found =
+        ports && ports[0] && jack_connect(client_, ports[0], jack_port_name(input_)) == 0;
+    if (ports) jack_free(ports);
+    return found;
+  }
+  ~JackListener() {
+    if (client_) jack_client_close(client_);
+  }
+  // The loudest block since the last call.
+  double takeLoudest() { return loudest_.exchange(0.0); }
+
+ private:
+  static int process(jack_nframes_t frames, void* self) {
+    auto* listener = static_cast<JackListener*>(self);
+    const auto* samples = static_cast<const float*>(jack_port_get_buffer(listener->input_, frames));
+    double sum = 0.0;
+    for (jack_nframes_t i = 0; i < frames; ++i)
+      sum += samples[i] * samples[i];
+    const double rms = std::sqrt(sum / frames);
+    double previous = listener->loudest_.load();
+    while (rms > previous && !listener->loudest_.compare_exchange_weak(previous, rms)) {
+    }
+    return 0;
+  }
+
+  jack_client_t* client_ = nullptr;
+  jack_port_t* input_ = nullptr;
+  std::atomic<double> loudest_{0.0};
+};
+
+class ApplicationWindow : public ::testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(jack.start());
+    display_ = ":" + std::to_string(90 + getpid() % 9);
+    xvfb_ = spawn({"Xvfb", display_, "-screen", "0", "1024x768x24", "-nolisten", "tcp"});
+    ASSERT_GT(xvfb_, 0);
+    std::this_thread::sleep_for(500ms);
+    setenv("DISPLAY", display_.c_str(), 1);
+    unsetenv("QT_QPA_PLATFORM");
+  }
+  void TearDown() override {
+    if (app_ > 0) {
+      kill(app_, SIGTERM);
+      int status = 0;
+      waitpid(app_, &status, 0);
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a clean stop";
+    }
+    if (xvfb_ > 0) {
+      kill(xvfb_, SIGTERM);
+      waitpid(xvfb_, nullptr, 0);
+    }
+  }
+
+  testing_support::JackServer jack;
+  std::string display_;
+  pid_t xvfb_ = 0;
+  pid_t app_ = 0;
+};
+
+TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi) {
+  const std::string instrument = GetParam();
+  std::string fileName = "window-" + instrument;
+  std::replace(fileName.begin(), fileName.end(), ' ', '-');
+  const std::string log = std::string(PELMA_TEST_OUTPUT) + "/" + fileName + ".log";
+  app_ = spawn({PELMA_EXECUTABLE, "--plugin", instrument}, log);
+  ASSERT_GT(app_, 0);
+  ASSERT_TRUE(waitFor([&] { return readFile(log).find("FRAME ") != std::string::npos; }, 20s))
+      << readFile(log);
+  const std::string text = readFile(log);
+  EXPECT_NE(text.find("Checking components"), std::string::npos);
+  EXPECT_NE(text.find("GOT IT"), std::string::npos);
+
+  JackListener listener;
+  ASSERT_TRUE(waitFor([&] { return listener.connect("^Pelma:"); }, 5s));
+  std::this_thread::sleep_for(500ms);
+  const double quiet = listener.takeLoudest();
+
+  // The Velocity button on (full velocity is sent as 128, which mda's instruments do not take
+  // as a note), then a white key of the on-screen keyboard held for half a second near its front.
+  // (No window manager in Xvfb: the pointer is moved over the window, no activation.)
+  ASSERT_EQ(
+      runAndWait({"xdotool",   "search",   "--sync",  "--name", "^Pelma$", "mousemove", "--window",
+                  "%1",        "116",      "540",     "click",  "1",       "sleep",     "0.2",
+                  "mousemove", "--window", "%1",      "600",    "745",     "mousedown", "1",
+                  "sleep",     "0.5",      "mouseup", "1"}),
+      0);
+  const double fromKeyboard = listener.takeLoudest();
+  std::this_thread::sleep_for(1s);
+  listener.takeLoudest();
+
+  // A note from another JACK client into our MIDI input.
+  ASSERT_EQ(runAndWait({PELMA_JACK_MIDI_PATTERN, "Pelma MIDI:Pelma", "120", "1", "64@0:1"}), 0);
+  const double fromMidi = listener.takeLoudest();
+
+  runAndWait({"sh", "-c",
+              "xwd -root -silent -display " + display_ + " | convert xwd:- " + PELMA_TEST_OUTPUT +
+                  "/" + fileName + ".png"});
+  EXPECT_LT(quiet, 1e-4);
+  EXPECT_GT(fromKeyboard, 0.005) << "the clicked key sounds";
+  EXPECT_GT(fromMidi, 0.005) << "the JACK MIDI note sounds";
+}
+
+INSTANTIATE_TEST_SUITE_P(Instruments, ApplicationWindow, ::testing::Values("Pelma", "MDA JX10"),
+                         [](const auto& info) {
+                           std::string name = info.param;
+                           std::erase(name, ' ');
+                           return name;
+                         });
+
+}  // namespace
