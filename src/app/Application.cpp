@@ -36,8 +36,11 @@ void quitOnSignals(QApplication& application) {
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0) return;
   auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &application);
   QObject::connect(notifier, &QSocketNotifier::activated, &application, [] {
+    char byte = 0;
+    [[maybe_unused]] const auto taken = read(signalPipe[0], &byte, 1);
     platform::log("Asked to stop");
-    QApplication::quit();
+    // exit() rather than quit(): an embedded editor's window must not be able to veto it.
+    QCoreApplication::exit(0);
   });
   std::signal(SIGINT, forwardSignal);
   std::signal(SIGTERM, forwardSignal);
@@ -75,6 +78,7 @@ class MainWindow : public QWidget {
   void closeEvent(QCloseEvent* event) override {
     QSettings().setValue(sizeKey(phone_), size());
     event->accept();
+    QCoreApplication::exit(0);  // also when an embedded editor keeps windows of its own
   }
 
  private:

@@ -21,7 +21,9 @@
 #include <vector>
 
 #include "frameworks/krui/KRSlider.h"
+#include "frameworks/pelma/X11PlugInEditor.h"
 #include "platform/audio/Lv2World.h"
+#include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
 #include "platform/ui/Button.h"
 
@@ -265,7 +267,12 @@ void requestViewController(
     std::shared_ptr<platform::AudioUnit> unit, QWidget* owner,
     std::function<void(std::shared_ptr<AudioUnitViewController>)> completion) {
   platform::dispatchAsyncMain([unit, owner, completion] {
+    if (auto own = makeX11Editor(unit, owner)) {
+      completion(std::move(own));
+      return;
+    }
     QWidget* view = unit ? makeGenericEditor(unit, owner) : nullptr;
+    if (view) platform::log("Plug-in editor: generic, from the ports of {}", unit->name());
     completion(std::make_shared<AudioUnitViewController>(view));
   });
 }

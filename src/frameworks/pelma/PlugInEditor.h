@@ -2,7 +2,8 @@
 
 // The editor of a plug-in, delivered as an AudioUnitViewController.
 //
-// For now every plug-in gets the generic editor, built from its control input ports: a box per
+// A plug-in with an X11 editor this host can embed gets it (see X11PlugInEditor.h); every other
+// plug-in gets the generic editor, built from its control input ports: a box per
 // port group, in each a control per port with the port's name: a choice list for enumerations, a
 // switch for toggles, a slider for the rest (logarithmic ports on a logarithmic scale, integer
 // ports in whole steps), the port's comment as a tooltip. It scrolls when it does not fit, and

@@ -58,6 +58,9 @@ class AudioUnit final : public AudioNode {
 
   const std::string& name() const { return name_; }
   const std::string& uri() const { return uri_; }
+  // The lilv instance, for plug-in editors that need direct access to the plug-in
+  // (instance-access, data-access). Main thread.
+  LilvInstance* lilvInstance() const { return instance_; }
   double sampleRate() const { return sampleRate_; }
   std::uint32_t maximumFramesToRender() const { return maxFrames_; }
 

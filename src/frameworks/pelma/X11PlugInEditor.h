@@ -1,0 +1,19 @@
+#pragma once
+
+// A plug-in's own X11 editor (an LV2 UI of class ui:X11UI), loaded into this process and embedded
+// by native window id in a Qt widget. The editor gets what real UIs need: ui:parent, ui:resize,
+// ui:idleInterface (idle called about 30 times a second), urid map/unmap, instance-access and
+// data-access, ui:portMap and ui:portSubscribe, ui:scaleFactor. Every control value is sent to the
+// editor at start and whenever it changes; the editor's control writes reach the plug-in through
+// its lock-free control inputs. Only on the X11 (xcb) platform; never a Qt 5 or Gtk editor.
+
+#include <QWidget>
+#include <memory>
+
+#include "frameworks/pelma/AudioUnitViewController.h"
+#include "platform/audio/AudioUnit.h"
+
+// The plug-in's X11 editor in a new widget of `owner`, or null (with no log line) when the plug-in
+// has none this host can embed, or (with one log line) when it fails to load.
+std::shared_ptr<AudioUnitViewController> makeX11Editor(std::shared_ptr<platform::AudioUnit> unit,
+                                                       QWidget* owner);
