@@ -48,6 +48,9 @@ class ViewController : public QWidget, public MidiEventRouter {
   // documents folder, replacing the last one.
   void savePreset(QObject* sender);
   void setCS(QWidget* view);
+  // The screen edges whose system gestures wait for the application: top and bottom (a phone's
+  // gesture; a desktop window has none).
+  static constexpr int preferredScreenEdgesDeferringSystemGestures() { return 5; }
   // When the application ends: nothing more reaches the instrument, every note is released and
   // faded, and the audio output stops.
   void stopCleanly();
