@@ -32,6 +32,8 @@ struct Pattern {
   jack_port_t* port = nullptr;
   std::uint64_t frame = 0;
   unsigned char channelBits = 0;
+  // The pattern starts once the port is connected: notes played before would reach no one.
+  std::atomic<bool> started{false};
 };
 
 std::vector<Note> parse(const std::string& text) {
@@ -54,6 +56,7 @@ int process(jack_nframes_t frames, void* arg) {
   auto* p = static_cast<Pattern*>(arg);
   void* buffer = jack_port_get_buffer(p->port, frames);
   jack_midi_clear_buffer(buffer);
+  if (!p->started.load()) return 0;
   const double loop = 4.0 * p->framesPerBeat;
   for (jack_nframes_t i = 0; i < frames; ++i) {
     const double position = std::fmod(static_cast<double>(p->frame + i), loop);
@@ -100,6 +103,7 @@ int main(int argc, char** argv) {
       jack_connect(client, jack_port_name(pattern.port), argv[1]) != 0) {
     std::fprintf(stderr, "cannot connect to %s\n", argv[1]);
   }
+  pattern.started.store(true);
   std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(argv[3])));
   jack_client_close(client);
   return 0;
