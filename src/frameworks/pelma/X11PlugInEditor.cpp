@@ -141,7 +141,15 @@ class X11EditorView : public QWidget {
   static void write(LV2UI_Controller controller, uint32_t port, uint32_t size, uint32_t protocol,
                     const void* buffer) {
     auto* self = static_cast<X11EditorView*>(controller);
-    if (protocol != 0 || size != sizeof(float) || port >= self->symbols_.size()) return;
+    if (protocol != 0) {
+      if (!self->eventWriteLogged_) {
+        self->eventWriteLogged_ = true;
+        platform::log("Plug-in editor: messages from the editor (protocol {}) are not passed on",
+                      protocol);
+      }
+      return;
+    }
+    if (size != sizeof(float) || port >= self->symbols_.size()) return;
     float value;
     std::memcpy(&value, buffer, sizeof value);
     self->unit_->setParameterValue(self->symbols_[port], value);
@@ -207,6 +215,7 @@ class X11EditorView : public QWidget {
   LV2_Options_Option options_[2]{};
   std::vector<ControlPortInfo> controls_;
   std::vector<std::string> symbols_;  // by port index
+  bool eventWriteLogged_ = false;
 };
 
 std::string filePath(const LilvNode* uri) {
