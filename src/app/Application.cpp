@@ -116,7 +116,13 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
   int status = 0;
   {
     MainWindow window(options, MIDIManager::sharedMIDIManager().pgMidi());
+    delegate.setWindow(&window);
     window.show();
+    QObject::connect(
+        &application, &QGuiApplication::applicationStateChanged, &application,
+        [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });
+    for (const std::string& url : options.urls)
+      delegate.openURL(url);
     QObject::connect(&application, &QApplication::aboutToQuit, &window, [&window] {
       if (window.isVisible()) window.close();  // remembers the size
     });

@@ -6,6 +6,8 @@
 // output closed. With no display it says so and runs headless (instrument, MIDI, sequencer).
 
 #include <QString>
+#include <string>
+#include <vector>
 
 namespace app {
 
@@ -13,6 +15,8 @@ struct ApplicationOptions {
   QString instrumentName = QStringLiteral("Pelma");
   bool phoneIdiom = false;
   double seconds = 0.0;  // quit after this long; 0: run until asked to stop
+  // Bank files or "pelma:" URLs to open once the application has launched.
+  std::vector<std::string> urls;
 };
 
 int runApplication(int argc, char** argv, const ApplicationOptions& options);

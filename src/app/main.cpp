@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,7 +21,7 @@ constexpr std::string_view kInstrumentName = "Pelma";
 
 void printUsage() {
   fmt::print(
-      "Usage: pelma [options]\n"
+      "Usage: pelma [options] [BANK.plb | pelma:URL ...]\n"
       "Hosts the LV2 instrument \"{}\" and plays it from the keyboard, MIDI and the step "
       "sequencer.\n\n"
       "Without a mode it opens the window: the instrument's editor, the sequencer and the\n"
@@ -56,6 +58,20 @@ std::optional<double> number(const char* text) {
   const double value = std::strtod(text, &end);
   if (end == text || *end != '\0') return std::nullopt;
   return value;
+}
+
+// "pelma:..." and "file:..." stay as they are; a path becomes an absolute file URL.
+std::string asUrl(std::string_view argument) {
+  if (argument.starts_with("pelma:") || argument.starts_with("file:")) return std::string(argument);
+  std::string url = "file://";
+  for (unsigned char c : std::filesystem::absolute(std::filesystem::path(argument)).string()) {
+    if (std::isalnum(c) ||
+        std::string_view("/-._~").find(static_cast<char>(c)) != std::string_view::npos)
+      url += static_cast<char>(c);
+    else
+      url += fmt::format("%{:02X}", c);
+  }
+  return url;
 }
 
 int usageError(std::string_view message) {
@@ -128,6 +144,9 @@ int main(int argc, char** argv) {
       }
       if (argument == "--sample-rate") options.sampleRate = *parsed;
       if (argument == "--buffer-frames") options.bufferFrames = static_cast<unsigned>(*parsed);
+    } else if (!argument.starts_with("--")) {
+      // A bank file or a "pelma:" link to open, as other programs hand them over.
+      applicationOptions.urls.push_back(asUrl(argument));
     } else {
       printUsage();
       return usageError(fmt::format("unknown option {}", argument));

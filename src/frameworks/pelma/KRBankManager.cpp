@@ -5,34 +5,11 @@
 #include <system_error>
 
 #include "bank/Bank.h"
+#include "platform/foundation/Files.h"
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
 
 namespace {
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-std::optional<std::string> percentDecoded(std::string_view text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      out += text[i];
-      continue;
-    }
-    if (i + 2 >= text.size()) return std::nullopt;
-    int high = hexDigit(text[i + 1]), low = hexDigit(text[i + 2]);
-    if (high < 0 || low < 0) return std::nullopt;
-    out += static_cast<char>(high * 16 + low);
-    i += 2;
-  }
-  if (out.find('\0') != std::string::npos) return std::nullopt;
-  return out;
-}
 
 // The local path a file: or pelma: URL names, or nothing. Both schemes take an absolute path,
 // with an empty or "localhost" authority ("file:///a/b.plb", "pelma://localhost/a/b.plb") or
@@ -53,28 +30,12 @@ std::optional<std::filesystem::path> localPath(std::string_view url) {
   }
   rest = rest.substr(0, rest.find_first_of("?#"));
   if (rest.empty() || rest.front() != '/') return std::nullopt;
-  auto decoded = percentDecoded(rest);
+  auto decoded = platform::percentDecoded(rest);
   if (!decoded) return std::nullopt;
   std::filesystem::path path(*decoded);
   while (!path.has_filename() && path.has_relative_path())
     path = path.parent_path();
   return path;
-}
-
-// Copies a file or folder to `destination`, through a hidden name first so a reader never sees a
-// half-copied bank.
-bool copyIntoPlace(const std::filesystem::path& source, const std::filesystem::path& destination) {
-  auto partial = destination.parent_path() / ("." + destination.filename().string() + ".partial");
-  std::error_code error;
-  std::filesystem::remove_all(partial, error);
-  std::filesystem::copy(source, partial, std::filesystem::copy_options::recursive, error);
-  if (!error && !std::filesystem::exists(destination)) {
-    std::filesystem::rename(partial, destination, error);
-    if (!error) return true;
-  }
-  std::error_code ignored;
-  std::filesystem::remove_all(partial, ignored);
-  return false;
 }
 
 }  // namespace
@@ -130,7 +91,7 @@ void KRBankManager::addBankFromUrl(std::string_view url) {
     platform::log("Bank not added: {} already exists", destination.string());
     return;
   }
-  if (!copyIntoPlace(*source, destination)) {
+  if (!platform::copyItemWithoutReplacing(*source, destination)) {
     platform::log("Bank not added: {} could not be copied to {}", source->string(),
                   destination.string());
     return;
