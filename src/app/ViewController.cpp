@@ -70,8 +70,9 @@ bool ViewController::isPhone() {
   return platform::userInterfaceIdiom() == platform::UserInterfaceIdiom::phone;
 }
 
+// MIDI threads read this: they see the instrument only once it is ready, never the engine.
 platform::AudioComponentInstance ViewController::synth() const {
-  return audioEngine_ ? audioEngine_->synth() : nullptr;
+  return instrument_.load(std::memory_order_acquire);
 }
 
 void ViewController::viewDidLoad() {
@@ -146,6 +147,7 @@ platform::AudioComponentDescription ViewController::getPelmaDescription() {
 void ViewController::engineReady() {
   std::shared_ptr<platform::AudioUnit> unit = audioEngine_->synthAU();
   if (!unit) return;
+  instrument_.store(audioEngine_->synth(), std::memory_order_release);
   requestViewController(unit, this, [this](std::shared_ptr<AudioUnitViewController> controller) {
     platform::log("GOT IT <AudioUnitViewController: {}> ", static_cast<void*>(controller.get()));
     embedPlugInView(std::move(controller));

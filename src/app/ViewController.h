@@ -11,6 +11,7 @@
 // that the keyboard's Seq button shows and hides, and the keyboard below. Main thread.
 
 #include <QWidget>
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -95,7 +96,8 @@ class ViewController : public QWidget, public MidiEventRouter {
   KRSequencerController* seqController_ = nullptr;      // child widget, owned by Qt
   PianoViewController* pianoViewController_ = nullptr;  // child widget, owned by Qt
   std::unique_ptr<AudioEngine> audioEngine_;
-  QWidget* auContainerView_ = nullptr;  // from the interface file
+  std::atomic<platform::AudioComponentInstance> instrument_{nullptr};  // the engine's, once ready
+  QWidget* auContainerView_ = nullptr;                                 // from the interface file
   std::shared_ptr<AudioUnitViewController> audioUnitViewCotnroller_;
   bool loaded_ = false;
   bool stopped_ = false;
