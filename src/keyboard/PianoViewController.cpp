@@ -5,9 +5,12 @@
 #include "frameworks/krui/KRPianoView.h"
 #include "frameworks/krui/PianoView.h"
 #include "keyboard/KRWheelControl.h"
+#include "menus/AppMenuController.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/DeviceIdiom.h"
 #include "platform/ui/InterfaceFile.h"
+#include "platform/ui/NavigationController.h"
+#include "platform/ui/Popover.h"
 #include "ui_PianoViewController.h"
 #include "ui_PianoViewControlleriPhone.h"
 
@@ -147,11 +150,20 @@ void PianoViewController::seqButtonPressed(platform::Button* sender) {
   if (externalAction_) externalAction_(0);
 }
 
-void PianoViewController::appMenuButtonPressed(platform::Button* /*sender*/) {}
+void PianoViewController::appMenuButtonPressed(platform::Button* sender) {
+  dismissAppMenu();
+  auto* menu = new AppMenuController;
+  auto* navigation = new platform::NavigationController(menu);
+  navigation->setRightBarButton(menu, QStringLiteral("Done"), [this] { dismissAppMenu(); });
+  presented_ = new platform::Popover(navigation, QSize(320, 300));
+  presented_->present(this, sender->geometry());
+}
 
 void PianoViewController::shopButtonPressed(platform::Button* /*sender*/) {}
 
-void PianoViewController::dismissAppMenu() {}
+void PianoViewController::dismissAppMenu() {
+  if (presented_) presented_->dismiss();
+}
 
 void PianoViewController::pitchWheelModified() {
   if (delegate_) delegate_->pitchWheelChanged(pitchWheel_->value());

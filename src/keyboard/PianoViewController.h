@@ -8,6 +8,7 @@
 // It is made from one of two interface files: "PianoViewController" (tablet layout) or
 // "PianoViewControlleriPhone" (phone layout). Main thread only.
 
+#include <QPointer>
 #include <QWidget>
 #include <cstdint>
 #include <functional>
@@ -16,6 +17,7 @@
 #include "frameworks/krui/KRGradientLayer.h"
 #include "frameworks/krui/PianoViewDelegate.h"
 #include "keyboard/KRPianoViewDelegate.h"
+#include "platform/ui/Popover.h"
 
 class KRPianoView;
 class KRWheelControl;
@@ -77,11 +79,14 @@ class PianoViewController : public QWidget, public KRPianoViewDelegate, public P
   void sizeButtonPressed(platform::Button* sender);
   void panicButtonPressed(platform::Button* sender);
   void seqButtonPressed(platform::Button* sender);
-  // Open the settings menu and the bank shop; the popovers come with those screens, until then
-  // these are connected and do nothing.
+  // Opens a new settings menu in a popover beside the button.
   void appMenuButtonPressed(platform::Button* sender);
+  // Opens the bank shop; it comes with its own screen, until then this does nothing.
   void shopButtonPressed(platform::Button* sender);
+  // Closes whatever popover this screen shows.
   void dismissAppMenu();
+  // The popover shown now, or null.
+  platform::Popover* presentedPopover() const { return presented_; }
   void pitchWheelModified();
   void modWheelModified();
 
@@ -123,4 +128,5 @@ class PianoViewController : public QWidget, public KRPianoViewDelegate, public P
   platform::Button* shopButton_ = nullptr;
   platform::Button* octavePlusButton_ = nullptr;
   platform::Button* octaveMinusButton_ = nullptr;
+  QPointer<platform::Popover> presented_;
 };

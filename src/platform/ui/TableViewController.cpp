@@ -1,0 +1,108 @@
+#include "platform/ui/TableViewController.h"
+
+#include <QListWidget>
+#include <QVBoxLayout>
+
+namespace platform {
+namespace {
+
+constexpr int kSectionRole = Qt::UserRole + 1;
+constexpr int kRowRole = Qt::UserRole + 2;
+constexpr int kAccessoryRole = Qt::UserRole + 3;
+
+QString shownText(const TableViewCell& cell) {
+  switch (cell.accessory) {
+    case CellAccessory::checkmark:
+      return cell.text + QStringLiteral("\t\u2713");
+    case CellAccessory::disclosureIndicator:
+      return cell.text + QStringLiteral("\t\u203A");
+    case CellAccessory::none:
+      break;
+  }
+  return cell.text;
+}
+
+}  // namespace
+
+TableViewController::TableViewController(QWidget* parent) : QWidget(parent) {
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  list_ = new QListWidget(this);
+  list_->setObjectName(QStringLiteral("tableView"));
+  list_->setFocusPolicy(Qt::NoFocus);
+  list_->setStyleSheet(QStringLiteral(
+      "QListWidget { background-color: black; color: white; border: none; font-size: 15px; }"
+      "QListWidget::item { padding: 8px 12px; border-bottom: 1px solid rgb(40, 44, 48); }"
+      "QListWidget::item:selected { background-color: rgb(52, 60, 68); }"));
+  layout->addWidget(list_);
+  connect(list_, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {
+    if (!item->data(kRowRole).isValid()) return;  // a header
+    didSelectRowAtIndexPath(
+        {item->data(kSectionRole).toLongLong(), item->data(kRowRole).toLongLong()});
+  });
+}
+
+void TableViewController::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  if (!loaded_) reloadData();
+}
+
+void TableViewController::reloadData() {
+  loaded_ = true;
+  list_->clear();
+  const std::int64_t sections = numberOfSectionsInTableView();
+  for (std::int64_t section = 0; section < sections; ++section) {
+    const QString header = titleForHeaderInSection(section);
+    auto* headerItem = new QListWidgetItem(header.toUpper(), list_);
+    headerItem->setFlags(Qt::NoItemFlags);
+    headerItem->setForeground(QColor(140, 150, 160));
+    QFont font = headerItem->font();
+    font.setPixelSize(11);
+    font.setBold(true);
+    headerItem->setFont(font);
+    const std::int64_t rows = numberOfRowsInSection(section);
+    for (std::int64_t row = 0; row < rows; ++row) {
+      const TableViewCell cell = cellForRowAtIndexPath({section, row});
+      auto* item = new QListWidgetItem(shownText(cell), list_);
+      item->setData(kSectionRole, QVariant::fromValue<qlonglong>(section));
+      item->setData(kRowRole, QVariant::fromValue<qlonglong>(row));
+      item->setData(kAccessoryRole, static_cast<int>(cell.accessory));
+      item->setData(Qt::UserRole, cell.text);
+    }
+  }
+}
+
+int TableViewController::visibleRowCount() const {
+  int rows = 0;
+  for (int i = 0; i < list_->count(); ++i)
+    rows += list_->item(i)->data(kRowRole).isValid();
+  return rows;
+}
+
+TableViewCell TableViewController::visibleCell(IndexPath indexPath) const {
+  for (int i = 0; i < list_->count(); ++i) {
+    const QListWidgetItem* item = list_->item(i);
+    if (item->data(kRowRole).isValid() &&
+        item->data(kSectionRole).toLongLong() == indexPath.section &&
+        item->data(kRowRole).toLongLong() == indexPath.row) {
+      return {item->data(Qt::UserRole).toString(),
+              static_cast<CellAccessory>(item->data(kAccessoryRole).toInt())};
+    }
+  }
+  return {};
+}
+
+void TableViewController::tapRow(IndexPath indexPath) {
+  for (int i = 0; i < list_->count(); ++i) {
+    QListWidgetItem* item = list_->item(i);
+    if (item->data(kRowRole).isValid() &&
+        item->data(kSectionRole).toLongLong() == indexPath.section &&
+        item->data(kRowRole).toLongLong() == indexPath.row) {
+      list_->setCurrentItem(item);
+      emit list_->itemClicked(item);
+      return;
+    }
+  }
+}
+
+}  // namespace platform
