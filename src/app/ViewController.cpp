@@ -280,11 +280,6 @@ void ViewController::setCS(QWidget* view) {
   }
 }
 
-qreal ViewController::contentScaleFactor(const QWidget* view) {
-  const QVariant scale = view->property("contentScaleFactor");
-  return scale.isValid() ? scale.toReal() : 1.0;
-}
-
 void ViewController::playSequence() {
   auto sequence = std::make_unique<platform::MusicSequence>();
   auto player = std::make_unique<platform::MusicPlayer>();

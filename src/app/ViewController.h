@@ -71,8 +71,6 @@ class ViewController : public QWidget, public MidiEventRouter {
   KRSequencerController* seqController() const { return seqController_; }
   PianoViewController* pianoViewController() const { return pianoViewController_; }
   AudioEngine* audioEngine() const { return audioEngine_.get(); }
-  // The content scale setCS gave a view (1 until then).
-  static qreal contentScaleFactor(const QWidget* view);
 
  protected:
   // MidiEventRouter: where messages go.

@@ -44,7 +44,6 @@ class AppDelegate {
 
   QWidget* window() const { return window_; }
   void setWindow(QWidget* window) { window_ = window; }
-  const platform::IdleTimer& idleTimer() const { return idleTimer_; }
 
  private:
   std::unique_ptr<BankFileOperations> ownFiles_;

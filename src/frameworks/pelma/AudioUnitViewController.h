@@ -1,12 +1,10 @@
 #pragma once
 
 // Holds a plug-in's editor: its view (the plug-in's own UI, or a generic editor made from its
-// ports) and the views whose touches must keep going to them (pass-through views; on the desktop
-// sibling widgets get their own events, so they are only kept).
+// ports).
 
 #include <QPointer>
 #include <QWidget>
-#include <vector>
 
 class AudioUnitViewController {
  public:
@@ -15,10 +13,10 @@ class AudioUnitViewController {
 
   // The editor's view, or null when the plug-in has none.
   QWidget* view() const { return view_; }
-  void addPassthroughView(QWidget* view) { passthroughViews_.push_back(view); }
-  const std::vector<QPointer<QWidget>>& passthroughViews() const { return passthroughViews_; }
+  // Views whose touches must keep going to them rather than to the editor. On the desktop the
+  // editor never covers its siblings, which get their own events, so there is nothing to do.
+  void addPassthroughView(QWidget* /*view*/) {}
 
  private:
   QPointer<QWidget> view_;
-  std::vector<QPointer<QWidget>> passthroughViews_;
 };

@@ -14,7 +14,6 @@ class IdleTimer {
   ~IdleTimer();
   // True: inhibit the screen saver until false or until this object goes.
   void setIdleTimerDisabled(bool disabled);
-  bool isIdleTimerDisabled() const { return cookie_.has_value(); }
 
  private:
   std::optional<std::uint32_t> cookie_;

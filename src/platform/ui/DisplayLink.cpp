@@ -28,8 +28,4 @@ void DisplayLink::addToRunLoop() {
   timer_.start();
 }
 
-void DisplayLink::invalidate() {
-  timer_.stop();
-}
-
 }  // namespace platform

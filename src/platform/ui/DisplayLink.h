@@ -16,10 +16,7 @@ class DisplayLink : public QObject {
   DisplayLink(QObject* target, std::function<void()> action);
 
   void addToRunLoop();
-  void invalidate();
   bool isRunning() const { return timer_.isActive(); }
-  // Milliseconds between two calls.
-  int frameInterval() const { return timer_.interval(); }
 
  private:
   QTimer timer_;
