@@ -5,10 +5,12 @@
 #include <QThread>
 #include <cmath>
 
+#include "banks/AppDelegate.h"
 #include "frameworks/pelma/PlugInEditor.h"
 #include "platform/audio/AudioComponent.h"
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/PropertyListFile.h"
 #include "platform/music/MusicPlayer.h"
 #include "platform/ui/DeviceIdiom.h"
@@ -45,6 +47,7 @@ ViewController::~ViewController() {
 void ViewController::stopCleanly() {
   if (stopped_) return;
   stopped_ = true;
+  platform::NotificationCenter::defaultCenter().removeObserver(this);
   // Nothing may reach the router or the screens once they go.
   if (midi_) {
     midi_->setDelegate(nullptr);
@@ -148,6 +151,16 @@ void ViewController::engineReady() {
   std::shared_ptr<platform::AudioUnit> unit = audioEngine_->synthAU();
   if (!unit) return;
   instrument_.store(audioEngine_->synth(), std::memory_order_release);
+  // A bank that arrives from outside is in the bank folder now: the instrument re-reads the
+  // folder at once instead of at its next look. Instruments that do not know the message ignore
+  // it.
+  std::weak_ptr<platform::AudioUnit> weakUnit = unit;
+  platform::NotificationCenter::defaultCenter().addObserver(
+      kBanksUpdatedNotification, nullptr,
+      [weakUnit](const platform::Notification&) {
+        if (auto instrument = weakUnit.lock()) instrument->sendObjectMessage(kRefreshBanksMessage);
+      },
+      this);
   requestViewController(unit, this, [this](std::shared_ptr<AudioUnitViewController> controller) {
     platform::log("GOT IT <AudioUnitViewController: {}> ", static_cast<void*>(controller.get()));
     embedPlugInView(std::move(controller));

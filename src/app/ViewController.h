@@ -32,6 +32,8 @@ class ViewController : public QWidget, public MidiEventRouter {
   static constexpr float kTabletScaleBase = 0.0009765625f;  // 1 / 1024
   static constexpr float kTabletCentreOffset = 47.0f;
   static constexpr float kTabletGap = 2.0f;
+  // The message that asks the Pelma instrument to re-read its bank folder.
+  static constexpr const char* kRefreshBanksMessage = "urn:pelma:synth#refreshBanks";
 
   // `instrumentName` is the component chosen (the application's is "Pelma"); `midi` the MIDI
   // wrapper (the shared one in the application).

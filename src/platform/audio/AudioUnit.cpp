@@ -332,6 +332,11 @@ void AudioUnit::setMusicalContextBlock(MusicalContextBlock block) {
   contextBlock_.publish(std::make_unique<MusicalContextBlock>(std::move(block)));
 }
 
+bool AudioUnit::sendObjectMessage(const std::string& typeUri) {
+  if (midiInputPort_ < 0) return false;
+  return objectMessages_.push(world_->map(typeUri.c_str()));
+}
+
 std::vector<std::string> AudioUnit::parameterSymbols() const {
   std::vector<std::string> symbols;
   for (const Port& p : ports_) {

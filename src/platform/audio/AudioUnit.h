@@ -68,6 +68,12 @@ class AudioUnit final : public AudioNode {
   bool sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
                      std::uint32_t sampleOffset) noexcept;
 
+  // Any thread but the audio thread (the URI is mapped here). Posts an atom:Object of type
+  // `typeUri` without properties to the plug-in's atom input at the start of the next block: how
+  // a host asks a plug-in to do something its own messages define. False when the plug-in has no
+  // atom input or the queue is full.
+  bool sendObjectMessage(const std::string& typeUri);
+
   // Main thread. The block is called on the audio thread once per block; when the tempo or time
   // signature it reports changes, the plug-in receives them as a time position.
   void setMusicalContextBlock(MusicalContextBlock block);
@@ -134,6 +140,7 @@ class AudioUnit final : public AudioNode {
   std::vector<std::uint8_t> responseBuffer_;
 
   MpscQueue<MidiEvent, 1024> incoming_;
+  MpscQueue<LV2_URID, 16> objectMessages_;
   MidiBlock midi_;
   SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
   SnapshotPublisher<MusicalContextBlock>::Reader contextReader_;

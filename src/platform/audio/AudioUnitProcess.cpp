@@ -77,6 +77,13 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
     contextReader_.release();
   }
 
+  while (auto type = objectMessages_.pop()) {
+    LV2_Atom_Forge_Frame objectFrame;
+    lv2_atom_forge_frame_time(&forge, 0);
+    lv2_atom_forge_object(&forge, &objectFrame, 0, *type);
+    lv2_atom_forge_pop(&forge, &objectFrame);
+  }
+
   midi_.sortByFrame();
   for (const MidiEvent& event : midi_) {
     if (event.frame >= frames) continue;

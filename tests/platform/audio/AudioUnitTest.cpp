@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "AudioAnalysis.h"
 #include "OfflineRig.h"
+#include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
 #include "platform/foundation/PropertyListFile.h"
@@ -169,6 +171,38 @@ TEST(AudioUnit, RunsAPluginThatNeedsTheWorker) {
   EXPECT_GT(rms(audio.data() + 24000, 24000), 0.01);
   EXPECT_FALSE(rig.unit->fullState().at("properties").get<platform::PropertyDictionary>() ==
                nullptr);
+}
+
+TEST(AudioUnit, ObjectMessagesReachThePlugInAtOnce) {
+  // Pelma looks at its bank folder about once a second by itself; asked with its refresh
+  // message, a new bank is there within a few blocks, long before that.
+  const std::filesystem::path folder = platform::bankFolder();
+  std::filesystem::create_directories(folder);
+  OfflineRig rig("Pelma", 64);
+  {
+    std::ofstream bank(folder / "arrived.plb");
+    bank << "pelma-bank 1\nname = Just Arrived\n[Only]\ncutoff = 555\nend\n";
+  }
+  ASSERT_TRUE(rig.unit->sendObjectMessage("urn:pelma:synth#refreshBanks"));
+  auto chosenBank = [&] {
+    const auto state = rig.unit->fullState();
+    const auto* properties = state.at("properties").get<platform::PropertyDictionary>();
+    if (!properties || !properties->count("urn:pelma:synth#bank")) return std::string();
+    const auto* value = properties->at("urn:pelma:synth#bank").get<platform::PropertyDictionary>();
+    const auto* name = value ? value->at("value").get<std::string>() : nullptr;
+    return name ? *name : std::string();
+  };
+  // Each block chooses bank 1; the worker gets time between blocks. 100 blocks are 6400 frames.
+  for (int block = 0; block < 100 && chosenBank() != "Just Arrived"; ++block) {
+    rig.unit->sendMIDIEvent(0xB0, 0, 0, 0);
+    rig.unit->sendMIDIEvent(0xB0, 32, 1, 0);
+    rig.unit->sendMIDIEvent(0xC0, 0, 0, 0);
+    rig.render(64);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_EQ(chosenBank(), "Just Arrived");
+  EXPECT_LT(rig.renderedFrames, 48000u);
+  std::filesystem::remove(folder / "arrived.plb");
 }
 
 }  // namespace
