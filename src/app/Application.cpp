@@ -4,15 +4,13 @@
 #include <unistd.h>
 
 #include <QApplication>
-#include <QCloseEvent>
-#include <QKeySequence>
-#include <QSettings>
-#include <QShortcut>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <csignal>
 #include <cstdlib>
 
+#include "app/MainWindow.h"
+#include "app/SingleInstance.h"
 #include "app/ViewController.h"
 #include "banks/AppDelegate.h"
 #include "frameworks/pelma/MIDIManager.h"
@@ -51,46 +49,6 @@ bool hasDisplay() {
          !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
 }
 
-// The window: the root screen filling it; its size is remembered between launches.
-class MainWindow : public QWidget {
- public:
-  MainWindow(const ApplicationOptions& options, PGMidi* midi) {
-    setWindowTitle(QStringLiteral("Pelma"));
-    root_ = new ViewController(options.instrumentName, midi, this);
-    const QSize designSize = options.phoneIdiom ? QSize(667, 375) : QSize(1024, 768);
-    setMinimumSize(options.phoneIdiom ? QSize(480, 270) : QSize(1024, 640));
-    QSettings settings;
-    resize(settings.value(sizeKey(options), designSize).toSize());
-    root_->resize(size());
-    root_->viewDidLoad();
-    phone_ = options.phoneIdiom;
-
-    auto* quit = new QShortcut(QKeySequence::Quit, this);
-    connect(quit, &QShortcut::activated, this, &QWidget::close);
-    auto* save = new QShortcut(QKeySequence::Save, this);
-    connect(save, &QShortcut::activated, this, [this] { root_->savePreset(this); });
-  }
-
-  ViewController* root() const { return root_; }
-
- protected:
-  void resizeEvent(QResizeEvent*) override { root_->setGeometry(rect()); }
-  void closeEvent(QCloseEvent* event) override {
-    QSettings().setValue(sizeKey(phone_), size());
-    event->accept();
-    QCoreApplication::exit(0);  // also when an embedded editor keeps windows of its own
-  }
-
- private:
-  static QString sizeKey(const ApplicationOptions& options) { return sizeKey(options.phoneIdiom); }
-  static QString sizeKey(bool phone) {
-    return phone ? QStringLiteral("window-size-phone") : QStringLiteral("window-size");
-  }
-
-  ViewController* root_ = nullptr;
-  bool phone_ = false;
-};
-
 }  // namespace
 
 int runApplication(int argc, char** argv, const ApplicationOptions& options) {
@@ -109,15 +67,31 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
   platform::QtMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
   platform::ApplicationState applicationState;
+  if (SingleInstance::forwardToRunningApplication(options.urls)) {
+    platform::log("Pelma is already running: handed it {} file(s) and link(s)",
+                  options.urls.size());
+    platform::MainQueue::setMain(nullptr);
+    return 0;
+  }
   quitOnSignals(application);
 
   AppDelegate delegate;
   delegate.didFinishLaunchingWithOptions();
   int status = 0;
   {
-    MainWindow window(options, MIDIManager::sharedMIDIManager().pgMidi());
+    MainWindow window(options.instrumentName, options.phoneIdiom,
+                      MIDIManager::sharedMIDIManager().pgMidi(),
+                      [&delegate](const std::string& url) { delegate.openURL(url); });
     delegate.setWindow(&window);
     window.show();
+    SingleInstance instance;
+    instance.listen([&delegate, &window](const std::vector<std::string>& urls) {
+      platform::log("Another launch handed over {} file(s) and link(s)", urls.size());
+      for (const std::string& url : urls)
+        delegate.openURL(url);
+      window.raise();
+      window.activateWindow();
+    });
     QObject::connect(
         &application, &QGuiApplication::applicationStateChanged, &application,
         [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });

@@ -22,48 +22,12 @@
 #include <vector>
 
 #include "support/JackServer.h"
+#include "support/Processes.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-
-pid_t spawn(std::vector<std::string> arguments, const std::string& output = "/dev/null") {
-  std::vector<char*> argv;
-  for (auto& argument : arguments)
-    argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_adddup2(&actions, 1, 2);
-  pid_t pid = 0;
-  const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  return failed ? 0 : pid;
-}
-
-int runAndWait(std::vector<std::string> arguments) {
-  const pid_t pid = spawn(std::move(arguments));
-  int status = 0;
-  if (pid > 0) waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path);
-  std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(50ms);
-  }
-  return condition();
-}
+using namespace testing_support;
 
 // A JACK client of the test that listens to one output port and keeps the loudest block RMS.
 class JackListener {

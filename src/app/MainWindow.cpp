@@ -1,0 +1,74 @@
+#include "app/MainWindow.h"
+
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QKeySequence>
+#include <QMimeData>
+#include <QSettings>
+#include <QShortcut>
+#include <vector>
+
+#include "app/ViewController.h"
+
+namespace app {
+namespace {
+
+QString sizeKey(bool phone) {
+  return phone ? QStringLiteral("window-size-phone") : QStringLiteral("window-size");
+}
+
+std::vector<std::string> bankUrls(const QMimeData* data) {
+  std::vector<std::string> urls;
+  if (!data || !data->hasUrls()) return urls;
+  for (const QUrl& url : data->urls()) {
+    if (url.isLocalFile() && url.path().endsWith(QStringLiteral(".plb")))
+      urls.push_back(url.toString(QUrl::FullyEncoded).toStdString());
+  }
+  return urls;
+}
+
+}  // namespace
+
+MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* midi,
+                       OpenUrl openUrl)
+    : openUrl_(std::move(openUrl)), phone_(phoneIdiom) {
+  setWindowTitle(QStringLiteral("Pelma"));
+  setAcceptDrops(true);
+  root_ = new ViewController(instrumentName, midi, this);
+  setMinimumSize(phone_ ? QSize(480, 270) : QSize(1024, 640));
+  const QSize designSize = phone_ ? QSize(667, 375) : QSize(1024, 768);
+  resize(QSettings().value(sizeKey(phone_), designSize).toSize());
+  root_->resize(size());
+  root_->viewDidLoad();
+
+  auto* quit = new QShortcut(QKeySequence::Quit, this);
+  connect(quit, &QShortcut::activated, this, &QWidget::close);
+  auto* save = new QShortcut(QKeySequence::Save, this);
+  connect(save, &QShortcut::activated, this, [this] { root_->savePreset(this); });
+}
+
+void MainWindow::resizeEvent(QResizeEvent*) {
+  root_->setGeometry(rect());
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+  if (!bankUrls(event->mimeData()).empty()) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+  const auto urls = bankUrls(event->mimeData());
+  if (urls.empty()) return;
+  event->acceptProposedAction();
+  for (const std::string& url : urls)
+    openUrl_(url);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  QSettings().setValue(sizeKey(phone_), size());
+  event->accept();
+  QCoreApplication::exit(0);  // also when an embedded editor keeps windows of its own
+}
+
+}  // namespace app

@@ -1,0 +1,48 @@
+// The window takes bank files dropped on it: only local ".plb" files, in the order dropped; a
+// drag without one is refused so the pointer shows that nothing would happen.
+
+#include "app/MainWindow.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QMimeData>
+#include <QUrl>
+
+#include "platform/app/QtMainQueue.h"
+
+namespace {
+
+TEST(MainWindow, OpensTheBankFilesDroppedOnItAndRefusesDragsWithoutOne) {
+  platform::QtMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  std::vector<std::string> opened;
+  {
+    app::MainWindow window(QStringLiteral("Not Installed"), false, nullptr,
+                           [&](const std::string& url) { opened.push_back(url); });
+
+    QMimeData text;
+    text.setUrls({QUrl::fromLocalFile("/tmp/notes.txt"), QUrl("https://example.org/x.plb")});
+    QDragEnterEvent refused(QPoint(10, 10), Qt::CopyAction, &text, Qt::LeftButton, Qt::NoModifier);
+    refused.setAccepted(false);
+    QCoreApplication::sendEvent(&window, &refused);
+    EXPECT_FALSE(refused.isAccepted());
+
+    QMimeData banks;
+    banks.setUrls({QUrl::fromLocalFile("/tmp/my bank.plb"), QUrl::fromLocalFile("/tmp/notes.txt"),
+                   QUrl::fromLocalFile("/tmp/upper.PLB"), QUrl::fromLocalFile("/tmp/second.plb")});
+    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &banks, Qt::LeftButton, Qt::NoModifier);
+    enter.setAccepted(false);
+    QCoreApplication::sendEvent(&window, &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &banks, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&window, &drop);
+  }
+  platform::MainQueue::setMain(nullptr);
+  EXPECT_EQ(opened,
+            (std::vector<std::string>{"file:///tmp/my%20bank.plb", "file:///tmp/second.plb"}));
+}
+
+}  // namespace
