@@ -2,12 +2,14 @@
 # Every target builds through the CMake presets in CMakePresets.json.
 
 ARGS ?=
+# `make install PREFIX=$$HOME/.local` installs for one user; the default needs root.
+PREFIX ?= /usr/local
 # Compiles go through ccache; these let a fresh clone in another folder reuse the cache.
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := 1
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' '*.hpp')
 
-.PHONY: deps build run test test-asan test-tsan test-rtsan format format-check clean
+.PHONY: deps build run install test test-asan test-tsan test-rtsan format format-check clean
 
 deps:
 	scripts/install-deps
@@ -18,6 +20,9 @@ build: deps
 
 run: build
 	./build/default/bin/pelma $(ARGS)
+
+install: build
+	cmake --install build/default --prefix $(PREFIX)
 
 test: build
 	ctest --preset default

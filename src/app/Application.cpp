@@ -52,6 +52,12 @@ bool hasDisplay() {
 }  // namespace
 
 int runApplication(int argc, char** argv, const ApplicationOptions& options) {
+  // Before anything else (even the display): a launch that hands over its files ends at once.
+  if (SingleInstance::forwardToRunningApplication(options.urls)) {
+    platform::log("Pelma is already running: handed it {} file(s) and link(s)",
+                  options.urls.size());
+    return 0;
+  }
   const bool headless = !hasDisplay();
   if (headless) {
     platform::log(
@@ -67,12 +73,6 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
   platform::QtMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
   platform::ApplicationState applicationState;
-  if (SingleInstance::forwardToRunningApplication(options.urls)) {
-    platform::log("Pelma is already running: handed it {} file(s) and link(s)",
-                  options.urls.size());
-    platform::MainQueue::setMain(nullptr);
-    return 0;
-  }
   quitOnSignals(application);
 
   AppDelegate delegate;

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 
 namespace platform {
 
@@ -17,22 +18,31 @@ std::shared_ptr<Lv2World> Lv2World::shared() {
 
 namespace {
 
-// The bundles built beside the executable (build/<preset>/lv2/ next to build/<preset>/bin/): the
-// Pelma instrument is found without setting LV2_PATH. Skipped when LV2_PATH names that folder.
+// The bundles that come with the application: built beside the executable
+// (build/<preset>/lv2/ next to build/<preset>/bin/) or installed with it (<prefix>/lib/lv2 next to
+// <prefix>/bin), so the Pelma instrument is found without setting LV2_PATH. A bundle the search
+// path already loaded is not loaded twice.
 void loadBundlesBesideExecutable(LilvWorld* world) {
   std::error_code error;
   const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
   if (error) return;
-  const auto folder = executable.parent_path().parent_path() / "lv2";
-  if (!std::filesystem::is_directory(folder, error)) return;
-  const char* path = std::getenv("LV2_PATH");
-  if (path && std::string(path).find(folder.string()) != std::string::npos) return;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-    if (entry.path().extension() != ".lv2") continue;
-    std::string uri = "file://" + entry.path().string() + "/";
-    LilvNode* bundle = lilv_new_uri(world, uri.c_str());
-    lilv_world_load_bundle(world, bundle);
-    lilv_node_free(bundle);
+  std::set<std::string> loaded;
+  const LilvPlugins* plugins = lilv_world_get_all_plugins(world);
+  LILV_FOREACH(plugins, i, plugins) {
+    loaded.insert(lilv_node_as_uri(lilv_plugin_get_bundle_uri(lilv_plugins_get(plugins, i))));
+  }
+  const auto prefix = executable.parent_path().parent_path();
+  for (const auto& folder : {prefix / "lv2", prefix / PELMA_LV2_INSTALL_DIR}) {
+    if (!std::filesystem::is_directory(folder, error)) continue;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+      if (entry.path().extension() != ".lv2") continue;
+      const std::string uri = "file://" + entry.path().string() + "/";
+      if (loaded.count(uri)) continue;
+      LilvNode* bundle = lilv_new_uri(world, uri.c_str());
+      lilv_world_load_bundle(world, bundle);
+      lilv_node_free(bundle);
+      loaded.insert(uri);
+    }
   }
 }
 
