@@ -90,6 +90,10 @@ const BankSet* PelmaPlugin::readBanks(bool force) {
   for (auto& bank : readBankFolder(platform::bankFolder()))
     set->banks.push_back(std::move(bank));
   removeDuplicateBanks(set->banks);  // the factory bank's name is taken first
+  std::string names;
+  for (const auto& bank : set->banks)
+    names += (names.empty() ? "" : ", ") + bank.name;
+  platform::log("Pelma: banks: {}", names);
   ownedSets_.push_back(std::move(set));
   return ownedSets_.back().get();
 }

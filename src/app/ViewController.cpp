@@ -158,7 +158,10 @@ void ViewController::engineReady() {
   platform::NotificationCenter::defaultCenter().addObserver(
       kBanksUpdatedNotification, nullptr,
       [weakUnit](const platform::Notification&) {
-        if (auto instrument = weakUnit.lock()) instrument->sendObjectMessage(kRefreshBanksMessage);
+        auto instrument = weakUnit.lock();
+        if (!instrument) return;
+        platform::log("BanksUpdated: {} re-reads its banks", instrument->name());
+        instrument->sendObjectMessage(kRefreshBanksMessage);
       },
       this);
   requestViewController(unit, this, [this](std::shared_ptr<AudioUnitViewController> controller) {

@@ -119,6 +119,20 @@ TEST_F(AppDelegateTest, MissingOrUnusableFoldersChangeNothingElse) {
   EXPECT_TRUE(log.contains("list files"));
 }
 
+TEST_F(AppDelegateTest, ABankFolderThatCannotBeWrittenLeavesEverythingElseAsItWas) {
+  // The bank folder's place is taken by a file (nothing can be written into it, also as root).
+  fs::remove_all(banks);
+  writeFile(banks, "in the way");
+  writeFile(documents / "notes.txt", "keep me");
+  writeFile(root / "in" / "bank.plb", bankText("Opened"));
+  AppDelegate delegate(nullptr, &registry);
+  EXPECT_TRUE(delegate.didFinishLaunchingWithOptions());
+  EXPECT_TRUE(delegate.openURL("file://" + (root / "in" / "bank.plb").string()));
+  EXPECT_EQ(readFile(banks), "in the way");
+  EXPECT_EQ(readFile(documents / "notes.txt"), "keep me");
+  EXPECT_EQ(readFile(root / "in" / "bank.plb"), bankText("Opened"));  // the opened file stays
+}
+
 TEST_F(AppDelegateTest, OpenedUrlsAreAddedWhenTheyArePelmaLinksOrPlbFiles) {
   writeFile(root / "in" / "bank.plb", bankText("Opened"));
   writeFile(root / "in" / "y.txt", bankText("Linked"));

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the build into a scratch prefix and uses it as a desktop would: the desktop file is
+# Installs the build as a package would (DESTDIR) and for one user (~/.local of a scratch home),
+# and uses it as a desktop would: the desktop file is
 # valid, a .plb file is a Pelma bank and opens with Pelma, "pelma:" links open with Pelma, the
 # installed executable finds the installed instrument, and xdg-open hands a bank file and a link
 # to the installed application while it runs.
@@ -15,18 +16,21 @@ cleanup() {
 trap cleanup EXIT
 fail() { echo "FAIL: $*"; [ -f "$scratch/app.log" ] && cat "$scratch/app.log"; exit 1; }
 
-prefix=$scratch/prefix
-cmake --install "$build" --prefix "$prefix" >"$scratch/install.log" || fail "install"
+# A package's layout: make install DESTDIR=... PREFIX=/usr does this.
+DESTDIR=$scratch/stage cmake --install "$build" --prefix /usr >"$scratch/stage.log" || fail "staged install"
 for file in bin/pelma lib/lv2/pelma.lv2/manifest.ttl lib/lv2/pelma.lv2/pelma.so \
     share/applications/pelma.desktop share/mime/packages/pelma-bank.xml \
-    share/icons/hicolor/scalable/apps/pelma.svg; do
-  [ -e "$prefix/$file" ] || fail "$file not installed"
+    share/icons/hicolor/scalable/apps/pelma.svg share/mime/application/x-pelma-bank.xml; do
+  [ -e "$scratch/stage/usr/$file" ] || fail "$file not staged"
 done
-desktop-file-validate "$prefix/share/applications/pelma.desktop" || fail "desktop file"
 
-# The desktop as a fresh user sees it: only the scratch prefix and the system's data.
-export XDG_DATA_DIRS=$prefix/share:/usr/share XDG_DATA_HOME=$scratch/home-data \
-  XDG_CONFIG_HOME=$scratch/home-config PATH=$prefix/bin:$PATH
+# Installed for one user, into ~/.local of a fresh home.
+export HOME=$scratch/home XDG_DATA_HOME=$scratch/home/.local/share XDG_CONFIG_HOME=$scratch/home/.config
+export XDG_DATA_DIRS=/usr/share
+prefix=$HOME/.local
+cmake --install "$build" --prefix "$prefix" >"$scratch/install.log" || fail "install"
+desktop-file-validate "$prefix/share/applications/pelma.desktop" || fail "desktop file"
+export PATH=$prefix/bin:$PATH
 export PELMA_BANKS_DIR=$scratch/banks PELMA_DOCUMENTS_DIR=$scratch/documents
 export QT_QPA_PLATFORM= DISPLAY= WAYLAND_DISPLAY= LV2_PATH=/usr/lib/lv2
 export JACK_DEFAULT_SERVER=pelma-no-such-server JACK_NO_START_SERVER=1
@@ -51,10 +55,13 @@ grep -q "GOT IT" "$scratch/app.log" || fail "the installed application did not s
 # xdg-open only opens files for a graphical session; the display is never used, because the
 # launch it starts hands its URL over before it opens one.
 DISPLAY=:99 xdg-open "$scratch/my sounds.plb" || fail "xdg-open of a bank file"
-DISPLAY=:99 xdg-open "pelma:shop/fresh.plb" || fail "xdg-open of a pelma: link"
-for _ in $(seq 100); do [ -e "$scratch/banks/my sounds.plb" ] && break; sleep 0.1; done
+for _ in $(seq 100); do grep -q "Pelma: banks: Factory, Installed Test" "$scratch/app.log" && break; sleep 0.1; done
+grep -q "Pelma: banks: Factory, Installed Test" "$scratch/app.log" || fail "the instrument did not list the bank"
 [ -e "$scratch/banks/my sounds.plb" ] || fail "the bank did not reach the bank folder"
-for _ in $(seq 50); do grep -q "Handle open url pelma:shop/fresh.plb" "$scratch/app.log" && break; sleep 0.1; done
 grep -q "Handle open url file://$scratch/my%20sounds.plb" "$scratch/app.log" || fail "bank file"
+[ "$(grep -c BanksUpdated "$scratch/app.log")" = 1 ] || fail "BanksUpdated not logged once"
+
+DISPLAY=:99 xdg-open "pelma:shop/fresh.plb" || fail "xdg-open of a pelma: link"
+for _ in $(seq 50); do grep -q "Handle open url pelma:shop/fresh.plb" "$scratch/app.log" && break; sleep 0.1; done
 grep -q "Handle open url pelma:shop/fresh.plb" "$scratch/app.log" || fail "pelma: link"
-echo "installed into $prefix; a bank file and a pelma: link opened through xdg-open"
+echo "installed for a user in $prefix; a bank file and a pelma: link opened through xdg-open"

@@ -1,6 +1,6 @@
-// Renders the keyboard screen and the sequencer screen, in both layouts and their main states, to
-// PNG files: screen_gallery OUTPUT_FOLDER. Run it with QT_QPA_PLATFORM=offscreen to render
-// without a display.
+// Renders the keyboard screen and the sequencer screen, in both layouts and their main states,
+// and the sessions screens, to PNG files: screen_gallery OUTPUT_FOLDER. Run it with
+// QT_QPA_PLATFORM=offscreen to render without a display.
 
 #include <QApplication>
 #include <QDir>
@@ -12,9 +12,11 @@
 
 #include "frameworks/krui/PianoView.h"
 #include "keyboard/PianoViewController.h"
+#include "menus/SessionsMenuController.h"
 #include "platform/audio/AudioGraph.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/DeviceIdiom.h"
+#include "platform/ui/NavigationController.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRSequencerController.h"
 #include "sequencer/KRStepSequence.h"
@@ -118,6 +120,17 @@ bool render(const Layout& layout, const QDir& folder) {
   return ok;
 }
 
+// The sessions list and its save screen, at the settings popover's size.
+bool renderSessions(const QDir& folder) {
+  platform::NavigationController navigation(new SessionsMenuController);
+  navigation.resize(320, 300);
+  navigation.show();
+  bool ok = save(navigation.grab(), folder, QStringLiteral("sessions_list.png"));
+  navigation.rightBarButton()->click();  // Save
+  ok &= save(navigation.grab(), folder, QStringLiteral("sessions_save.png"));
+  return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -133,5 +146,6 @@ int main(int argc, char** argv) {
   }
   bool ok = render(kTablet, folder);
   ok &= render(kPhone, folder);
+  ok &= renderSessions(folder);
   return ok ? 0 : 1;
 }
