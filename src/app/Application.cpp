@@ -13,6 +13,7 @@
 #include "app/SingleInstance.h"
 #include "app/ViewController.h"
 #include "banks/AppDelegate.h"
+#include "banks/PaymentSheet.h"
 #include "frameworks/pelma/MIDIManager.h"
 #include "platform/app/ApplicationState.h"
 #include "platform/app/QtMainQueue.h"
@@ -74,6 +75,8 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
   platform::MainQueue::setMain(&mainQueue);
   platform::ApplicationState applicationState;
   quitOnSignals(application);
+  platform::SKPaymentQueue::defaultQueue().configure(platform::defaultStoreConfiguration());
+  platform::SKPaymentQueue::defaultQueue().setPaymentSheet(makePaymentSheet());
 
   AppDelegate delegate;
   delegate.didFinishLaunchingWithOptions();

@@ -16,9 +16,7 @@
 #include "banks/BankFileOperations.h"
 #include "platform/app/IdleTimer.h"
 
-class KRBankManager;
-
-inline constexpr const char* kBanksUpdatedNotification = "BanksUpdated";
+#include "frameworks/pelma/KRBankManager.h"
 
 class AppDelegate {
  public:

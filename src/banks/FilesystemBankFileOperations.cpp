@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <stdio.h>
+
+#include <cerrno>
 #include <system_error>
 
 #include "banks/BankFileOperations.h"
@@ -18,6 +22,22 @@ std::vector<std::string> FilesystemBankFileOperations::contentsOfDirectory(const
 
 bool FilesystemBankFileOperations::copyItem(const fs::path& from, const fs::path& to) {
   return platform::copyItemWithoutReplacing(from, to);
+}
+
+bool FilesystemBankFileOperations::moveItem(const fs::path& from, const fs::path& to) {
+  // RENAME_NOREPLACE: an existing destination is never replaced, even one made a moment ago.
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EXDEV) return false;
+  // Another file system: copied beside the destination and renamed, then the source removed.
+  if (!platform::copyItemWithoutReplacing(from, to)) return false;
+  std::error_code error;
+  fs::remove_all(from, error);
+  return true;
+}
+
+std::optional<platform::PropertyDictionary> FilesystemBankFileOperations::readPropertyList(
+    const fs::path& path) {
+  return platform::readPropertyList(path);
 }
 
 bool FilesystemBankFileOperations::removeItem(const fs::path& path) {

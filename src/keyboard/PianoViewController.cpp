@@ -2,6 +2,7 @@
 
 #include <QLabel>
 
+#include "banks/KRBankStoreController.h"
 #include "frameworks/krui/KRPianoView.h"
 #include "frameworks/krui/PianoView.h"
 #include "keyboard/KRWheelControl.h"
@@ -33,7 +34,9 @@ PianoViewController::PianoViewController(const QString& nibName, QWidget* parent
   viewDidLoad();
 }
 
-PianoViewController::~PianoViewController() = default;
+PianoViewController::~PianoViewController() {
+  delete storeController_.data();  // kept outside the widget tree between showings
+}
 
 template <typename Ui>
 void PianoViewController::bindOutlets(Ui& ui) {
@@ -88,6 +91,8 @@ void PianoViewController::viewDidLoad() {
   pianoView2_->setPianoShift(11);
   pianoView2_->setNumKeysVisible(isPhone() ? 8 : 15);
   pianoView2_->refreshKeyboard();
+
+  storeController_ = new KRBankStoreController;
 }
 
 void PianoViewController::viewWillLayoutSubviews() {
@@ -159,7 +164,24 @@ void PianoViewController::appMenuButtonPressed(platform::Button* sender) {
   presented_->present(this, sender->geometry());
 }
 
-void PianoViewController::shopButtonPressed(platform::Button* /*sender*/) {}
+KRBankStoreController* PianoViewController::storeController() const {
+  return storeController_.data();
+}
+
+void PianoViewController::shopButtonPressed(platform::Button* sender) {
+  if (!storeController_) return;
+  dismissAppMenu();
+  storeController_->setTitle(QStringLiteral("Banks shop"));
+  auto* navigation = new platform::NavigationController(storeController_);
+  navigation->setRightBarButton(storeController_, QStringLiteral("Done"),
+                                [this] { dismissAppMenu(); });
+  presented_ = new platform::Popover(navigation, QSize(320, 300));
+  // The shop outlives its popover: taken out before the popover and its content are deleted.
+  presented_->setCloseHandler([shop = storeController_] {
+    if (shop) shop->setParent(nullptr);
+  });
+  presented_->present(this, sender->geometry());
+}
 
 void PianoViewController::dismissAppMenu() {
   if (presented_) presented_->dismiss();

@@ -19,6 +19,8 @@
 #include "keyboard/KRPianoViewDelegate.h"
 #include "platform/ui/Popover.h"
 
+class KRBankStoreController;
+
 class KRPianoView;
 class KRWheelControl;
 class PianoView;
@@ -81,8 +83,10 @@ class PianoViewController : public QWidget, public KRPianoViewDelegate, public P
   void seqButtonPressed(platform::Button* sender);
   // Opens a new settings menu in a popover beside the button.
   void appMenuButtonPressed(platform::Button* sender);
-  // Opens the bank shop; it comes with its own screen, until then this does nothing.
+  // Opens the bank shop in a popover beside the button: the same shop screen every time (it keeps
+  // the products it fetched), titled "Banks shop", with a Done button.
   void shopButtonPressed(platform::Button* sender);
+  KRBankStoreController* storeController() const;
   // Closes whatever popover this screen shows.
   void dismissAppMenu();
   // The popover shown now, or null.
@@ -129,4 +133,5 @@ class PianoViewController : public QWidget, public KRPianoViewDelegate, public P
   platform::Button* octavePlusButton_ = nullptr;
   platform::Button* octaveMinusButton_ = nullptr;
   QPointer<platform::Popover> presented_;
+  QPointer<KRBankStoreController> storeController_;  // made in viewDidLoad, kept between showings
 };

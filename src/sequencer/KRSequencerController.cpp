@@ -3,6 +3,7 @@
 #include <QPainter>
 #include <cassert>
 
+#include "banks/KRBankStoreController.h"
 #include "frameworks/krui/KRSlider.h"
 #include "keyboard/KRBPMControl.h"
 #include "platform/foundation/Log.h"
@@ -10,6 +11,7 @@
 #include "platform/ui/Button.h"
 #include "platform/ui/DisplayLink.h"
 #include "platform/ui/InterfaceFile.h"
+#include "platform/ui/NavigationController.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRStepSequence.h"
 #include "ui_KRSequencerController.h"
@@ -231,4 +233,9 @@ void KRSequencerController::clearButtonPressed(platform::Button* /*sender*/) {
   stepSequence_->clearStepsInRange(trackView_->selectionRange());
 }
 
-void KRSequencerController::appMenuButtonPressed(platform::Button* /*sender*/) {}
+void KRSequencerController::appMenuButtonPressed(platform::Button* sender) {
+  if (presented_) presented_->dismiss();
+  auto* navigation = new platform::NavigationController(new KRBankStoreController);
+  presented_ = new platform::Popover(navigation, QSize(320, 300));
+  presented_->present(this, sender->geometry());
+}

@@ -11,6 +11,7 @@
 // plays the sequence through the instrument. Made from one of two interface files:
 // "KRSequencerController" (tablet) or "KRSequencerControlleriPhone" (phone). Main thread only.
 
+#include <QPointer>
 #include <QWidget>
 #include <array>
 #include <cstdint>
@@ -23,6 +24,7 @@
 #include "platform/music/MusicEventIterator.h"
 #include "platform/music/MusicPlayer.h"
 #include "platform/music/MusicSequence.h"
+#include "platform/ui/Popover.h"
 
 class KRBPMControl;
 class KRSeqTrackView;
@@ -67,8 +69,10 @@ class KRSequencerController : public QWidget {
   void tieButtonPressed(platform::Button* sender);
   void writeModeButtonPressed(platform::Button* sender);
   void autoIncrementButtonPressed(platform::Button* sender);
-  // Opens the bank shop; the shop comes with its own screen, until then this does nothing.
+  // Opens a new bank shop in a popover beside the button.
   void appMenuButtonPressed(platform::Button* sender);
+  // The popover shown now, or null.
+  platform::Popover* presentedPopover() const { return presented_; }
 
   // Display timer: moves the playhead.
   void updatePlayhead();
@@ -112,6 +116,7 @@ class KRSequencerController : public QWidget {
   platform::MusicTrack* musicTrack_ = nullptr;
   std::unique_ptr<platform::MusicSequence> musicSequence_;
   std::unique_ptr<platform::MusicPlayer> musicPlayer_;
+  QPointer<platform::Popover> presented_;
   KRGradientLayer gradient_;
   std::shared_ptr<KRStepSequence> stepSequence_;
   std::vector<std::shared_ptr<KeyEvent>> keysReleased_;

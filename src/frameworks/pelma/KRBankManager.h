@@ -20,6 +20,10 @@ struct KRInstalledBank {
   std::filesystem::path location;
 };
 
+// Posted on the main thread when banks were added to the bank folder (the sender is who added
+// them): the instrument and the screens that list banks read them again.
+inline constexpr const char* kBanksUpdatedNotification = "BanksUpdated";
+
 class KRBankManager {
  public:
   // The one registry of the process; it reads the bank folder when first asked for.

@@ -27,6 +27,14 @@ std::filesystem::path bankFolder() {
   return home() / ".local" / "share" / "pelma" / "banks";
 }
 
+std::filesystem::path storeFolder() {
+  if (auto dir = environment("PELMA_STORE_DIR"); !dir.empty()) return dir;
+  if (auto data = environment("XDG_DATA_HOME"); !data.empty()) {
+    return std::filesystem::path(data) / "pelma" / "store";
+  }
+  return home() / ".local" / "share" / "pelma" / "store";
+}
+
 std::filesystem::path documentsFolder() {
   if (auto dir = environment("PELMA_DOCUMENTS_DIR"); !dir.empty()) return dir;
   if (auto documents = environment("XDG_DOCUMENTS_DIR"); !documents.empty()) {

@@ -11,6 +11,10 @@ namespace platform {
 // ~/.local/share/pelma/banks.
 std::filesystem::path bankFolder();
 
+// The bank shop's own files (receipts, downloads, unpacked packages): $PELMA_STORE_DIR, else
+// $XDG_DATA_HOME/pelma/store, else ~/.local/share/pelma/store.
+std::filesystem::path storeFolder();
+
 // The documents folder for file transfer: $PELMA_DOCUMENTS_DIR, else $XDG_DOCUMENTS_DIR/Pelma,
 // else ~/Documents/Pelma.
 std::filesystem::path documentsFolder();

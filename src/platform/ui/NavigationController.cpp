@@ -39,7 +39,14 @@ NavigationController::NavigationController(QWidget* rootViewController, QWidget*
   layout->addWidget(bar);
   stack_ = new QStackedWidget(this);
   layout->addWidget(stack_, 1);
-  connect(back_, &QAbstractButton::clicked, this, [this] { popViewController(); });
+  connect(back_, &QAbstractButton::clicked, this, [this] {
+    if (depth() > 1) {
+      popViewController();
+      return;
+    }
+    const auto found = leftButtons_.find(topViewController());
+    if (found != leftButtons_.end() && found->second.second) found->second.second();
+  });
   connect(right_, &QAbstractButton::clicked, this, [this] {
     const auto found = rightButtons_.find(topViewController());
     if (found != rightButtons_.end() && found->second.second) found->second.second();
@@ -58,6 +65,7 @@ void NavigationController::popViewController() {
   QWidget* top = topViewController();
   stack_->removeWidget(top);
   rightButtons_.erase(top);
+  leftButtons_.erase(top);
   top->deleteLater();
   stack_->setCurrentIndex(stack_->count() - 1);
   showTop();
@@ -77,6 +85,12 @@ void NavigationController::setRightBarButton(QWidget* screen, const QString& tit
   showTop();
 }
 
+void NavigationController::setLeftBarButton(QWidget* screen, const QString& title,
+                                            std::function<void()> action) {
+  leftButtons_[screen] = {title, std::move(action)};
+  showTop();
+}
+
 QString NavigationController::barTitle() const {
   return title_->text();
 }
@@ -92,7 +106,11 @@ NavigationController* NavigationController::of(const QWidget* screen) {
 void NavigationController::showTop() {
   QWidget* top = topViewController();
   title_->setText(top ? top->windowTitle() : QString());
-  back_->setVisible(depth() > 1);
+  const auto left = leftButtons_.find(top);
+  back_->setVisible(depth() > 1 || left != leftButtons_.end());
+  back_->setText(depth() > 1                  ? QStringLiteral("\u2039 Back")
+                 : left != leftButtons_.end() ? left->second.first
+                                              : QString());
   const auto found = rightButtons_.find(top);
   right_->setVisible(found != rightButtons_.end());
   if (found != rightButtons_.end()) right_->setText(found->second.first);

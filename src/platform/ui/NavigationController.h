@@ -27,6 +27,10 @@ class NavigationController : public QWidget {
   // The button at the right of the bar while `screen` is on top ("Done", "Save", ...).
   void setRightBarButton(QWidget* screen, const QString& title, std::function<void()> action);
   Button* rightBarButton() const { return right_; }
+  // The button at the left of the bar while `screen` is the root (where a pushed screen has its
+  // back button): "Restore", ...
+  void setLeftBarButton(QWidget* screen, const QString& title, std::function<void()> action);
+  Button* leftBarButton() const { return back_; }
   QString barTitle() const;
 
   // The navigation controller `screen` is in, or null.
@@ -40,6 +44,7 @@ class NavigationController : public QWidget {
   Button* back_;
   Button* right_;
   std::map<const QWidget*, std::pair<QString, std::function<void()>>> rightButtons_;
+  std::map<const QWidget*, std::pair<QString, std::function<void()>>> leftButtons_;
 };
 
 }  // namespace platform

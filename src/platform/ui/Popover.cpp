@@ -5,6 +5,7 @@
 #include <QPainterPath>
 #include <QScreen>
 #include <algorithm>
+#include <utility>
 
 namespace platform {
 
@@ -29,6 +30,11 @@ void Popover::present(QWidget* sourceView, const QRect& sourceRect) {
   arrowY_ = std::clamp(sourceCentre.y() - y, kArrowSize * 2, height() - kArrowSize * 2);
   move(sourceLeft.x() - width() - 2, y);
   show();
+}
+
+void Popover::closeEvent(QCloseEvent* event) {
+  if (auto handler = std::exchange(closeHandler_, nullptr)) handler();
+  QFrame::closeEvent(event);
 }
 
 void Popover::paintEvent(QPaintEvent* /*event*/) {

@@ -6,6 +6,7 @@
 
 #include <QFrame>
 #include <QPointer>
+#include <functional>
 
 namespace platform {
 
@@ -21,12 +22,17 @@ class Popover : public QFrame {
   void dismiss() { close(); }
 
   QWidget* content() const { return content_; }
+  // Called as the panel closes, before it and its content are deleted: a screen kept across
+  // presentations is taken out here.
+  void setCloseHandler(std::function<void()> handler) { closeHandler_ = std::move(handler); }
 
  protected:
   void paintEvent(QPaintEvent* event) override;
+  void closeEvent(QCloseEvent* event) override;
 
  private:
   QPointer<QWidget> content_;
+  std::function<void()> closeHandler_;
   int arrowY_ = 0;
 };
 

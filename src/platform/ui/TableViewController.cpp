@@ -53,13 +53,15 @@ void TableViewController::reloadData() {
   const std::int64_t sections = numberOfSectionsInTableView();
   for (std::int64_t section = 0; section < sections; ++section) {
     const QString header = titleForHeaderInSection(section);
-    auto* headerItem = new QListWidgetItem(header.toUpper(), list_);
-    headerItem->setFlags(Qt::NoItemFlags);
-    headerItem->setForeground(QColor(140, 150, 160));
-    QFont font = headerItem->font();
-    font.setPixelSize(11);
-    font.setBold(true);
-    headerItem->setFont(font);
+    if (!header.isEmpty()) {
+      auto* headerItem = new QListWidgetItem(header.toUpper(), list_);
+      headerItem->setFlags(Qt::NoItemFlags);
+      headerItem->setForeground(QColor(140, 150, 160));
+      QFont font = headerItem->font();
+      font.setPixelSize(11);
+      font.setBold(true);
+      headerItem->setFont(font);
+    }
     const std::int64_t rows = numberOfRowsInSection(section);
     for (std::int64_t row = 0; row < rows; ++row) {
       const TableViewCell cell = cellForRowAtIndexPath({section, row});
@@ -68,6 +70,12 @@ void TableViewController::reloadData() {
       item->setData(kRowRole, QVariant::fromValue<qlonglong>(row));
       item->setData(kAccessoryRole, static_cast<int>(cell.accessory));
       item->setData(Qt::UserRole, cell.text);
+      if (const int height = heightForRowAtIndexPath({section, row}); height > 0)
+        item->setSizeHint(QSize(0, height));
+      if (QWidget* widget = widgetForRowAtIndexPath({section, row})) {
+        item->setText({});
+        list_->setItemWidget(item, widget);
+      }
     }
   }
 }
@@ -79,30 +87,38 @@ int TableViewController::visibleRowCount() const {
   return rows;
 }
 
-TableViewCell TableViewController::visibleCell(IndexPath indexPath) const {
-  for (int i = 0; i < list_->count(); ++i) {
-    const QListWidgetItem* item = list_->item(i);
-    if (item->data(kRowRole).isValid() &&
-        item->data(kSectionRole).toLongLong() == indexPath.section &&
-        item->data(kRowRole).toLongLong() == indexPath.row) {
-      return {item->data(Qt::UserRole).toString(),
-              static_cast<CellAccessory>(item->data(kAccessoryRole).toInt())};
-    }
-  }
-  return {};
-}
-
-void TableViewController::tapRow(IndexPath indexPath) {
+QListWidgetItem* TableViewController::itemAt(IndexPath indexPath) const {
   for (int i = 0; i < list_->count(); ++i) {
     QListWidgetItem* item = list_->item(i);
     if (item->data(kRowRole).isValid() &&
         item->data(kSectionRole).toLongLong() == indexPath.section &&
-        item->data(kRowRole).toLongLong() == indexPath.row) {
-      list_->setCurrentItem(item);
-      emit list_->itemClicked(item);
-      return;
-    }
+        item->data(kRowRole).toLongLong() == indexPath.row)
+      return item;
   }
+  return nullptr;
+}
+
+TableViewCell TableViewController::visibleCell(IndexPath indexPath) const {
+  const QListWidgetItem* item = itemAt(indexPath);
+  if (!item) return {};
+  return {item->data(Qt::UserRole).toString(),
+          static_cast<CellAccessory>(item->data(kAccessoryRole).toInt())};
+}
+
+QWidget* TableViewController::visibleRowWidget(IndexPath indexPath) const {
+  QListWidgetItem* item = itemAt(indexPath);
+  return item ? list_->itemWidget(item) : nullptr;
+}
+
+void TableViewController::tapRow(IndexPath indexPath) {
+  if (QListWidgetItem* item = itemAt(indexPath)) {
+    list_->setCurrentItem(item);
+    emit list_->itemClicked(item);
+  }
+}
+
+void TableViewController::deselectRow(IndexPath indexPath) {
+  if (QListWidgetItem* item = itemAt(indexPath)) item->setSelected(false);
 }
 
 }  // namespace platform
