@@ -100,6 +100,10 @@ class SKPaymentTransaction;
 
 class SKDownload {
  public:
+  SKDownload() = default;
+  // A download as the queue reports it, for handing updates to an observer directly.
+  SKDownload(SKDownloadState state, std::string contentUrl, SKPaymentTransaction* transaction)
+      : state_(state), contentUrl_(std::move(contentUrl)), transaction_(transaction) {}
   SKDownloadState downloadState() const { return state_; }
   // file:// URL of the unpacked package folder, once finished.
   const std::string& contentURL() const { return contentUrl_; }

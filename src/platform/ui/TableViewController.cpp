@@ -22,6 +22,16 @@ QString shownText(const TableViewCell& cell) {
   return cell.text;
 }
 
+// Text rows are padded; rows drawn by widgets lay out their own insets, at their exact height.
+QString listStyle(bool textRows) {
+  return QStringLiteral(
+             "QListWidget { background-color: black; color: white; border: none; font-size: 15px; "
+             "}"
+             "QListWidget::item { padding: %1; border-bottom: 1px solid rgb(40, 44, 48); }"
+             "QListWidget::item:selected { background-color: rgb(52, 60, 68); }")
+      .arg(textRows ? QStringLiteral("8px 12px") : QStringLiteral("0px"));
+}
+
 }  // namespace
 
 TableViewController::TableViewController(QWidget* parent) : QWidget(parent) {
@@ -30,10 +40,7 @@ TableViewController::TableViewController(QWidget* parent) : QWidget(parent) {
   list_ = new QListWidget(this);
   list_->setObjectName(QStringLiteral("tableView"));
   list_->setFocusPolicy(Qt::NoFocus);
-  list_->setStyleSheet(QStringLiteral(
-      "QListWidget { background-color: black; color: white; border: none; font-size: 15px; }"
-      "QListWidget::item { padding: 8px 12px; border-bottom: 1px solid rgb(40, 44, 48); }"
-      "QListWidget::item:selected { background-color: rgb(52, 60, 68); }"));
+  list_->setStyleSheet(listStyle(/*textRows=*/true));
   layout->addWidget(list_);
   connect(list_, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {
     if (!item->data(kRowRole).isValid()) return;  // a header
@@ -73,6 +80,8 @@ void TableViewController::reloadData() {
       if (const int height = heightForRowAtIndexPath({section, row}); height > 0)
         item->setSizeHint(QSize(0, height));
       if (QWidget* widget = widgetForRowAtIndexPath({section, row})) {
+        if (!widgetRows_) list_->setStyleSheet(listStyle(/*textRows=*/false));
+        widgetRows_ = true;
         item->setText({});
         list_->setItemWidget(item, widget);
       }

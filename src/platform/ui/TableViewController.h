@@ -65,6 +65,7 @@ class TableViewController : public QWidget {
 
   QListWidget* list_;
   bool loaded_ = false;
+  bool widgetRows_ = false;
 };
 
 }  // namespace platform
