@@ -2,7 +2,6 @@
 
 #include <QLabel>
 #include <QListWidget>
-#include <QMessageBox>
 
 #include "banks/BankShopInstall.h"
 #include "banks/KRBanksStoreCell.h"

@@ -6,7 +6,6 @@
 // list while something is under way. Shown as the root of a navigation controller (its left bar
 // button is "Restore"). Main thread; overlay changes may be asked for from any thread.
 
-#include <QMessageBox>
 #include <QPointer>
 #include <memory>
 #include <optional>
@@ -16,6 +15,7 @@
 
 #include "banks/BankFileOperations.h"
 #include "platform/store/StoreKit.h"
+#include "platform/ui/Alert.h"
 #include "platform/ui/TableViewController.h"
 
 class QLabel;
@@ -74,7 +74,7 @@ class KRBankStoreController : public platform::TableViewController,
   }
   QWidget* overlay() const { return overlay_; }
   QLabel* overlayLabel() const { return overlayLabel_; }
-  QMessageBox* lastAlert() const { return lastAlert_; }
+  platform::Sheet* lastAlert() const { return lastAlert_; }
 
  protected:
   void showEvent(QShowEvent* event) override;
@@ -94,5 +94,5 @@ class KRBankStoreController : public platform::TableViewController,
   BankFileOperations* files_;
   KRBankManager* banks_;
   bool observing_ = false;
-  QPointer<QMessageBox> lastAlert_;
+  QPointer<platform::Sheet> lastAlert_;
 };

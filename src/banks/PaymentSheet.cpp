@@ -1,29 +1,22 @@
 #include "banks/PaymentSheet.h"
 
 #include <QApplication>
-#include <QMessageBox>
-#include <QPushButton>
+#include <QWidget>
+
+#include "platform/ui/Alert.h"
 
 platform::PaymentSheet makePaymentSheet() {
   return [](const platform::SKProduct& product, std::function<void(bool)> done) {
-    auto* sheet = new QMessageBox(QApplication::activeWindow());
+    // Over the shop's popover when it shows (a window of its own would close it).
+    QWidget* presenter = QApplication::activePopupWidget();
+    if (!presenter) presenter = QApplication::activeWindow();
+    auto* sheet = platform::Sheet::present(
+        presenter,
+        QStringLiteral("Buy \u201c%1\u201d for %2?")
+            .arg(product.localizedTitle(), product.priceLocale().toCurrencyString(product.price())),
+        product.localizedDescription(),
+        {{QStringLiteral("Buy"), [done] { done(true); }},
+         {QStringLiteral("Cancel"), [done] { done(false); }}});
     sheet->setObjectName(QStringLiteral("paymentSheet"));
-    sheet->setAttribute(Qt::WA_DeleteOnClose);
-    sheet->setWindowTitle(QStringLiteral("Confirm your purchase"));
-    sheet->setText(QStringLiteral("Buy \u201c%1\u201d for %2?")
-                       .arg(product.localizedTitle(),
-                            product.priceLocale().toCurrencyString(product.price())));
-    sheet->setInformativeText(product.localizedDescription());
-    QPushButton* buy = sheet->addButton(QStringLiteral("Buy"), QMessageBox::AcceptRole);
-    sheet->addButton(QMessageBox::Cancel);
-    sheet->setDefaultButton(buy);
-    // Exactly one answer, also when the dialog is closed without a button.
-    auto answered = std::make_shared<bool>(false);
-    QObject::connect(sheet, &QMessageBox::finished, sheet, [sheet, buy, done, answered] {
-      if (*answered) return;
-      *answered = true;
-      done(sheet->clickedButton() == buy);
-    });
-    sheet->open();
   };
 }

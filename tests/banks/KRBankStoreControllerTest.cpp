@@ -8,11 +8,11 @@
 
 #include <QApplication>
 #include <QLabel>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
 #include <filesystem>
 
+#include "bank/Bank.h"
 #include "banks/KRBanksStoreCell.h"
 #include "banks/PaymentSheet.h"
 #include "frameworks/pelma/KRBankManager.h"
@@ -20,6 +20,7 @@
 #include "platform/app/QtMainQueue.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/NotificationCenter.h"
+#include "platform/ui/Alert.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/NavigationController.h"
 #include "sequencer/KRSequencerController.h"
@@ -100,17 +101,16 @@ class Shop : public ::testing::Test {
   QString overlayText() const {
     return shop->overlay()->isVisible() ? shop->overlayLabel()->text() : QString();
   }
-  static QMessageBox* findDialog(const QString& name) {
-    for (QWidget* window : QApplication::topLevelWidgets())
-      if (window->objectName() == name && window->isVisible())
-        return qobject_cast<QMessageBox*>(window);
+  // The sheet of that name shown now (alerts are "sheet"), or null.
+  static platform::Sheet* findDialog(const QString& name) {
+    for (QWidget* widget : QApplication::allWidgets())
+      if (widget->objectName() == name && widget->isVisible())
+        return dynamic_cast<platform::Sheet*>(widget);
     return nullptr;
   }
   static void clickBuy() {
     ASSERT_TRUE(waitUntil([] { return findDialog(QStringLiteral("paymentSheet")) != nullptr; }));
-    auto* sheet = findDialog(QStringLiteral("paymentSheet"));
-    for (QAbstractButton* button : sheet->buttons())
-      if (button->text() == QStringLiteral("Buy")) button->click();
+    findDialog(QStringLiteral("paymentSheet"))->button(QStringLiteral("Buy"))->click();
   }
   static int linesStartingWith(const platform::LogCapture& log, std::string_view prefix) {
     int count = 0;
@@ -149,9 +149,10 @@ TEST_F(Shop, RowsFollowTheResponseWithPriceInTheProductsLocaleOrRestore) {
   // A response without products alerts and leaves the list as it was.
   std::ofstream(catalog / "catalog.json") << R"({"products": []})";
   shop->fetchAvailableProducts();
-  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("alert")) != nullptr; }));
-  EXPECT_EQ(findDialog(QStringLiteral("alert"))->windowTitle(), QStringLiteral("Not available"));
-  EXPECT_EQ(findDialog(QStringLiteral("alert"))->text(), QStringLiteral("No products to purchase"));
+  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("sheet")) != nullptr; }));
+  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->title(), QStringLiteral("Not available"));
+  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->message(),
+            QStringLiteral("No products to purchase"));
   EXPECT_EQ(shop->visibleRowCount(), 3);
 }
 
@@ -188,8 +189,8 @@ TEST_F(Shop, AFailedDownloadAlertsKeepsTheOverlayAndLeavesThePurchaseUnfinished)
   shop->tapRow({0, 2});
   clickBuy();
   ASSERT_TRUE(waitUntil([&] { return log.contains("Download failed"); }));
-  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("alert")) != nullptr; }));
-  EXPECT_EQ(findDialog(QStringLiteral("alert"))->text(),
+  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("sheet")) != nullptr; }));
+  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->message(),
             QStringLiteral("Failed to download. Please retry later."));
   EXPECT_EQ(overlayText(), QStringLiteral("Purchasing/restoring"));  // purchased keeps it
   EXPECT_NE(readFile((root / "store" / "receipts.json").string()).find("\"finished\": false"),
@@ -234,14 +235,38 @@ TEST_F(Shop, WithPurchasesOffItSaysSoAndFetchesNothing) {
   configure("file://" + (catalog / "catalog.json").string(), /*enabled=*/false);
   platform::LogCapture log;
   show(false);
-  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("alert")) != nullptr; }));
-  EXPECT_EQ(findDialog(QStringLiteral("alert"))->windowTitle(),
-            QStringLiteral("Can't purchase items"));
-  EXPECT_EQ(findDialog(QStringLiteral("alert"))->text(),
+  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("sheet")) != nullptr; }));
+  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->title(), QStringLiteral("Can't purchase items"));
+  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->message(),
             QStringLiteral("Purchases are disabled on your devices"));
   QTest::qWait(200);
   EXPECT_EQ(shop->visibleRowCount(), 0);
   EXPECT_EQ(overlayText(), QString());
+}
+
+TEST_F(Shop, OurCatalogSellsThreeCompleteBanksUnderTheirOwnNames) {
+  configure("file://" + std::string(PELMA_CATALOG) + "/catalog.json");
+  SKPaymentQueue::defaultQueue().setPaymentSheet(
+      [](const platform::SKProduct&, std::function<void(bool)> done) { done(true); });  // buys
+  show();
+  platform::LogCapture log;
+  for (int row = 0; row < 3; ++row)
+    shop->tapRow({0, row});
+  ASSERT_TRUE(waitUntil([&] { return linesStartingWith(log, "DOWNLOAD STATE 3") == 3; }));
+  const std::set<std::string> titles{"Glass Keys", "Analog Bass", "Warm Pads"};
+  std::set<std::string> names, patchNames;
+  for (const auto& bank : pelma::readBankFolder(banks)) {
+    if (!titles.count(bank.name)) continue;  // the fixture's own banks
+    names.insert(bank.name);
+    EXPECT_EQ(bank.patches.size(), 6u) << bank.name;
+    for (const auto& patch : bank.patches)
+      patchNames.insert(patch.name);
+    EXPECT_TRUE(registry.containsBankWithName(bank.name)) << bank.name;
+  }
+  EXPECT_EQ(names, titles);
+  EXPECT_EQ(patchNames.size(), 18u);  // every sound its own
+  for (int row = 0; row < 3; ++row)
+    EXPECT_EQ(price(row), QStringLiteral("Restore"));
 }
 
 TEST_F(Shop, TheKeyboardKeepsOneTitledShopWithDoneAndTheSequencerMakesAFreshOne) {

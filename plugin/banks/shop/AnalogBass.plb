@@ -88,3 +88,4 @@ fenv_decay = 0.35
 fenv_sustain = 0.25
 amp_sustain = 0.95
 amp_release = 0.1
+end

@@ -91,3 +91,4 @@ amp_sustain = 0.6
 amp_release = 2.5
 lfo_rate = 0.4
 lfo_cutoff = 0.4
+end

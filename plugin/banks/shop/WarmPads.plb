@@ -98,3 +98,4 @@ amp_sustain = 0.75
 amp_release = 1.5
 lfo_rate = 0.3
 lfo_cutoff = 0.5
+end
