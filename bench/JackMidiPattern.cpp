@@ -1,9 +1,10 @@
 // A JACK MIDI client that plays a looped four-beat pattern at exact frames into another client's
 // MIDI input, so that an outside host (jalv) can be fed the same notes Pelma host plays.
 //
-//   bench_jack_midi_pattern DESTINATION-PORT TEMPO SECONDS NOTES [CHANNEL]
+//   bench_jack_midi_pattern DESTINATION-PORT TEMPO SECONDS NOTES [CHANNEL [BANK:PROGRAM]]
 //   NOTES: note@beat:length[:velocity],...  (as pelma --notes)
 //   DESTINATION-PORT "-" connects nothing (a port that only appears); CHANNEL 1..16, default 1.
+//   BANK:PROGRAM chooses a sound first (bank select MSB and LSB, then program change).
 
 #include <jack/jack.h>
 #include <jack/midiport.h>
@@ -32,6 +33,7 @@ struct Pattern {
   jack_port_t* port = nullptr;
   std::uint64_t frame = 0;
   unsigned char channelBits = 0;
+  int bank = -1, program = -1;  // sent once, before the first note, when set
   // The pattern starts once the port is connected: notes played before would reach no one.
   std::atomic<bool> started{false};
 };
@@ -57,6 +59,17 @@ int process(jack_nframes_t frames, void* arg) {
   void* buffer = jack_port_get_buffer(p->port, frames);
   jack_midi_clear_buffer(buffer);
   if (!p->started.load()) return 0;
+  if (p->program >= 0) {
+    const unsigned char status = 0xB0 | p->channelBits;
+    unsigned char msb[3] = {status, 0, static_cast<unsigned char>((p->bank >> 7) & 0x7F)};
+    unsigned char lsb[3] = {status, 32, static_cast<unsigned char>(p->bank & 0x7F)};
+    unsigned char change[2] = {static_cast<unsigned char>(0xC0 | p->channelBits),
+                               static_cast<unsigned char>(p->program & 0x7F)};
+    jack_midi_event_write(buffer, 0, msb, 3);
+    jack_midi_event_write(buffer, 0, lsb, 3);
+    jack_midi_event_write(buffer, 0, change, 2);
+    p->program = -1;
+  }
   const double loop = 4.0 * p->framesPerBeat;
   for (jack_nframes_t i = 0; i < frames; ++i) {
     const double position = std::fmod(static_cast<double>(p->frame + i), loop);
@@ -84,7 +97,9 @@ int process(jack_nframes_t frames, void* arg) {
 
 int main(int argc, char** argv) {
   if (argc < 5) {
-    std::fprintf(stderr, "usage: %s DESTINATION-PORT TEMPO SECONDS NOTES [CHANNEL]\n", argv[0]);
+    std::fprintf(stderr,
+                 "usage: %s DESTINATION-PORT TEMPO SECONDS NOTES [CHANNEL [BANK:PROGRAM]]\n",
+                 argv[0]);
     return 2;
   }
   jack_client_t* client = jack_client_open("pelma-pattern", JackNoStartServer, nullptr);
@@ -96,6 +111,10 @@ int main(int argc, char** argv) {
   pattern.notes = parse(argv[4]);
   pattern.framesPerBeat = 60.0 / std::atof(argv[2]) * jack_get_sample_rate(client);
   if (argc > 5) pattern.channelBits = static_cast<unsigned char>((std::atoi(argv[5]) - 1) & 0x0F);
+  if (argc > 6 && std::sscanf(argv[6], "%d:%d", &pattern.bank, &pattern.program) != 2) {
+    std::fprintf(stderr, "BANK:PROGRAM expected, not %s\n", argv[6]);
+    return 2;
+  }
   pattern.port = jack_port_register(client, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
   jack_set_process_callback(client, process, &pattern);
   jack_activate(client);

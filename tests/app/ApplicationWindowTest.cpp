@@ -15,12 +15,14 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/CatalogServer.h"
 #include "support/JackServer.h"
 #include "support/Processes.h"
 
@@ -149,6 +151,64 @@ TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi
   EXPECT_LT(quiet, 1e-4);
   EXPECT_GT(fromKeyboard, 0.005) << "the clicked key sounds";
   EXPECT_GT(fromMidi, 0.005) << "the JACK MIDI note sounds";
+}
+
+// The bank shop in the running application, on an HTTP catalog: opened from the keyboard's Shop
+// button, a bank bought through the payment sheet, installed, listed by the instrument, chosen
+// by a JACK MIDI bank and program change and played.
+using ApplicationShop = ApplicationWindow;
+
+TEST_F(ApplicationShop, BuysABankThatTheInstrumentThenPlays) {
+  const std::filesystem::path scratch = std::string(PELMA_TEST_OUTPUT) + "/shop";
+  std::filesystem::remove_all(scratch);
+  std::filesystem::create_directories(scratch / "banks");
+  std::filesystem::copy(PELMA_CATALOG, scratch / "catalog");
+  CatalogServer server(scratch / "catalog");
+  setenv("PELMA_STORE_URL", server.url("catalog.json").c_str(), 1);
+  setenv("PELMA_STORE_DIR", (scratch / "store").c_str(), 1);
+  setenv("PELMA_BANKS_DIR", (scratch / "banks").c_str(), 1);
+  const std::string log = (scratch / "application.log").string();
+  app_ = spawn({PELMA_EXECUTABLE}, log);
+  ASSERT_TRUE(waitFor([&] { return readFile(log).find("FRAME ") != std::string::npos; }, 20s))
+      << readFile(log);
+  auto screenshot = [&](const std::string& name) {
+    runAndWait({"sh", "-c",
+                "xwd -root -silent -display " + display_ + " | convert xwd:- " +
+                    (scratch / name).string()});
+  };
+  // The keyboard's Shop button, then the first row once the products have come.
+  ASSERT_EQ(runAndWait({"xdotool", "search", "--sync", "--name", "^Pelma$", "mousemove", "--window",
+                        "%1", "983", "539", "click", "1"}),
+            0);
+  ASSERT_TRUE(waitFor(
+      [&] {
+        return readFile(log).find("Product request did receive response number: 3") !=
+               std::string::npos;
+      },
+      10s))
+      << readFile(log);
+  std::this_thread::sleep_for(500ms);
+  screenshot("shop-rows.png");
+  ASSERT_EQ(runAndWait({"xdotool", "mousemove", "780", "470", "click", "1"}), 0);
+  std::this_thread::sleep_for(700ms);
+  screenshot("shop-payment-sheet.png");
+  ASSERT_EQ(runAndWait({"xdotool", "key", "Return"}), 0);  // Buy, the sheet's default
+  ASSERT_TRUE(waitFor(
+      [&] { return readFile(log).find("Pelma: banks: Factory, Glass Keys") != std::string::npos; },
+      20s))
+      << readFile(log);
+  std::this_thread::sleep_for(500ms);
+  screenshot("shop-bought.png");
+  EXPECT_TRUE(std::filesystem::exists(scratch / "banks" / "GlassKeys.plb"));
+
+  JackListener listener;
+  ASSERT_TRUE(waitFor([&] { return listener.connect("^Pelma:"); }, 5s));
+  listener.takeLoudest();
+  // Bank 1 (the bought one, after the factory bank), its first sound, one note.
+  ASSERT_EQ(runAndWait({PELMA_JACK_MIDI_PATTERN, "Pelma MIDI:Pelma", "120", "1", "72@0:1:100", "1",
+                        "1:0"}),
+            0);
+  EXPECT_GT(listener.takeLoudest(), 0.005) << "the bought bank sounds";
 }
 
 INSTANTIATE_TEST_SUITE_P(Instruments, ApplicationWindow,

@@ -1,6 +1,6 @@
 // Renders the keyboard screen and the sequencer screen, in both layouts and their main states,
-// and the sessions screens, to PNG files: screen_gallery OUTPUT_FOLDER. Run it with
-// QT_QPA_PLATFORM=offscreen to render without a display.
+// the sessions screens and the shop's alert, to PNG files: screen_gallery OUTPUT_FOLDER. Run it
+// with QT_QPA_PLATFORM=offscreen to render without a display.
 
 #include <QApplication>
 #include <QDir>
@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "banks/KRBankStoreController.h"
 #include "frameworks/krui/PianoView.h"
 #include "keyboard/PianoViewController.h"
 #include "menus/SessionsMenuController.h"
@@ -131,6 +132,15 @@ bool renderSessions(const QDir& folder) {
   return ok;
 }
 
+// The bank shop with no store to buy from: its alert, at the popover's size.
+bool renderShopAlert(const QDir& folder) {
+  platform::NavigationController navigation(new KRBankStoreController);
+  navigation.resize(320, 300);
+  navigation.show();
+  QApplication::processEvents();
+  return save(navigation.grab(), folder, QStringLiteral("shop_alert.png"));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -147,5 +157,6 @@ int main(int argc, char** argv) {
   bool ok = render(kTablet, folder);
   ok &= render(kPhone, folder);
   ok &= renderSessions(folder);
+  ok &= renderShopAlert(folder);
   return ok ? 0 : 1;
 }

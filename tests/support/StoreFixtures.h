@@ -1,10 +1,8 @@
 #pragma once
 
 // Bank catalogs on disk for the shop's tests: zip packages made with libzip (with links and
-// escaping names when a test needs them), catalog.json written beside them, and the test HTTP
-// server (catalog-server.py) serving the folder on 127.0.0.1.
+// escaping names when a test needs them) and catalog.json written beside them.
 
-#include <signal.h>
 #include <sys/stat.h>
 #include <zip.h>
 
@@ -16,7 +14,7 @@
 #include <vector>
 
 #include "platform/store/PackageArchive.h"
-#include "support/Processes.h"
+#include "support/CatalogServer.h"
 
 namespace testing_support {
 
@@ -97,34 +95,5 @@ inline void writeCatalog(const std::filesystem::path& folder,
   }
   std::ofstream(folder / "catalog.json") << json << "]}\n";
 }
-
-// The test HTTP server on `folder`, for as long as the object lives.
-class CatalogServer {
- public:
-  explicit CatalogServer(const std::filesystem::path& folder) {
-    const auto portFile = folder.parent_path() / (folder.filename().string() + ".port");
-    pid_ = spawn({"python3", PELMA_CATALOG_SERVER, folder.string()}, portFile.string());
-    waitFor(
-        [&] {
-          port_ = readFile(portFile.string());
-          return port_.find('\n') != std::string::npos;
-        },
-        std::chrono::seconds(10));
-    port_ = port_.substr(0, port_.find('\n'));
-  }
-  ~CatalogServer() {
-    if (pid_ > 0) {
-      kill(pid_, SIGTERM);
-      waitForExit(pid_);
-    }
-  }
-  std::string url(const std::string& path) const {
-    return "http://127.0.0.1:" + port_ + "/" + path;
-  }
-
- private:
-  pid_t pid_ = 0;
-  std::string port_;
-};
 
 }  // namespace testing_support
