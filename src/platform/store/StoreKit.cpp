@@ -69,9 +69,10 @@ SKProductsRequest::SKProductsRequest(std::set<std::string> productIdentifiers)
 
 void SKProductsRequest::start() {
   auto self = shared_from_this();
-  SKPaymentQueue::defaultQueue().runInBackground([self] {
+  auto& queue = SKPaymentQueue::defaultQueue();
+  queue.runInBackground([self, configuration = queue.configuration()] {
     std::string error;
-    auto catalog = SKPaymentQueue::defaultQueue().readCatalog(&error);
+    auto catalog = SKPaymentQueue::readCatalog(configuration, &error);
     dispatchAsyncMain([self, catalog = std::move(catalog), error] {
       if (!catalog) log("Store: cannot read the catalog: {}", error);
       if (!self->delegate_) return;
@@ -145,13 +146,14 @@ void SKPaymentQueue::workerLoop() {
   }
 }
 
-std::optional<std::vector<CatalogProduct>> SKPaymentQueue::readCatalog(std::string* error) const {
-  const std::string url = configuration_.catalogUrl;
+std::optional<std::vector<CatalogProduct>> SKPaymentQueue::readCatalog(
+    const StoreConfiguration& configuration, std::string* error) {
+  const std::string& url = configuration.catalogUrl;
   if (url.empty()) {
     *error = "no store is configured";
     return std::nullopt;
   }
-  FetchLimits limits = configuration_.limits;
+  FetchLimits limits = configuration.limits;
   limits.maximumBytes = std::min<std::uint64_t>(limits.maximumBytes, 1 << 20);
   std::string body;
   *error = fetchToString(url, &body, limits);
@@ -299,9 +301,9 @@ void SKPaymentQueue::restoreCompletedTransactions() {
 
 void SKPaymentQueue::deliverFromReceipts(std::vector<Receipt> receipts,
                                          SKPaymentTransactionState state) {
-  runInBackground([this, receipts = std::move(receipts), state] {
+  runInBackground([this, receipts = std::move(receipts), state, configuration = configuration_] {
     std::string error;
-    auto catalog = readCatalog(&error);
+    auto catalog = readCatalog(configuration, &error);
     dispatchAsyncMain([this, receipts, state, catalog = std::move(catalog), error] {
       if (!catalog) {
         log("Store: cannot read the catalog: {}", error);
@@ -330,19 +332,24 @@ void SKPaymentQueue::startDownloads(const std::vector<SKDownloadPtr>& downloads)
     download->error_.clear();
   }
   notifyDownloads(downloads);
-  for (const SKDownloadPtr& download : downloads)
-    runInBackground([this, download] { this->download(download); });
+  for (const SKDownloadPtr& download : downloads) {
+    const std::string name =
+        download->transaction_ ? download->transaction_->identifier_ : "package";
+    runInBackground([this, download, name, configuration = configuration_] {
+      this->download(download, name, configuration);
+    });
+  }
 }
 
-void SKPaymentQueue::download(const SKDownloadPtr& download) {
+void SKPaymentQueue::download(const SKDownloadPtr& download, const std::string& name,
+                              const StoreConfiguration& configuration) {
   const CatalogProduct& product = download->product_;
-  const std::string name = download->transaction_ ? download->transaction_->identifier_ : "package";
-  const auto downloads = configuration_.dataFolder / "downloads";
+  const auto downloads = configuration.dataFolder / "downloads";
   const auto partial = downloads / (name + ".zip.part");
-  const auto folder = configuration_.dataFolder / "packages" / name;
+  const auto folder = configuration.dataFolder / "packages" / name;
   std::error_code ignored;
   std::filesystem::create_directories(downloads, ignored);
-  FetchLimits limits = configuration_.limits;
+  FetchLimits limits = configuration.limits;
   limits.maximumBytes = std::min(limits.maximumBytes, product.packageSize);
   std::string error = fetchToFile(product.packageUrl, partial, limits, &cancelTransfers_);
   if (error.empty() && std::filesystem::file_size(partial, ignored) != product.packageSize)

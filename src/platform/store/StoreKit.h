@@ -178,8 +178,10 @@ class SKPaymentQueue {
 
   // Runs `job` on the queue's worker thread (catalog reads, downloads).
   void runInBackground(std::function<void()> job);
-  // Reads the catalog (worker thread): the products, or nothing with the reason in `error`.
-  std::optional<std::vector<CatalogProduct>> readCatalog(std::string* error) const;
+  // Reads the catalog of `configuration` (on the worker thread, with a copy taken on the main
+  // thread): the products, or nothing with the reason in `error`.
+  static std::optional<std::vector<CatalogProduct>> readCatalog(
+      const StoreConfiguration& configuration, std::string* error);
 
   SKPaymentQueue();
   ~SKPaymentQueue();
@@ -201,7 +203,9 @@ class SKPaymentQueue {
                                           SKPaymentTransactionState state);
   void notifyTransactions(const std::vector<SKPaymentTransactionPtr>& transactions);
   void notifyDownloads(const std::vector<SKDownloadPtr>& downloads);
-  void download(const SKDownloadPtr& download);  // worker thread
+  // Worker thread; `name` names the partial file and the package folder.
+  void download(const SKDownloadPtr& download, const std::string& name,
+                const StoreConfiguration& configuration);
   void workerLoop();
 
   StoreConfiguration configuration_;
