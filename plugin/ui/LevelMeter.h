@@ -8,6 +8,9 @@
 namespace pelma::ui {
 
 class LevelMeter : public QWidget {
+  Q_OBJECT
+  Q_PROPERTY(int litSegments READ litSegments)
+
  public:
   using QWidget::QWidget;
 

@@ -115,7 +115,7 @@ void ParameterControl::paintEvent(QPaintEvent*) {
   } else {
     paintKnob(painter, area);
   }
-  QFont font = painter.font();
+  QFont font = this->font();
   font.setPixelSize(fontPixels_);
   painter.setFont(font);
   const bool showValue = (held_ || hovered_) && !isSwitch();
@@ -168,14 +168,14 @@ void ParameterControl::paintSwitch(QPainter& painter, QRectF area) {
   painter.setFont(font);
   painter.setPen(look::kAmber);
   painter.drawText(cap, Qt::AlignCenter, valueText(index_, value_));
-  const qreal light = std::max<qreal>(3.0, area.height() / 12.0);
+  const qreal light = std::max<qreal>(2.0, area.height() / 12.0);
   const qreal spacing = light * 2.2;
+  const qreal lightsY = (cap.bottom() + area.bottom()) / 2;
   const qreal left = width() / 2.0 - spacing * (count - 1) / 2.0;
   painter.setPen(Qt::NoPen);
   for (int i = 0; i < count; ++i) {
     painter.setBrush(i == static_cast<int>(value_ - p.minimum) ? look::kAmber : look::kTrack);
-    painter.drawEllipse(QPointF(left + spacing * i, cap.bottom() + light * 2.2), light / 2,
-                        light / 2);
+    painter.drawEllipse(QPointF(left + spacing * i, lightsY), light / 2, light / 2);
   }
 }
 

@@ -12,6 +12,7 @@ namespace pelma::ui {
 
 class ParameterControl : public KRControl {
   Q_OBJECT
+  Q_PROPERTY(float value READ value)
 
  public:
   ParameterControl(std::size_t index, QWidget* parent);

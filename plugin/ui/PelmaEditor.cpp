@@ -27,7 +27,7 @@ const std::vector<std::vector<Group>> kRows = {
     {Group::FilterEnvelope, Group::AmpEnvelope, Group::Modulation, Group::Output}};
 
 constexpr int kMinimumFontPixels = 8;
-constexpr int kLabelLines = 2;
+constexpr int kMaximumLabelLines = 3;
 constexpr int kMaximumBanks = 16384;
 
 std::vector<std::size_t> parametersOf(Group group) {
@@ -45,21 +45,24 @@ int longestWord(const QFontMetrics& metrics, const QString& text) {
   return widest;
 }
 
+// The narrowest width at which `text`, wrapped at spaces, takes at most `lines` lines.
+int widthForLines(const QFontMetrics& metrics, const QString& text, int lines) {
+  int width = longestWord(metrics, text);
+  while (metrics.boundingRect(QRect(0, 0, width, 1 << 16), Qt::TextWordWrap, text).height() >
+         lines * metrics.lineSpacing())
+    width += 2;
+  return width;
+}
+
 QString comboStyle(int fontPixels) {
   return QStringLiteral(
              "QComboBox { background: rgb(54,64,73); color: rgb(255,209,117); border: 1px solid "
              "black; border-radius: 4px; padding: 0 %1px; font-size: %2px; font-weight: bold; }"
-             "QComboBox::drop-down { border: none; width: %3px; }"
-             "QComboBox::down-arrow { image: none; border-left: %4px solid transparent; "
-             "border-right: %4px solid transparent; border-top: %4px solid rgb(204,204,204); "
-             "width: 0; height: 0; }"
              "QComboBox QAbstractItemView { background: rgb(30,35,40); color: rgb(204,204,204); "
              "selection-background-color: rgb(255,209,117); selection-color: black; "
              "font-size: %2px; }")
       .arg(fontPixels / 2)
-      .arg(fontPixels)
-      .arg(fontPixels + 4)
-      .arg(std::max(3, fontPixels / 3));
+      .arg(fontPixels);
 }
 
 }  // namespace
@@ -239,15 +242,17 @@ void PelmaEditor::layOut() {
   const double scale = std::clamp(
       std::min(width() / double(kDesignSize.width()), height() / double(kDesignSize.height())), 0.5,
       2.0);
-  // The largest text that lets every label fit its cell; at the smallest sizes the cells share
-  // the width by what their labels need.
+  // The largest text that lets every label fit its cell in two lines, or else three; at the
+  // smallest sizes the cells share the width by what their labels need.
   for (int font = std::max(kMinimumFontPixels, static_cast<int>(std::lround(11 * scale)));
        font > kMinimumFontPixels - 2; --font) {
-    if (layOutRows(font)) return;
+    for (int lines = 2; lines <= kMaximumLabelLines; ++lines) {
+      if (layOutRows(font, lines)) return;
+    }
   }
 }
 
-bool PelmaEditor::layOutRows(int fontPixels) {
+bool PelmaEditor::layOutRows(int fontPixels, int labelLines) {
   const double scale = std::clamp(
       std::min(width() / double(kDesignSize.width()), height() / double(kDesignSize.height())), 0.5,
       2.0);
@@ -267,7 +272,7 @@ bool PelmaEditor::layOutRows(int fontPixels) {
   const int rowTop = header_.bottom() + 1 + margin;
   const int rowHeight = (height() - rowTop - 2 * margin) / 2;
   const int titleBand = titlePixels + pad + 2;
-  const int labelHeight = kLabelLines * metrics.lineSpacing();
+  const int labelHeight = labelLines * metrics.lineSpacing();
   const int textGap = fontPixels / 3;
   int knob = std::min(rowHeight - titleBand - pad - labelHeight - textGap,
                       static_cast<int>(std::lround(60 * scale)));
@@ -275,13 +280,13 @@ bool PelmaEditor::layOutRows(int fontPixels) {
   // Width each control needs: its longest label word, its value's, or its switch labels.
   auto needed = [&](std::size_t i) {
     const Parameter& p = kParameters[i];
-    int width = std::max(longestWord(metrics, parameterLabel(i)), fontPixels * 3);
+    int width = std::max(widthForLines(metrics, parameterLabel(i), labelLines), fontPixels * 3);
     if (p.kind == Kind::Choice) {
       for (int v = static_cast<int>(p.minimum); v <= static_cast<int>(p.maximum); ++v)
         width = std::max(width, boldMetrics.horizontalAdvance(valueText(i, float(v))) + 8);
     } else {
       for (float v : {p.minimum, p.maximum, p.defaultValue})
-        width = std::max(width, longestWord(metrics, valueText(i, v)));
+        width = std::max(width, widthForLines(metrics, valueText(i, v), labelLines));
     }
     return width;
   };

@@ -65,7 +65,7 @@ class PelmaEditor : public QWidget {
   void showPatches(int bank);
   void choose(int bank, int program);
   void layOut();
-  bool layOutRows(int fontPixels);
+  bool layOutRows(int fontPixels, int labelLines);
 
   struct Uris {
     LV2_URID atomObject, atomInt, atomString, atomTuple, atomVector, atomFloat, eventTransfer,
