@@ -88,7 +88,6 @@ PelmaEditor::PelmaEditor(LV2_URID_Map* map, Output output, QWidget* parent)
            urid(kProgramIndexUri),
            urid(kValuesUri)};
   setObjectName(QStringLiteral("pelmaEditor"));
-  setMinimumSize(1, 1);
   for (std::size_t i = 0; i < kParameterCount; ++i) {
     auto* control = new ParameterControl(i, this);
     control->addTarget(this, [this, control] {
