@@ -45,9 +45,13 @@ PelmaPlugin::PelmaPlugin(double sampleRate, std::filesystem::path bundle, LV2_UR
                          LV2_Worker_Schedule* worker)
     : synth_(sampleRate), sampleRate_(sampleRate), bundle_(std::move(bundle)), worker_(worker) {
   auto urid = [map](const char* uri) { return map->map(map->handle, uri); };
-  uris_ = {urid(LV2_MIDI__MidiEvent), urid(LV2_ATOM__Object),   urid(LV2_ATOM__String),
-           urid(LV2_ATOM__Int),       urid(kRefreshBanksUri),   urid(kStateBankUri),
-           urid(kStateProgramUri),    urid(kStateParametersUri)};
+  uris_ = {urid(LV2_MIDI__MidiEvent), urid(LV2_ATOM__Object),    urid(LV2_ATOM__String),
+           urid(LV2_ATOM__Int),       urid(kRefreshBanksUri),    urid(kStateBankUri),
+           urid(kStateProgramUri),    urid(kStateParametersUri), urid(kDescribeUri),
+           urid(kBankMessageUri),     urid(kBankIndexUri),       urid(kBankCountUri),
+           urid(kBankNameUri),        urid(kPatchNamesUri),      urid(kSelectionUri),
+           urid(kProgramIndexUri),    urid(kValuesUri),          urid(LV2_ATOM__Float)};
+  lv2_atom_forge_init(&forge_, map);
   for (std::size_t i = 0; i < kParameterCount; ++i) {
     lastParameterPorts_[i] = kParameters[i].defaultValue;
   }
@@ -94,8 +98,39 @@ const BankSet* PelmaPlugin::readBanks(bool force) {
   for (const auto& bank : set->banks)
     names += (names.empty() ? "" : ", ") + bank.name;
   platform::log("Pelma: banks: {}", names);
+  buildBankMessages(*set);
   ownedSets_.push_back(std::move(set));
   return ownedSets_.back().get();
+}
+
+void PelmaPlugin::buildBankMessages(BankSet& set) {
+  // A bank with more names than fit keeps the first ones: the forge stops at the buffer's end.
+  constexpr std::size_t kMessageCapacity = kNotifyBufferSize / 2;
+  LV2_Atom_Forge forge = forge_;
+  for (std::size_t i = 0; i < set.banks.size(); ++i) {
+    std::vector<std::uint8_t> buffer(kMessageCapacity);
+    lv2_atom_forge_set_buffer(&forge, buffer.data(), buffer.size());
+    LV2_Atom_Forge_Frame object, names;
+    lv2_atom_forge_object(&forge, &object, 0, uris_.bankMessage);
+    lv2_atom_forge_key(&forge, uris_.bankIndex);
+    lv2_atom_forge_int(&forge, static_cast<std::int32_t>(i));
+    lv2_atom_forge_key(&forge, uris_.bankCount);
+    lv2_atom_forge_int(&forge, static_cast<std::int32_t>(set.banks.size()));
+    lv2_atom_forge_key(&forge, uris_.bankName);
+    const std::string& bankName = set.banks[i].name;
+    lv2_atom_forge_string(&forge, bankName.c_str(), static_cast<std::uint32_t>(bankName.size()));
+    lv2_atom_forge_key(&forge, uris_.patchNames);
+    lv2_atom_forge_tuple(&forge, &names);
+    for (const Patch& patch : set.banks[i].patches) {
+      lv2_atom_forge_string(&forge, patch.name.c_str(),
+                            static_cast<std::uint32_t>(patch.name.size()));
+    }
+    lv2_atom_forge_pop(&forge, &names);
+    lv2_atom_forge_pop(&forge, &object);
+    const auto* atom = reinterpret_cast<const LV2_Atom*>(buffer.data());
+    buffer.resize(sizeof(LV2_Atom) + atom->size);
+    set.messages.push_back(std::move(buffer));
+  }
 }
 
 LV2_Worker_Status PelmaPlugin::work(LV2_Worker_Respond_Function respond,

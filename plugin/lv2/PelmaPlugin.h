@@ -10,6 +10,7 @@
 // is freed, so the audio thread never frees memory and a state save can read names safely.
 
 #include <lv2/atom/atom.h>
+#include <lv2/atom/forge.h>
 #include <lv2/core/lv2.h>
 #include <lv2/state/state.h>
 #include <lv2/urid/urid.h>
@@ -32,6 +33,9 @@ namespace pelma {
 // The banks an instance offers, in bank-number order: the factory bank, then the bank folder's.
 struct BankSet {
   std::vector<Bank> banks;
+  // One bank message per bank (its names, for the editor), made when the set is read so the
+  // audio thread only copies them to the notify port.
+  std::vector<std::vector<std::uint8_t>> messages;
 };
 
 class PelmaPlugin {
@@ -55,7 +59,8 @@ class PelmaPlugin {
  private:
   struct Uris {
     LV2_URID midiEvent, atomObject, atomString, atomInt, refreshBanks, stateBank, stateProgram,
-        stateParameters;
+        stateParameters, describe, bankMessage, bankIndex, bankCount, bankName, patchNames,
+        selection, programIndex, values, atomFloat;
   };
   enum class WorkRequest : std::uint32_t { Look, Reread };
 
@@ -72,6 +77,11 @@ class PelmaPlugin {
   void handleMidi(const std::uint8_t* message, std::uint32_t size) noexcept;
   void requestBanks(WorkRequest request) noexcept;
   void publishSelection() noexcept;
+  void buildBankMessages(BankSet& set);
+  // Audio thread: bank messages not yet sent and the selection when it changed, as far as the
+  // notify port has room; and the output level.
+  void writeNotifications() noexcept;
+  void writeLevel(std::uint32_t frames) noexcept;
 
   Synth synth_;
   const double sampleRate_;
@@ -86,6 +96,8 @@ class PelmaPlugin {
   std::array<const float*, kParameterCount> parameterPorts_{};
   const float* bankPort_ = nullptr;
   const float* programPort_ = nullptr;
+  LV2_Atom_Sequence* notify_ = nullptr;
+  float* level_ = nullptr;
 
   // Port values seen last: a port only takes effect when it changes, so a chosen patch stays
   // until the user moves a control.
@@ -105,6 +117,15 @@ class PelmaPlugin {
   int bankSelectMsb_ = 0, bankSelectLsb_ = 0;
   bool requestPending_ = false;
   std::uint64_t framesSinceLook_ = 0;
+
+  // Audio thread: what the editor has been told.
+  LV2_Atom_Forge forge_{};
+  const BankSet* sentSet_ = nullptr;
+  std::size_t nextBankMessage_ = 0;
+  bool selectionSent_ = false;
+  int sentBank_ = -1, sentProgram_ = -1;
+  ParameterValues sentValues_{};
+  float peak_ = 0;  // the decaying output peak written to the level port
 
   // What a state save reads while the audio thread runs.
   std::atomic<int> savedBank_{0}, savedProgram_{0};

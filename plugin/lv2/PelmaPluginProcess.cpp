@@ -30,6 +30,10 @@ void PelmaPlugin::connectPort(std::uint32_t port, void* data) noexcept {
     bankPort_ = static_cast<const float*>(data);
   } else if (port == kProgramPort) {
     programPort_ = static_cast<const float*>(data);
+  } else if (port == kNotifyPort) {
+    notify_ = static_cast<LV2_Atom_Sequence*>(data);
+  } else if (port == kLevelPort) {
+    level_ = static_cast<float*>(data);
   } else if (port >= kFirstParameterPort && port < kBankPort) {
     parameterPorts_[port - kFirstParameterPort] = static_cast<const float*>(data);
   }
@@ -194,12 +198,77 @@ void PelmaPlugin::run(std::uint32_t frames) noexcept {
       } else if (event->body.type == uris_.atomObject) {
         const auto* object = reinterpret_cast<const LV2_Atom_Object*>(&event->body);
         if (object->body.otype == uris_.refreshBanks) requestBanks(WorkRequest::Reread);
+        if (object->body.otype == uris_.describe) {
+          sentSet_ = nullptr;  // every bank again, then the selection
+          selectionSent_ = false;
+        }
         // Other objects, time:Position among them, need nothing from this instrument.
       }
     }
   }
   synth_.render(left_ + done, right_ + done, frames - done);
   publishSelection();
+  writeNotifications();
+  writeLevel(frames);
+}
+
+void PelmaPlugin::writeNotifications() noexcept {
+  if (!notify_) return;
+  // The host gives an empty chunk whose size is the space it offers.
+  const std::uint32_t capacity = notify_->atom.size;
+  lv2_atom_forge_set_buffer(&forge_, reinterpret_cast<std::uint8_t*>(notify_),
+                            sizeof(LV2_Atom) + capacity);
+  LV2_Atom_Forge_Frame sequence;
+  if (!lv2_atom_forge_sequence_head(&forge_, &sequence, 0)) return;
+  auto room = [this] { return forge_.size - forge_.offset; };
+
+  const BankSet* set = banks_.load();
+  if (set != sentSet_) {
+    sentSet_ = set;
+    nextBankMessage_ = 0;
+    selectionSent_ = false;  // bank numbers may have moved
+  }
+  for (; set && nextBankMessage_ < set->messages.size(); ++nextBankMessage_) {
+    const auto& message = set->messages[nextBankMessage_];
+    const auto size = static_cast<std::uint32_t>(message.size());
+    if (room() < sizeof(LV2_Atom_Event) + lv2_atom_pad_size(size)) break;  // the next block
+    lv2_atom_forge_frame_time(&forge_, 0);
+    lv2_atom_forge_write(&forge_, message.data(), size);
+  }
+
+  const ParameterValues& values = synth_.parameters();
+  const bool changed =
+      !selectionSent_ || bank_ != sentBank_ || program_ != sentProgram_ || values != sentValues_;
+  constexpr std::uint32_t kSelectionSize = 64 + sizeof(float) * kParameterCount;
+  if (changed && room() >= kSelectionSize) {
+    LV2_Atom_Forge_Frame object;
+    lv2_atom_forge_frame_time(&forge_, 0);
+    lv2_atom_forge_object(&forge_, &object, 0, uris_.selection);
+    lv2_atom_forge_key(&forge_, uris_.bankIndex);
+    lv2_atom_forge_int(&forge_, bank_);
+    lv2_atom_forge_key(&forge_, uris_.programIndex);
+    lv2_atom_forge_int(&forge_, program_);
+    lv2_atom_forge_key(&forge_, uris_.values);
+    lv2_atom_forge_vector(&forge_, sizeof(float), uris_.atomFloat, kParameterCount, values.data());
+    lv2_atom_forge_pop(&forge_, &object);
+    selectionSent_ = true;
+    sentBank_ = bank_;
+    sentProgram_ = program_;
+    sentValues_ = values;
+  }
+  lv2_atom_forge_pop(&forge_, &sequence);
+}
+
+void PelmaPlugin::writeLevel(std::uint32_t frames) noexcept {
+  if (!level_) return;
+  float peak = 0;
+  for (std::uint32_t i = 0; i < frames; ++i)
+    peak = std::max({peak, std::fabs(left_[i]), std::fabs(right_[i])});
+  // Falls by about 26 dB a second, so a meter read a few times a second still sees every peak.
+  const float decay =
+      std::exp(-3.0f * static_cast<float>(frames) / static_cast<float>(sampleRate_));
+  peak_ = std::max(peak, peak_ * decay);
+  *level_ = peak_;
 }
 
 }  // namespace pelma

@@ -1,10 +1,10 @@
 // Writes the bundle's Turtle files from the parameter table and the factory bank, so ports,
 // groups and presets always match the code:
 //
-//   pelma_ttlgen BUNDLE_DIR FACTORY_BANK MODULE_FILE_NAME
+//   pelma_ttlgen BUNDLE_DIR FACTORY_BANK MODULE_FILE_NAME UI_MODULE_FILE_NAME
 //
-// writes BUNDLE_DIR/manifest.ttl, pelma.ttl (the plug-in and its ports) and presets.ttl (one
-// preset per factory patch).
+// writes BUNDLE_DIR/manifest.ttl (with the editor), pelma.ttl (the plug-in and its ports) and
+// presets.ttl (one preset per factory patch).
 
 #include <fmt/format.h>
 
@@ -27,10 +27,12 @@ constexpr const char* kPrefixes = R"(@prefix atom: <http://lv2plug.in/ns/ext/ato
 @prefix pg: <http://lv2plug.in/ns/ext/port-groups#> .
 @prefix pprops: <http://lv2plug.in/ns/ext/port-props#> .
 @prefix pset: <http://lv2plug.in/ns/ext/presets#> .
+@prefix rsz: <http://lv2plug.in/ns/ext/resize-port#> .
 @prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .
 @prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .
 @prefix state: <http://lv2plug.in/ns/ext/state#> .
 @prefix time: <http://lv2plug.in/ns/ext/time#> .
+@prefix ui: <http://lv2plug.in/ns/extensions/ui#> .
 @prefix units: <http://lv2plug.in/ns/extensions/units#> .
 @prefix urid: <http://lv2plug.in/ns/ext/urid#> .
 @prefix work: <http://lv2plug.in/ns/ext/worker#> .
@@ -142,8 +144,8 @@ std::string pluginTurtle() {
       "  rdfs:comment \"A 16-voice subtractive synthesizer with sound banks.\" ;\n"
       "  lv2:requiredFeature urid:map ;\n"
       "  lv2:optionalFeature lv2:hardRTCapable , work:schedule ;\n"
-      "  lv2:extensionData state:interface , work:interface ;\n  lv2:port\n",
-      kPluginUri);
+      "  lv2:extensionData state:interface , work:interface ;\n  ui:ui <{}> ;\n  lv2:port\n",
+      kPluginUri, kUiUri);
   ttl += fmt::format(
       "  [\n    a lv2:InputPort , atom:AtomPort ;\n    atom:bufferType atom:Sequence ;\n"
       "    atom:supports midi:MidiEvent , time:Position ;\n    lv2:designation lv2:control ;\n"
@@ -163,7 +165,18 @@ std::string pluginTurtle() {
          " ,\n";
   ttl += controlPort(kProgramPort, "program", "Patch", "sound", 0, 127, 0,
                      "\n    lv2:portProperty lv2:integer ;") +
-         " .\n";
+         " ,\n";
+  ttl += fmt::format(
+      "  [\n    a lv2:OutputPort , atom:AtomPort ;\n    atom:bufferType atom:Sequence ;\n"
+      "    atom:supports atom:Object ;\n    lv2:designation lv2:control ;\n"
+      "    rsz:minimumSize {} ;\n    lv2:index {} ;\n    lv2:symbol \"notify\" ;\n"
+      "    lv2:name \"Notify\" ;\n  ] ,\n",
+      kNotifyBufferSize, kNotifyPort);
+  ttl += fmt::format(
+      "  [\n    a lv2:OutputPort , lv2:ControlPort ;\n    lv2:index {} ;\n"
+      "    lv2:symbol \"level\" ;\n    lv2:name \"Output level\" ;\n"
+      "    lv2:minimum 0.0 ;\n    lv2:maximum 1.0 ;\n  ] .\n",
+      kLevelPort);
   return ttl;
 }
 
@@ -190,12 +203,23 @@ std::string presetsTurtle(const Bank& factory) {
   return ttl;
 }
 
-std::string manifestTurtle(const Bank& factory, std::string_view module) {
+std::string manifestTurtle(const Bank& factory, std::string_view module,
+                           std::string_view uiModule) {
   std::string ttl = kPrefixes;
   ttl += fmt::format(
       "<{}>\n  a lv2:Plugin , lv2:InstrumentPlugin ;\n  lv2:binary <{}> ;\n"
       "  rdfs:seeAlso <pelma.ttl> .\n\n",
       kPluginUri, module);
+  // The editor: an X11 window drawn with Qt 6, driven by the host's idle calls.
+  ttl += fmt::format(
+      "<{}>\n  a ui:X11UI ;\n  ui:binary <{}> ;\n"
+      "  lv2:requiredFeature ui:idleInterface , urid:map ;\n"
+      "  lv2:optionalFeature ui:parent , ui:resize ;\n"
+      "  lv2:extensionData ui:idleInterface , ui:resize ;\n"
+      "  ui:portNotification [ ui:plugin <{}> ; lv2:symbol \"notify\" ;"
+      " ui:protocol atom:eventTransfer ] ,\n"
+      "    [ ui:plugin <{}> ; lv2:symbol \"level\" ; ui:protocol ui:floatProtocol ] .\n\n",
+      kUiUri, uiModule, kPluginUri, kPluginUri);
   for (std::size_t n = 0; n < factory.patches.size(); ++n) {
     ttl += fmt::format(
         "<{}>\n  a pset:Preset ;\n  lv2:appliesTo <{}> ;\n  rdfs:seeAlso <presets.ttl> .\n\n",
@@ -215,8 +239,10 @@ bool writeText(const std::filesystem::path& file, const std::string& text) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::fprintf(stderr, "usage: pelma_ttlgen BUNDLE_DIR FACTORY_BANK MODULE_FILE_NAME\n");
+  if (argc != 5) {
+    std::fprintf(stderr,
+                 "usage: pelma_ttlgen BUNDLE_DIR FACTORY_BANK MODULE_FILE_NAME "
+                 "UI_MODULE_FILE_NAME\n");
     return 2;
   }
   std::filesystem::path bundle = argv[1];
@@ -225,6 +251,6 @@ int main(int argc, char** argv) {
   std::filesystem::create_directories(bundle);
   bool ok = writeText(bundle / "pelma.ttl", pluginTurtle()) &&
             writeText(bundle / "presets.ttl", presetsTurtle(*factory)) &&
-            writeText(bundle / "manifest.ttl", manifestTurtle(*factory, argv[3]));
+            writeText(bundle / "manifest.ttl", manifestTurtle(*factory, argv[3], argv[4]));
   return ok ? 0 : 1;
 }

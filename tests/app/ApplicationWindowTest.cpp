@@ -119,8 +119,8 @@ TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi
   const std::string text = readFile(log);
   EXPECT_NE(text.find("Checking components"), std::string::npos);
   EXPECT_NE(text.find("GOT IT"), std::string::npos);
-  // synthv1 brings its own X11 editor; mda JX10 has none and Pelma none yet: the generic one.
-  const bool ownEditor = instrument == "synthv1";
+  // synthv1 and Pelma bring their own X11 editors; mda JX10 has none: the generic one.
+  const bool ownEditor = instrument == "synthv1" || instrument == "Pelma";
   EXPECT_NE(text.find(ownEditor ? "(X11)" : "Plug-in editor: generic"), std::string::npos);
 
   JackListener listener;

@@ -1,12 +1,14 @@
 #include "frameworks/pelma/X11PlugInEditor.h"
 
 #include <QGuiApplication>
+#include <QResizeEvent>
 #include <QTimer>
 // Xlib after Qt: its macros (None, Bool, ...) would break Qt's headers.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <dlfcn.h>
 #include <lilv/lilv.h>
+#include <lv2/atom/atom.h>
 #include <lv2/data-access/data-access.h>
 #include <lv2/instance-access/instance-access.h>
 #include <lv2/options/options.h>
@@ -48,6 +50,7 @@ class X11EditorView : public QWidget {
     setObjectName(QStringLiteral("pluginEditor"));
   }
   ~X11EditorView() override {
+    unit_->setEditorAttached(false);
     if (descriptor_ && handle_) descriptor_->cleanup(handle_);
     if (library_) dlclose(library_);
   }
@@ -76,10 +79,13 @@ class X11EditorView : public QWidget {
     auto world = platform::Lv2World::shared();
     LilvInstance* instance = unit_->lilvInstance();
     extensionData_.data_access = lilv_instance_get_descriptor(instance)->extension_data;
+    // The editor's wish; the host's layout may size the view differently afterwards.
     resize_ = {this, [](LV2UI_Feature_Handle self, int width, int height) {
-                 static_cast<X11EditorView*>(self)->setFixedSize(width, height);
+                 static_cast<X11EditorView*>(self)->resize(width, height);
                  return 0;
                }};
+    eventTransfer_ = world->map(LV2_ATOM__eventTransfer);
+    atomFloat_ = world->map(LV2_ATOM__Float);
     portMap_ = {this, [](LV2UI_Feature_Handle self, const char* symbol) {
                   const auto& symbols = static_cast<X11EditorView*>(self)->symbols_;
                   for (uint32_t i = 0; i < symbols.size(); ++i) {
@@ -128,7 +134,9 @@ class X11EditorView : public QWidget {
     if (descriptor_->extension_data) {
       idle_ = static_cast<const LV2UI_Idle_Interface*>(
           descriptor_->extension_data(LV2_UI__idleInterface));
+      editorResize_ = static_cast<const LV2UI_Resize*>(descriptor_->extension_data(LV2_UI__resize));
     }
+    unit_->setEditorAttached(true);
     for (ControlPortInfo& control : controls_)
       sendValue(control, true);
     auto* timer = new QTimer(this);
@@ -141,6 +149,12 @@ class X11EditorView : public QWidget {
   static void write(LV2UI_Controller controller, uint32_t port, uint32_t size, uint32_t protocol,
                     const void* buffer) {
     auto* self = static_cast<X11EditorView*>(controller);
+    if (protocol == self->eventTransfer_ && size >= sizeof(LV2_Atom) &&
+        sizeof(LV2_Atom) + static_cast<const LV2_Atom*>(buffer)->size <= size) {
+      if (!self->unit_->sendEditorEvent(*static_cast<const LV2_Atom*>(buffer)))
+        platform::log("Plug-in editor: a message to the plug-in was dropped (queue full)");
+      return;
+    }
     if (protocol != 0) {
       if (!self->eventWriteLogged_) {
         self->eventWriteLogged_ = true;
@@ -169,9 +183,32 @@ class X11EditorView : public QWidget {
   void tick() {
     for (ControlPortInfo& control : controls_)
       sendValue(control, false);
+    forwardPluginEvents();
     if (idle_ && idle_->idle(handle_) != 0) {
       hide();  // the editor closed itself
     }
+  }
+
+  // What the plug-in's outputs reported since the last tick: control outputs as values, atom
+  // events as atom:eventTransfer.
+  void forwardPluginEvents() {
+    uint32_t port = 0;
+    while (uint32_t size = unit_->readPluginEvent(&port, eventBuffer_.data(),
+                                                  static_cast<uint32_t>(eventBuffer_.size()))) {
+      if (!descriptor_->port_event) continue;
+      const auto* atom = reinterpret_cast<const LV2_Atom*>(eventBuffer_.data());
+      if (atom->type == atomFloat_ && atom->size == sizeof(float)) {
+        descriptor_->port_event(handle_, port, sizeof(float), 0, atom + 1);
+      } else {
+        descriptor_->port_event(handle_, port, size, eventTransfer_, atom);
+      }
+    }
+  }
+
+  // The editor follows the view's size when it can be resized.
+  void resizeEvent(QResizeEvent* event) override {
+    QWidget::resizeEvent(event);
+    if (editorResize_ && handle_) editorResize_->ui_resize(handle_, width(), height());
   }
 
   // The editor's child window says how large it wants to be.
@@ -207,6 +244,9 @@ class X11EditorView : public QWidget {
   const LV2UI_Descriptor* descriptor_ = nullptr;
   LV2UI_Handle handle_ = nullptr;
   const LV2UI_Idle_Interface* idle_ = nullptr;
+  const LV2UI_Resize* editorResize_ = nullptr;
+  LV2_URID eventTransfer_ = 0, atomFloat_ = 0;
+  std::vector<std::uint8_t> eventBuffer_ = std::vector<std::uint8_t>(32768);
   LV2_Extension_Data_Feature extensionData_{};
   LV2UI_Resize resize_{};
   LV2UI_Port_Map portMap_{};

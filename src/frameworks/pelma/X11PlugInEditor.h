@@ -5,7 +5,10 @@
 // ui:idleInterface (idle called about 30 times a second), urid map/unmap, instance-access and
 // data-access, ui:portMap and ui:portSubscribe, ui:scaleFactor. Every control value is sent to the
 // editor at start and whenever it changes; the editor's control writes reach the plug-in through
-// its lock-free control inputs. Only on the X11 (xcb) platform; never a Qt 5 or Gtk editor.
+// its lock-free control inputs. Messages pass both ways as atom:eventTransfer: the editor's reach
+// the plug-in's atom control input in the next block, and the plug-in's atom outputs and control
+// outputs reach the editor at its next idle tick. When the view is resized, an editor that offers
+// ui:resize follows. Only on the X11 (xcb) platform; never a Qt 5 or Gtk editor.
 
 #include <QWidget>
 #include <memory>

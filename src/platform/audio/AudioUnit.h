@@ -15,6 +15,7 @@
 #include <lv2/atom/forge.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -24,6 +25,7 @@
 
 #include "platform/audio/AudioComponent.h"
 #include "platform/audio/AudioNode.h"
+#include "platform/foundation/ByteRing.h"
 #include "platform/foundation/LockFreeQueues.h"
 #include "platform/foundation/PropertyList.h"
 #include "platform/foundation/SnapshotPublisher.h"
@@ -68,10 +70,10 @@ class AudioUnit final : public AudioNode {
   bool sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
                      std::uint32_t sampleOffset) noexcept;
 
-  // Any thread but the audio thread (the URI is mapped here). Posts an atom:Object of type
-  // `typeUri` without properties to the plug-in's atom input at the start of the next block: how
-  // a host asks a plug-in to do something its own messages define. False when the plug-in has no
-  // atom input or the queue is full.
+  // Main thread. Posts an atom:Object of type `typeUri` without properties to the plug-in's atom
+  // input at the start of the next block (through the editor's queue): how a host asks a plug-in
+  // to do something its own messages define. False when the plug-in has no atom input or the
+  // queue is full.
   bool sendObjectMessage(const std::string& typeUri);
 
   // Main thread. The block is called on the audio thread once per block; when the tempo or time
@@ -100,6 +102,15 @@ class AudioUnit final : public AudioNode {
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
   const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
 
+  // The plug-in's own editor, both ways and lock-free (main thread; the audio thread moves the
+  // messages each block). sendEditorEvent queues an atom (header and body) for the plug-in's
+  // atom control input; false when the queue is full. While an editor is attached, every event
+  // of the plug-in's atom outputs and every change of a control output (as an atom:Float) is
+  // kept for readPluginEvent, which gives the next one and its port index (0 when none).
+  bool sendEditorEvent(const LV2_Atom& atom) noexcept;
+  std::uint32_t readPluginEvent(std::uint32_t* port, void* buffer, std::uint32_t capacity) noexcept;
+  void setEditorAttached(bool attached) noexcept { editorAttached_.store(attached); }
+
  private:
   AudioUnit() = default;
   struct Port {
@@ -108,6 +119,7 @@ class AudioUnit final : public AudioNode {
     float value = 0.0f;     // control ports: the value the plug-in reads or writes
     int controlIndex = -1;  // control inputs: index into controlTargets_
     int bufferIndex = -1;   // index into audioBuffers_ or atomBuffers_
+    float forwarded = NAN;  // control outputs: the value last given to the editor
   };
   void connectPorts();
   void runWorkerThread();
@@ -140,7 +152,6 @@ class AudioUnit final : public AudioNode {
   std::vector<std::uint8_t> responseBuffer_;
 
   MpscQueue<MidiEvent, 1024> incoming_;
-  MpscQueue<LV2_URID, 16> objectMessages_;
   MidiBlock midi_;
   SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
   SnapshotPublisher<MusicalContextBlock>::Reader contextReader_;
@@ -149,6 +160,15 @@ class AudioUnit final : public AudioNode {
 
   std::thread workerThread_;
   std::atomic<bool> workerRunning_{false};
+
+  // The editor's messages (see sendEditorEvent): each a port index and then an atom.
+  void writeEditorEvents(LV2_Atom_Forge& forge) noexcept;
+  void forwardPluginEvents() noexcept;
+  static constexpr std::uint32_t kEditorMessageSize = 32768;
+  ByteRing editorEvents_{1 << 16};  // main thread -> audio thread
+  ByteRing pluginEvents_{1 << 18};  // audio thread -> main thread
+  std::vector<std::uint8_t> editorScratch_ = std::vector<std::uint8_t>(kEditorMessageSize);
+  std::atomic<bool> editorAttached_{false};
 };
 
 // Sends one MIDI channel message to an instrument: it reaches the plug-in in the next audio block

@@ -7,6 +7,7 @@
 #include <lv2/time/time.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2Host.h"
@@ -42,6 +43,7 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
   }
   writeAtomInput(frames);
   lilv_instance_run(instance_, frames);
+  forwardPluginEvents();
   deliverWorkerResponses();
 }
 
@@ -77,13 +79,7 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
     contextReader_.release();
   }
 
-  while (auto type = objectMessages_.pop()) {
-    LV2_Atom_Forge_Frame objectFrame;
-    lv2_atom_forge_frame_time(&forge, 0);
-    lv2_atom_forge_object(&forge, &objectFrame, 0, *type);
-    lv2_atom_forge_pop(&forge, &objectFrame);
-  }
-
+  writeEditorEvents(forge);
   midi_.sortByFrame();
   for (const MidiEvent& event : midi_) {
     if (event.frame >= frames) continue;
@@ -104,6 +100,58 @@ void AudioUnit::deliverWorkerResponses() noexcept {
     }
   }
   if (worker->end_run) worker->end_run(lilv_instance_get_handle(instance_));
+}
+
+// The editor's messages: atoms written by the editor go to the plug-in at frame 0 of the next
+// block; what the plug-in's outputs report goes back while an editor is attached.
+
+bool AudioUnit::sendEditorEvent(const LV2_Atom& atom) noexcept {
+  return sizeof atom + atom.size <= kEditorMessageSize &&
+         editorEvents_.write(&atom, static_cast<std::uint32_t>(sizeof atom + atom.size));
+}
+
+std::uint32_t AudioUnit::readPluginEvent(std::uint32_t* port, void* buffer,
+                                         std::uint32_t capacity) noexcept {
+  const std::uint32_t size = pluginEvents_.peekSize();
+  if (size < sizeof *port || size - sizeof *port > capacity) return 0;
+  std::uint8_t message[kEditorMessageSize + sizeof *port];
+  pluginEvents_.read(message, sizeof message);
+  std::memcpy(port, message, sizeof *port);
+  std::memcpy(buffer, message + sizeof *port, size - sizeof *port);
+  return size - static_cast<std::uint32_t>(sizeof *port);
+}
+
+void AudioUnit::writeEditorEvents(LV2_Atom_Forge& forge) noexcept {
+  while (std::uint32_t size = editorEvents_.read(editorScratch_.data(), kEditorMessageSize)) {
+    lv2_atom_forge_frame_time(&forge, 0);
+    lv2_atom_forge_write(&forge, editorScratch_.data(), size);
+  }
+}
+
+void AudioUnit::forwardPluginEvents() noexcept {
+  if (!editorAttached_.load(std::memory_order_relaxed)) return;
+  auto send = [this](std::uint32_t port, const LV2_Atom& atom) {
+    const std::uint32_t size = sizeof atom + atom.size;
+    if (size + sizeof port > editorScratch_.size()) return;
+    std::memcpy(editorScratch_.data(), &port, sizeof port);
+    std::memcpy(editorScratch_.data() + sizeof port, &atom, size);
+    pluginEvents_.write(editorScratch_.data(), static_cast<std::uint32_t>(sizeof port + size));
+  };
+  for (std::uint32_t i = 0; i < ports_.size(); ++i) {
+    Port& p = ports_[i];
+    if (p.kind == Port::controlOut && p.value != p.forwarded) {
+      p.forwarded = p.value;
+      const LV2_Atom_Float value{{sizeof(float), forge_.Float}, p.value};
+      send(i, value.atom);
+    } else if (p.kind == Port::atomOut) {
+      const auto* sequence =
+          reinterpret_cast<const LV2_Atom_Sequence*>(atomBuffers_[p.bufferIndex].data());
+      if (sequence->atom.type != forge_.Sequence) continue;  // the plug-in wrote nothing
+      LV2_ATOM_SEQUENCE_FOREACH(sequence, event) {
+        send(i, event->body);
+      }
+    }
+  }
 }
 
 const float* AudioUnit::output(std::uint32_t channel) const noexcept {

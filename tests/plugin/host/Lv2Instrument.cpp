@@ -2,6 +2,7 @@
 
 #include <lv2/atom/atom.h>
 #include <lv2/atom/forge.h>
+#include <lv2/atom/util.h>
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/log/log.h>
 #include <lv2/midi/midi.h>
@@ -18,6 +19,7 @@
 #include <map>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -94,13 +96,14 @@ struct Lv2Instrument::Impl {
   int leftPort = -1, rightPort = -1, eventPort = -1;
   std::uint32_t maxBlock;
 
-  // Messages for the next block, as (is MIDI, bytes or type URI).
+  // Messages for the next block: MIDI bytes, an empty object of a type, or a whole atom.
   struct Pending {
-    bool midi;
+    enum { Midi, Object, Atom } kind;
     std::vector<std::uint8_t> bytes;
     LV2_URID type = 0;
   };
   std::vector<Pending> pending;
+  std::vector<std::vector<std::uint8_t>> outputEvents;
   std::vector<std::vector<std::uint8_t>> workRequests, workResponses;
 
   float sampleRateOption;
@@ -160,9 +163,11 @@ struct Lv2Instrument::Impl {
     lv2_atom_forge_sequence_head(&forge, &sequence, 0);
     for (const Pending& p : pending) {
       lv2_atom_forge_frame_time(&forge, 0);
-      if (p.midi) {
+      if (p.kind == Pending::Midi) {
         lv2_atom_forge_atom(&forge, static_cast<uint32_t>(p.bytes.size()),
                             urid(LV2_MIDI__MidiEvent));
+        lv2_atom_forge_write(&forge, p.bytes.data(), static_cast<uint32_t>(p.bytes.size()));
+      } else if (p.kind == Pending::Atom) {
         lv2_atom_forge_write(&forge, p.bytes.data(), static_cast<uint32_t>(p.bytes.size()));
       } else {
         LV2_Atom_Forge_Frame object;
@@ -181,6 +186,18 @@ struct Lv2Instrument::Impl {
       atom->size =
           static_cast<uint32_t>(port.atom.size() * sizeof(std::uint64_t) - sizeof(LV2_Atom));
       atom->type = urid(LV2_ATOM__Chunk);
+    }
+  }
+
+  void collectOutputEvents() {
+    for (Port& port : ports) {
+      if (port.kind != Kind::AtomOut) continue;
+      auto* sequence = reinterpret_cast<const LV2_Atom_Sequence*>(port.atom.data());
+      if (sequence->atom.type != urid(LV2_ATOM__Sequence)) continue;
+      LV2_ATOM_SEQUENCE_FOREACH(sequence, event) {
+        auto* bytes = reinterpret_cast<const std::uint8_t*>(&event->body);
+        outputEvents.emplace_back(bytes, bytes + sizeof(LV2_Atom) + event->body.size);
+      }
     }
   }
 
@@ -286,11 +303,25 @@ float Lv2Instrument::control(const std::string& symbol) const {
 }
 
 void Lv2Instrument::midi(std::initializer_list<std::uint8_t> bytes) {
-  impl_->pending.push_back({true, std::vector<std::uint8_t>(bytes), 0});
+  impl_->pending.push_back({Impl::Pending::Midi, std::vector<std::uint8_t>(bytes), 0});
 }
 
 void Lv2Instrument::message(const std::string& typeUri) {
-  impl_->pending.push_back({false, {}, impl_->urid(typeUri.c_str())});
+  impl_->pending.push_back({Impl::Pending::Object, {}, impl_->urid(typeUri.c_str())});
+}
+
+void Lv2Instrument::atom(const LV2_Atom& atom) {
+  auto* bytes = reinterpret_cast<const std::uint8_t*>(&atom);
+  impl_->pending.push_back(
+      {Impl::Pending::Atom, std::vector<std::uint8_t>(bytes, bytes + sizeof atom + atom.size), 0});
+}
+
+std::vector<std::vector<std::uint8_t>> Lv2Instrument::takeOutputEvents() {
+  return std::exchange(impl_->outputEvents, {});
+}
+
+LV2_URID_Map* Lv2Instrument::sharedUridMap() {
+  return &uridMap().mapFeature;
 }
 
 void Lv2Instrument::render(std::uint32_t frames, std::uint32_t block) {
@@ -303,6 +334,7 @@ void Lv2Instrument::render(std::uint32_t frames, std::uint32_t block) {
     if (beforeRun) beforeRun();
     lilv_instance_run(m.instance, n);
     if (afterRun) afterRun();
+    m.collectOutputEvents();
     m.runWorker();
     auto& l = m.ports[static_cast<std::size_t>(m.leftPort)].audio;
     auto& r = m.ports[static_cast<std::size_t>(m.rightPort)].audio;

@@ -5,6 +5,8 @@
 // its worker synchronously after each block, renders audio, and saves and restores its state.
 
 #include <lilv/lilv.h>
+#include <lv2/atom/atom.h>
+#include <lv2/urid/urid.h>
 
 #include <cstdint>
 #include <initializer_list>
@@ -28,6 +30,13 @@ class Lv2Instrument {
   void midi(std::initializer_list<std::uint8_t> bytes);
   // An atom:Object with no properties, of the given type.
   void message(const std::string& typeUri);
+  // Any atom (header and body), as an editor writes it with atom:eventTransfer.
+  void atom(const LV2_Atom& atom);
+  // The events the plug-in wrote to its atom outputs since the last call, each a whole atom.
+  std::vector<std::vector<std::uint8_t>> takeOutputEvents();
+
+  // The URID map every instance uses, for editors and messages made by a test.
+  static LV2_URID_Map* sharedUridMap();
 
   // Renders `frames` samples in blocks of `block` and appends them to the outputs.
   void render(std::uint32_t frames, std::uint32_t block = 256);
