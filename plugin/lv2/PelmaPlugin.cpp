@@ -52,6 +52,7 @@ PelmaPlugin::PelmaPlugin(double sampleRate, std::filesystem::path bundle, LV2_UR
            urid(kBankNameUri),        urid(kPatchNamesUri),      urid(kSelectionUri),
            urid(kProgramIndexUri),    urid(kValuesUri),          urid(LV2_ATOM__Float)};
   lv2_atom_forge_init(&forge_, map);
+  lv2_atom_forge_init(&bankForge_, map);
   for (std::size_t i = 0; i < kParameterCount; ++i) {
     lastParameterPorts_[i] = kParameters[i].defaultValue;
   }
@@ -106,7 +107,7 @@ const BankSet* PelmaPlugin::readBanks(bool force) {
 void PelmaPlugin::buildBankMessages(BankSet& set) {
   // A bank with more names than fit keeps the first ones: the forge stops at the buffer's end.
   constexpr std::size_t kMessageCapacity = kNotifyBufferSize / 2;
-  LV2_Atom_Forge forge = forge_;
+  LV2_Atom_Forge& forge = bankForge_;
   for (std::size_t i = 0; i < set.banks.size(); ++i) {
     std::vector<std::uint8_t> buffer(kMessageCapacity);
     lv2_atom_forge_set_buffer(&forge, buffer.data(), buffer.size());

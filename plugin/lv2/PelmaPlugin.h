@@ -109,7 +109,8 @@ class PelmaPlugin {
   // mutex; the audio thread never takes it), read by the audio thread through banks_.
   std::mutex readMutex_;
   std::vector<std::unique_ptr<BankSet>> ownedSets_;
-  std::string lastListing_;  // the folder as last read
+  std::string lastListing_;     // the folder as last read
+  LV2_Atom_Forge bankForge_{};  // makes the bank messages, under readMutex_
   std::atomic<const BankSet*> banks_{nullptr};
 
   // Audio thread: the choice and MIDI bank select.
