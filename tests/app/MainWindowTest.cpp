@@ -9,8 +9,10 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QMimeData>
+#include <QTest>
 #include <QUrl>
 
+#include "app/ViewController.h"
 #include "platform/app/QtMainQueue.h"
 
 namespace {
@@ -20,8 +22,12 @@ TEST(MainWindow, OpensTheBankFilesDroppedOnItAndRefusesDragsWithoutOne) {
   platform::MainQueue::setMain(&mainQueue);
   std::vector<std::string> opened;
   {
-    app::MainWindow window(QStringLiteral("Not Installed"), false, nullptr,
+    app::MainWindow window(QStringLiteral("MDA JX10"), false, nullptr,
                            [&](const std::string& url) { opened.push_back(url); });
+    // The instrument is made on a thread of its own: the test ends only after it is there.
+    for (int i = 0; i < 500 && !window.root()->audioUnitViewCotnroller(); ++i)
+      QTest::qWait(20);
+    ASSERT_TRUE(window.root()->audioUnitViewCotnroller());
 
     QMimeData text;
     text.setUrls({QUrl::fromLocalFile("/tmp/notes.txt"), QUrl("https://example.org/x.plb")});
