@@ -106,8 +106,11 @@ class PelmaPlugin {
   bool requestPending_ = false;
   std::uint64_t framesSinceLook_ = 0;
 
-  // What a state save reads while the audio thread runs.
-  std::atomic<int> savedBank_{0}, savedProgram_{0};
+  // What a state save reads while the audio thread runs. The chosen bank is one pointer into
+  // its set (sets live as long as the instance), so its name can never come from another set
+  // than its number.
+  std::atomic<const Bank*> savedBank_{nullptr};
+  std::atomic<int> savedProgram_{0};
   std::array<std::atomic<float>, kParameterCount> savedParameters_{};
 };
 

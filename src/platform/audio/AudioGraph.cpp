@@ -9,6 +9,7 @@
 #include "platform/audio/AudioSession.h"
 #include "platform/audio/AudioUnit.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/music/MusicPlayer.h"
 
@@ -110,6 +111,11 @@ bool AudioGraph::start(std::string* error) {
     }
     if (!monitorThread_.joinable()) monitorThread_ = std::thread([this] { monitor(); });
   }
+  if (dropMidiOnStart_) {
+    for (const auto& unit : units_)
+      unit->discardQueuedMidi();
+    dropMidiOnStart_ = false;
+  }
   running_ = true;
   return true;
 }
@@ -119,6 +125,7 @@ void AudioGraph::pause() {
   if (!running_) return;
   if (output_) output_->stop();
   running_ = false;
+  dropMidiOnStart_ = true;
 }
 
 std::string AudioGraph::outputName() const {
@@ -181,6 +188,7 @@ void AudioGraph::monitor() {
         // output object alive until the graph goes.
         lostOutputs_.push_back(std::move(output_));
         running_ = false;
+        dropMidiOnStart_ = true;
         changed = true;
       } else if (onNullOutput && ++checksSinceProbe >= 4) {
         checksSinceProbe = 0;
@@ -193,10 +201,13 @@ void AudioGraph::monitor() {
       }
     }
     if (changed) {
-      wait.unlock();
-      NotificationCenter::defaultCenter().postNotificationName(
-          kAudioGraphConfigurationChangeNotification, this);
-      wait.lock();
+      // Observers (the engine) live on the main thread: deliver it there, unless the graph is
+      // gone by then.
+      dispatchAsyncMain([this, alive = std::weak_ptr<bool>(alive_)] {
+        if (alive.expired()) return;
+        NotificationCenter::defaultCenter().postNotificationName(
+            kAudioGraphConfigurationChangeNotification, this);
+      });
     }
   }
 }

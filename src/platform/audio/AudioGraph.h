@@ -6,7 +6,7 @@
 // render and the mixer sums them into the output.
 //
 // When the output device or JACK server goes away, comes back or changes, the graph posts
-// kAudioGraphConfigurationChangeNotification (object: the graph) from its monitor thread; start()
+// kAudioGraphConfigurationChangeNotification (object: the graph) on the main queue; start()
 // then opens whatever output is best at that moment.
 //
 // In manual rendering mode no device is opened: renderOffline() renders on the calling thread,
@@ -58,7 +58,8 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
 
   // Opens the output if needed and starts rendering. False (and a log line) when it cannot.
   bool start(std::string* error = nullptr);
-  // Stops rendering but keeps the output, the instruments and the graph in place.
+  // Stops rendering but keeps the output, the instruments and the graph in place. MIDI sent to
+  // the instruments while paused is dropped when rendering starts again, with all notes off.
   void pause();
   bool isRunning() const { return running_; }
   // The output in use, for the log and the README's claims ("null output", "JACK (system)").
@@ -109,12 +110,16 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
   std::unique_ptr<AudioOutput> output_;
   std::vector<std::unique_ptr<AudioOutput>> lostOutputs_;
   std::atomic<bool> running_{false};
+  bool dropMidiOnStart_ = false;  // MIDI queued while nothing rendered is dropped on start
   bool manual_ = false;
   double manualSampleRate_ = 0.0;
   std::uint32_t maximumFrames_ = 4096;
   std::atomic<double> renderSampleRate_{48000.0};
   MidiBlock scratchMidi_;  // audio thread only
 
+  // Main thread: expires when the graph goes, so that a change queued for the main thread is
+  // not delivered for a graph that no longer exists.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   std::thread monitorThread_;
   std::mutex monitorMutex_;
   std::condition_variable monitorWake_;

@@ -21,6 +21,12 @@ bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint
 
 MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
   midi_.clear();
+  if (discardQueued_.exchange(false, std::memory_order_acquire)) {
+    while (incoming_.pop()) {
+    }
+    for (std::uint8_t channel = 0; channel < 16; ++channel)
+      midi_.add(MidiEvent{0, 3, {static_cast<std::uint8_t>(0xB0 | channel), 123, 0}});
+  }
   while (auto event = incoming_.pop()) {
     event->frame = std::min(event->frame, frames - 1);
     if (!midi_.add(*event)) break;
@@ -91,9 +97,9 @@ void AudioUnit::deliverWorkerResponses() noexcept {
   const LV2_Worker_Interface* worker = host_->worker;
   if (!worker) return;
   auto capacity = static_cast<std::uint32_t>(responseBuffer_.size());
-  while (std::uint32_t size = host_->responses.read(responseBuffer_.data(), capacity)) {
+  while (auto size = host_->responses.read(responseBuffer_.data(), capacity)) {
     if (worker->work_response) {
-      worker->work_response(lilv_instance_get_handle(instance_), size, responseBuffer_.data());
+      worker->work_response(lilv_instance_get_handle(instance_), *size, responseBuffer_.data());
     }
   }
   if (worker->end_run) worker->end_run(lilv_instance_get_handle(instance_));

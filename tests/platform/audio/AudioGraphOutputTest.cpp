@@ -12,6 +12,7 @@
 #include "JackServer.h"
 #include "OfflineRig.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/music/MusicPlayer.h"
 
@@ -72,12 +73,27 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   JackServer server;
   ASSERT_TRUE(server.start());
   platform::LogCapture log;
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
   Playing playing;
-  std::atomic<int> changes{0};
+  // The change is delivered on the main thread (here: the thread that runs the main queue), the
+  // only thread that may touch the engine that observes it.
+  int changes = 0;
+  bool onMainThread = true;
+  const auto testThread = std::this_thread::get_id();
   auto& center = platform::NotificationCenter::defaultCenter();
   const auto observer =
       center.addObserver(platform::kAudioGraphConfigurationChangeNotification, &playing.graph,
-                         [&](const platform::Notification&) { changes++; });
+                         [&](const platform::Notification&) {
+                           changes++;
+                           onMainThread = onMainThread && std::this_thread::get_id() == testThread;
+                         });
+  auto changesReach = [&](int count) {
+    return eventually([&] {
+      mainQueue.runPending();
+      return changes == count;
+    });
+  };
   ASSERT_TRUE(playing.graph.start());
   EXPECT_EQ(playing.graph.outputName(), "JACK (system)");
   EXPECT_EQ(playing.graph.outputFormat(0).sampleRate, 48000.0);
@@ -85,18 +101,20 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   EXPECT_TRUE(playing.clockRuns());
 
   server.stop();
-  ASSERT_TRUE(eventually([&] { return changes == 1; }));
+  ASSERT_TRUE(changesReach(1));
   EXPECT_FALSE(playing.graph.isRunning());
   ASSERT_TRUE(playing.graph.start());  // what the engine does on a configuration change
   EXPECT_EQ(playing.graph.outputName(), "null output");
 
   ASSERT_TRUE(server.start());
-  ASSERT_TRUE(eventually([&] { return changes == 2; }));
+  ASSERT_TRUE(changesReach(2));
   ASSERT_TRUE(playing.graph.start());
   EXPECT_EQ(playing.graph.outputName(), "JACK (system)");
   EXPECT_TRUE(playing.clockRuns());
   center.removeObserver(observer);
+  EXPECT_TRUE(onMainThread);
   EXPECT_TRUE(log.contains("Audio output JACK (system) went away"));
+  platform::MainQueue::setMain(nullptr);
 }
 
 }  // namespace
