@@ -91,13 +91,20 @@ void AudioGraph::publishPlan() {
 bool AudioGraph::start(std::string* error) {
   std::lock_guard lock(controlMutex_);
   if (running_) return true;
+  // Nothing renders yet: this thread may empty the instruments' queues.
+  if (dropMidiOnStart_) {
+    for (const auto& unit : units_)
+      unit->discardQueuedMidi();
+    dropMidiOnStart_ = false;
+  }
   if (!manual_) {
     if (!output_ || !output_->isAlive()) {
       output_.reset();
       const double rate = probeOutputSampleRate(kFallbackSampleRate);
       output_ =
-          openAudioOutput(*this, rate, AudioSession::sharedInstance().preferredBufferFrames(rate));
+          openOutput_(*this, rate, AudioSession::sharedInstance().preferredBufferFrames(rate));
       renderSampleRate_ = output_->sampleRate();
+      activeOutput_.store(output_.get(), std::memory_order_release);
     }
     for (const auto& unit : units_) {
       if (unit->sampleRate() != output_->sampleRate()) {
@@ -110,11 +117,6 @@ bool AudioGraph::start(std::string* error) {
       return false;
     }
     if (!monitorThread_.joinable()) monitorThread_ = std::thread([this] { monitor(); });
-  }
-  if (dropMidiOnStart_) {
-    for (const auto& unit : units_)
-      unit->discardQueuedMidi();
-    dropMidiOnStart_ = false;
   }
   running_ = true;
   return true;
@@ -144,6 +146,7 @@ void AudioGraph::setMusicSequence(MusicSequence* sequence) {
 void AudioGraph::enableManualRenderingMode(double sampleRate, std::uint32_t maximumFrames) {
   std::lock_guard lock(controlMutex_);
   output_.reset();
+  activeOutput_.store(nullptr, std::memory_order_release);
   running_ = false;
   manual_ = true;
   manualSampleRate_ = sampleRate;
@@ -153,7 +156,7 @@ void AudioGraph::enableManualRenderingMode(double sampleRate, std::uint32_t maxi
 
 void AudioGraph::renderOffline(std::uint32_t frames, float* const* channels) {
   if (!manual_ || !running_) return;
-  render(channels, 2, frames);
+  render(nullptr, channels, 2, frames);
 }
 
 void AudioGraph::attachPlayer(MusicPlayer& player) {
@@ -184,6 +187,7 @@ void AudioGraph::monitor() {
       lastBlocks = blocks;
       if (!onNullOutput && (!output_->isAlive() || stalledChecks >= 4)) {
         log("Audio output {} went away", output_->name());
+        activeOutput_.store(nullptr, std::memory_order_release);
         // The library may still be closing the lost stream on a thread of its own: keep the
         // output object alive until the graph goes.
         lostOutputs_.push_back(std::move(output_));

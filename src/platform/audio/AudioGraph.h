@@ -74,6 +74,10 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
   // Manual mode, after start(): renders `frames` frames into `channels` (two buffers).
   void renderOffline(std::uint32_t frames, float* const* channels);
 
+  // Main thread, before start(): how outputs are opened (openAudioOutput unless told otherwise;
+  // tests open fake outputs that stall and come back).
+  void setOutputOpener(AudioOutputOpener opener) { openOutput_ = opener; }
+
   // MusicRenderTarget.
   void attachPlayer(MusicPlayer& player) override;
   void detachPlayer(MusicPlayer& player) override;
@@ -86,7 +90,7 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
     std::uint32_t chunkFrames = 4096;  // the most frames every instrument renders at once
   };
 
-  void render(float* const* channels, std::uint32_t channelCount,
+  void render(const AudioOutput* output, float* const* channels, std::uint32_t channelCount,
               std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
   void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
                    std::uint32_t frames) noexcept;
@@ -107,7 +111,13 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
   SnapshotPublisher<RenderPlan>::Reader planReader_;
 
   mutable std::mutex controlMutex_;  // start, pause and the monitor; never the audio thread
+  AudioOutputOpener openOutput_ = openAudioOutput;
   std::unique_ptr<AudioOutput> output_;
+  // Only the current output renders: an output given up on (it stalled) may come back, and its
+  // callbacks are then turned away. Null in manual rendering mode. `rendering_` keeps even a
+  // callback that passed the check at the moment of the switch from overlapping another.
+  std::atomic<const AudioOutput*> activeOutput_{nullptr};
+  std::atomic<bool> rendering_{false};
   std::vector<std::unique_ptr<AudioOutput>> lostOutputs_;
   std::atomic<bool> running_{false};
   bool dropMidiOnStart_ = false;  // MIDI queued while nothing rendered is dropped on start

@@ -361,6 +361,12 @@ void AudioUnit::runWorkerThread() {
   }
 }
 
+void AudioUnit::discardQueuedMidi() noexcept {
+  while (incoming_.pop()) {
+  }
+  releaseAllNotes_.store(true, std::memory_order_release);
+}
+
 void AudioUnit::setMusicalContextBlock(MusicalContextBlock block) {
   contextBlock_.publish(std::make_unique<MusicalContextBlock>(std::move(block)));
 }

@@ -68,10 +68,11 @@ class AudioUnit final : public AudioNode {
   bool sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
                      std::uint32_t sampleOffset) noexcept;
 
-  // Main thread, while the graph does not render: the messages queued so far are dropped and
+  // Main thread, while the graph does not render (this thread is then the queue's only
+  // consumer): the messages queued so far are dropped and
   // the next block starts with "all notes off" on every channel (resuming after a pause, so
   // that stale notes do not burst out and notes whose note off was dropped do not hang).
-  void discardQueuedMidi() noexcept { discardQueued_.store(true, std::memory_order_release); }
+  void discardQueuedMidi() noexcept;
 
   // Main thread. The block is called on the audio thread once per block; when the tempo or time
   // signature it reports changes, the plug-in receives them as a time position.
@@ -139,7 +140,7 @@ class AudioUnit final : public AudioNode {
   std::vector<std::uint8_t> responseBuffer_;
 
   MpscQueue<MidiEvent, 1024> incoming_;
-  std::atomic<bool> discardQueued_{false};
+  std::atomic<bool> releaseAllNotes_{false};
   MidiBlock midi_;
   SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
   SnapshotPublisher<MusicalContextBlock>::Reader contextReader_;

@@ -21,9 +21,7 @@ bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint
 
 MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
   midi_.clear();
-  if (discardQueued_.exchange(false, std::memory_order_acquire)) {
-    while (incoming_.pop()) {
-    }
+  if (releaseAllNotes_.exchange(false, std::memory_order_acquire)) {
     for (std::uint8_t channel = 0; channel < 16; ++channel)
       midi_.add(MidiEvent{0, 3, {static_cast<std::uint8_t>(0xB0 | channel), 123, 0}});
   }
