@@ -73,7 +73,10 @@ void AudioGraph::connect(AudioNode& source, AudioNode& destination, std::optiona
 
 void AudioGraph::publishPlan() {
   auto plan = std::make_unique<RenderPlan>();
-  plan->units = connected_;
+  for (AudioUnit* unit : connected_) {
+    plan->units.push_back(*std::find_if(units_.begin(), units_.end(),
+                                        [&](const auto& held) { return held.get() == unit; }));
+  }
   plan->players = players_;
   plan->mixerToOutput = mixerToOutput_;
   plan->chunkFrames = maximumFrames_;
@@ -81,8 +84,13 @@ void AudioGraph::publishPlan() {
     plan->chunkFrames = std::min(plan->chunkFrames, unit->maximumFramesToRender());
   }
   plan_.publish(std::move(plan));
-  // The audio thread holds a plan only while it renders one block.
+  // The audio thread holds a plan only while it renders one block: a second is far longer.
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   while (plan_.retiredCount() > 0) {
+    if (std::chrono::steady_clock::now() > giveUp) {
+      log("Audio graph: the audio thread has held a render plan for a second");
+      return;
+    }
     std::this_thread::sleep_for(std::chrono::microseconds(200));
     plan_.reclaim();
   }

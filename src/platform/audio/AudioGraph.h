@@ -84,7 +84,9 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
 
  private:
   struct RenderPlan {
-    std::vector<AudioUnit*> units;      // connected to the mixer, in attach order
+    // Connected to the mixer, in attach order; held by the plan, so that an instrument detached
+    // while the audio thread still renders an older plan lives until that plan is reclaimed.
+    std::vector<std::shared_ptr<AudioUnit>> units;
     std::vector<MusicPlayer*> players;  // playing through the first unit
     bool mixerToOutput = false;
     std::uint32_t chunkFrames = 4096;  // the most frames every instrument renders at once
@@ -94,8 +96,9 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
               std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
   void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
                    std::uint32_t frames) noexcept;
-  // Publishes the graph as it now stands; returns once the audio thread has let go of the old
-  // plan (so removed nodes and players may be destroyed).
+  // Publishes the graph as it now stands. Waits, at most a bounded time, for the audio thread
+  // to let go of the old plan, so that removed players may be destroyed; a plan still held
+  // after that (a render that hangs) stays until a later publish reclaims it.
   void publishPlan();
   void monitor();
 

@@ -31,7 +31,7 @@ void AudioGraph::renderChunk(const RenderPlan& plan, float* const* channels, std
                              std::uint32_t frames) noexcept {
   // The sequence plays through the graph's instrument: the first one connected.
   MidiBlock* sequenceMidi = nullptr;
-  for (AudioUnit* unit : plan.units) {
+  for (const auto& unit : plan.units) {
     MidiBlock& midi = unit->beginBlock(frames);
     if (!sequenceMidi) sequenceMidi = &midi;
   }
@@ -43,7 +43,7 @@ void AudioGraph::renderChunk(const RenderPlan& plan, float* const* channels, std
   for (MusicPlayer* player : plan.players)
     player->process(frames, sampleRate, *sequenceMidi);
 
-  for (AudioUnit* unit : plan.units) {
+  for (const auto& unit : plan.units) {
     unit->process(frames);
     if (!plan.mixerToOutput) continue;
     for (std::uint32_t c = 0; c < 2; ++c) {
