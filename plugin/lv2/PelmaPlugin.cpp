@@ -146,11 +146,9 @@ LV2_Worker_Status PelmaPlugin::work(LV2_Worker_Respond_Function respond,
 
 LV2_State_Status PelmaPlugin::save(LV2_State_Store_Function store, LV2_State_Handle handle) {
   constexpr std::uint32_t flags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
-  const BankSet* set = banks_.load();
-  int bank = savedBank_.load(std::memory_order_relaxed);
-  if (set && bank >= 0 && static_cast<std::size_t>(bank) < set->banks.size()) {
-    const std::string& name = set->banks[static_cast<std::size_t>(bank)].name;
-    store(handle, uris_.stateBank, name.c_str(), name.size() + 1, uris_.atomString, flags);
+  if (const Bank* bank = savedBank_.load(std::memory_order_acquire)) {
+    store(handle, uris_.stateBank, bank->name.c_str(), bank->name.size() + 1, uris_.atomString,
+          flags);
   }
   std::int32_t program = savedProgram_.load(std::memory_order_relaxed);
   store(handle, uris_.stateProgram, &program, sizeof program, uris_.atomInt, flags);

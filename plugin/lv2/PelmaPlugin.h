@@ -128,8 +128,11 @@ class PelmaPlugin {
   ParameterValues sentValues_{};
   float peak_ = 0;  // the decaying output peak written to the level port
 
-  // What a state save reads while the audio thread runs.
-  std::atomic<int> savedBank_{0}, savedProgram_{0};
+  // What a state save reads while the audio thread runs. The chosen bank is one pointer into
+  // its set (sets live as long as the instance), so its name can never come from another set
+  // than its number.
+  std::atomic<const Bank*> savedBank_{nullptr};
+  std::atomic<int> savedProgram_{0};
   std::array<std::atomic<float>, kParameterCount> savedParameters_{};
 };
 

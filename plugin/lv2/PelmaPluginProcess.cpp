@@ -167,7 +167,10 @@ LV2_Worker_Status PelmaPlugin::workResponse(std::uint32_t size, const void* data
 }
 
 void PelmaPlugin::publishSelection() noexcept {
-  savedBank_.store(bank_, std::memory_order_relaxed);
+  const BankSet* set = banks_.load();
+  const bool known = set && bank_ >= 0 && static_cast<std::size_t>(bank_) < set->banks.size();
+  savedBank_.store(known ? &set->banks[static_cast<std::size_t>(bank_)] : nullptr,
+                   std::memory_order_release);
   savedProgram_.store(program_, std::memory_order_relaxed);
   const ParameterValues& values = synth_.parameters();
   for (std::size_t i = 0; i < kParameterCount; ++i) {

@@ -9,6 +9,7 @@
 #include "platform/audio/AudioSession.h"
 #include "platform/audio/AudioUnit.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/music/MusicPlayer.h"
 
@@ -72,7 +73,10 @@ void AudioGraph::connect(AudioNode& source, AudioNode& destination, std::optiona
 
 void AudioGraph::publishPlan() {
   auto plan = std::make_unique<RenderPlan>();
-  plan->units = connected_;
+  for (AudioUnit* unit : connected_) {
+    plan->units.push_back(*std::find_if(units_.begin(), units_.end(),
+                                        [&](const auto& held) { return held.get() == unit; }));
+  }
   plan->players = players_;
   plan->mixerToOutput = mixerToOutput_;
   plan->chunkFrames = maximumFrames_;
@@ -80,8 +84,13 @@ void AudioGraph::publishPlan() {
     plan->chunkFrames = std::min(plan->chunkFrames, unit->maximumFramesToRender());
   }
   plan_.publish(std::move(plan));
-  // The audio thread holds a plan only while it renders one block.
+  // The audio thread holds a plan only while it renders one block: a second is far longer.
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   while (plan_.retiredCount() > 0) {
+    if (std::chrono::steady_clock::now() > giveUp) {
+      log("Audio graph: the audio thread has held a render plan for a second");
+      return;
+    }
     std::this_thread::sleep_for(std::chrono::microseconds(200));
     plan_.reclaim();
   }
@@ -90,13 +99,20 @@ void AudioGraph::publishPlan() {
 bool AudioGraph::start(std::string* error) {
   std::lock_guard lock(controlMutex_);
   if (running_) return true;
+  // Nothing renders yet: this thread may empty the instruments' queues.
+  if (dropMidiOnStart_) {
+    for (const auto& unit : units_)
+      unit->discardQueuedMidi();
+    dropMidiOnStart_ = false;
+  }
   if (!manual_) {
     if (!output_ || !output_->isAlive()) {
       output_.reset();
       const double rate = probeOutputSampleRate(kFallbackSampleRate);
       output_ =
-          openAudioOutput(*this, rate, AudioSession::sharedInstance().preferredBufferFrames(rate));
+          openOutput_(*this, rate, AudioSession::sharedInstance().preferredBufferFrames(rate));
       renderSampleRate_ = output_->sampleRate();
+      activeOutput_.store(output_.get(), std::memory_order_release);
     }
     for (const auto& unit : units_) {
       if (unit->sampleRate() != output_->sampleRate()) {
@@ -119,6 +135,7 @@ void AudioGraph::pause() {
   if (!running_) return;
   if (output_) output_->stop();
   running_ = false;
+  dropMidiOnStart_ = true;
 }
 
 std::string AudioGraph::outputName() const {
@@ -137,6 +154,7 @@ void AudioGraph::setMusicSequence(MusicSequence* sequence) {
 void AudioGraph::enableManualRenderingMode(double sampleRate, std::uint32_t maximumFrames) {
   std::lock_guard lock(controlMutex_);
   output_.reset();
+  activeOutput_.store(nullptr, std::memory_order_release);
   running_ = false;
   manual_ = true;
   manualSampleRate_ = sampleRate;
@@ -146,7 +164,7 @@ void AudioGraph::enableManualRenderingMode(double sampleRate, std::uint32_t maxi
 
 void AudioGraph::renderOffline(std::uint32_t frames, float* const* channels) {
   if (!manual_ || !running_) return;
-  render(channels, 2, frames);
+  render(nullptr, channels, 2, frames);
 }
 
 void AudioGraph::attachPlayer(MusicPlayer& player) {
@@ -177,10 +195,12 @@ void AudioGraph::monitor() {
       lastBlocks = blocks;
       if (!onNullOutput && (!output_->isAlive() || stalledChecks >= 4)) {
         log("Audio output {} went away", output_->name());
+        activeOutput_.store(nullptr, std::memory_order_release);
         // The library may still be closing the lost stream on a thread of its own: keep the
         // output object alive until the graph goes.
         lostOutputs_.push_back(std::move(output_));
         running_ = false;
+        dropMidiOnStart_ = true;
         changed = true;
       } else if (onNullOutput && ++checksSinceProbe >= 4) {
         checksSinceProbe = 0;
@@ -193,10 +213,13 @@ void AudioGraph::monitor() {
       }
     }
     if (changed) {
-      wait.unlock();
-      NotificationCenter::defaultCenter().postNotificationName(
-          kAudioGraphConfigurationChangeNotification, this);
-      wait.lock();
+      // Observers (the engine) live on the main thread: deliver it there, unless the graph is
+      // gone by then.
+      dispatchAsyncMain([this, alive = std::weak_ptr<bool>(alive_)] {
+        if (alive.expired()) return;
+        NotificationCenter::defaultCenter().postNotificationName(
+            kAudioGraphConfigurationChangeNotification, this);
+      });
     }
   }
 }

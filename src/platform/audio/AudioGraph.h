@@ -6,7 +6,7 @@
 // render and the mixer sums them into the output.
 //
 // When the output device or JACK server goes away, comes back or changes, the graph posts
-// kAudioGraphConfigurationChangeNotification (object: the graph) from its monitor thread; start()
+// kAudioGraphConfigurationChangeNotification (object: the graph) on the main queue; start()
 // then opens whatever output is best at that moment.
 //
 // In manual rendering mode no device is opened: renderOffline() renders on the calling thread,
@@ -58,7 +58,8 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
 
   // Opens the output if needed and starts rendering. False (and a log line) when it cannot.
   bool start(std::string* error = nullptr);
-  // Stops rendering but keeps the output, the instruments and the graph in place.
+  // Stops rendering but keeps the output, the instruments and the graph in place. MIDI sent to
+  // the instruments while paused is dropped when rendering starts again, with all notes off.
   void pause();
   bool isRunning() const { return running_; }
   // The output in use, for the log and the README's claims ("null output", "JACK (system)").
@@ -73,24 +74,31 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
   // Manual mode, after start(): renders `frames` frames into `channels` (two buffers).
   void renderOffline(std::uint32_t frames, float* const* channels);
 
+  // Main thread, before start(): how outputs are opened (openAudioOutput unless told otherwise;
+  // tests open fake outputs that stall and come back).
+  void setOutputOpener(AudioOutputOpener opener) { openOutput_ = opener; }
+
   // MusicRenderTarget.
   void attachPlayer(MusicPlayer& player) override;
   void detachPlayer(MusicPlayer& player) override;
 
  private:
   struct RenderPlan {
-    std::vector<AudioUnit*> units;      // connected to the mixer, in attach order
+    // Connected to the mixer, in attach order; held by the plan, so that an instrument detached
+    // while the audio thread still renders an older plan lives until that plan is reclaimed.
+    std::vector<std::shared_ptr<AudioUnit>> units;
     std::vector<MusicPlayer*> players;  // playing through the first unit
     bool mixerToOutput = false;
     std::uint32_t chunkFrames = 4096;  // the most frames every instrument renders at once
   };
 
-  void render(float* const* channels, std::uint32_t channelCount,
+  void render(const AudioOutput* output, float* const* channels, std::uint32_t channelCount,
               std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
   void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
                    std::uint32_t frames) noexcept;
-  // Publishes the graph as it now stands; returns once the audio thread has let go of the old
-  // plan (so removed nodes and players may be destroyed).
+  // Publishes the graph as it now stands. Waits, at most a bounded time, for the audio thread
+  // to let go of the old plan, so that removed players may be destroyed; a plan still held
+  // after that (a render that hangs) stays until a later publish reclaims it.
   void publishPlan();
   void monitor();
 
@@ -106,15 +114,25 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
   SnapshotPublisher<RenderPlan>::Reader planReader_;
 
   mutable std::mutex controlMutex_;  // start, pause and the monitor; never the audio thread
+  AudioOutputOpener openOutput_ = openAudioOutput;
   std::unique_ptr<AudioOutput> output_;
+  // Only the current output renders: an output given up on (it stalled) may come back, and its
+  // callbacks are then turned away. Null in manual rendering mode. `rendering_` keeps even a
+  // callback that passed the check at the moment of the switch from overlapping another.
+  std::atomic<const AudioOutput*> activeOutput_{nullptr};
+  std::atomic<bool> rendering_{false};
   std::vector<std::unique_ptr<AudioOutput>> lostOutputs_;
   std::atomic<bool> running_{false};
+  bool dropMidiOnStart_ = false;  // MIDI queued while nothing rendered is dropped on start
   bool manual_ = false;
   double manualSampleRate_ = 0.0;
   std::uint32_t maximumFrames_ = 4096;
   std::atomic<double> renderSampleRate_{48000.0};
   MidiBlock scratchMidi_;  // audio thread only
 
+  // Main thread: expires when the graph goes, so that a change queued for the main thread is
+  // not delivered for a graph that no longer exists.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   std::thread monitorThread_;
   std::mutex monitorMutex_;
   std::condition_variable monitorWake_;

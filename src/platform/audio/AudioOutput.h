@@ -12,10 +12,13 @@
 
 namespace platform {
 
-// Renders one block of de-interleaved float audio. Called on the audio thread.
+class AudioOutput;
+
+// Renders one block of de-interleaved float audio for `output`, the output that calls. Called on
+// the audio thread.
 class AudioRenderer {
  public:
-  virtual void render(float* const* channels, std::uint32_t channelCount,
+  virtual void render(const AudioOutput* output, float* const* channels, std::uint32_t channelCount,
                       std::uint32_t frames) noexcept PELMA_NONBLOCKING = 0;
 
  protected:
@@ -43,6 +46,10 @@ std::unique_ptr<AudioOutput> openAudioOutput(AudioRenderer& renderer, double pre
                                              std::uint32_t bufferFrames);
 
 // Opens only the null output.
+using AudioOutputOpener = std::unique_ptr<AudioOutput> (*)(AudioRenderer& renderer,
+                                                           double preferredSampleRate,
+                                                           std::uint32_t bufferFrames);
+
 std::unique_ptr<AudioOutput> openNullOutput(AudioRenderer& renderer, double sampleRate,
                                             std::uint32_t bufferFrames);
 

@@ -113,7 +113,7 @@ class RtAudioOutput final : public AudioOutput {
     float* channels[kChannels];
     for (std::uint32_t c = 0; c < kChannels; ++c)
       channels[c] = samples + c * frames;
-    self->renderer_.render(channels, kChannels, frames);
+    self->renderer_.render(self, channels, kChannels, frames);
     // Release: whoever reads the count afterwards sees everything this callback did.
     self->blocks_.fetch_add(1, std::memory_order_release);
     return 0;
@@ -181,7 +181,7 @@ class NullOutput final : public AudioOutput {
     auto next = Clock::now();
     float* channels[kChannels] = {buffer_.data(), buffer_.data() + bufferFrames_};
     while (running_) {
-      renderer_.render(channels, kChannels, bufferFrames_);
+      renderer_.render(this, channels, kChannels, bufferFrames_);
       blocks_.fetch_add(1, std::memory_order_relaxed);
       next += period;
       std::this_thread::sleep_until(next);

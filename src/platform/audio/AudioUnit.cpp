@@ -13,7 +13,8 @@
 #include <lv2/time/time.h>
 #include <lv2/worker/worker.h>
 
-#include <chrono>
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -49,7 +50,8 @@ int logVprintf(LV2_Log_Handle handle, LV2_URID, const char* format, va_list args
   while (size > 0 && line[size - 1] == '\n')
     line[--size] = '\0';
   if (onAudioThread()) {
-    host->logRing.write(line, static_cast<std::uint32_t>(size));  // printed by the worker thread
+    // Printed by the worker thread.
+    if (host->logRing.write(line, static_cast<std::uint32_t>(size))) sem_post(&host->wake);
   } else {
     log("{}: {}", host->pluginName, line);
   }
@@ -66,7 +68,10 @@ int logPrintf(LV2_Log_Handle handle, LV2_URID type, const char* format, ...) {
 
 LV2_Worker_Status scheduleWork(LV2_Worker_Schedule_Handle handle, uint32_t size, const void* data) {
   auto* host = static_cast<Lv2Host*>(handle);
-  return host->requests.write(data, size) ? LV2_WORKER_SUCCESS : LV2_WORKER_ERR_NO_SPACE;
+  ByteRing& ring = onAudioThread() ? host->requests : host->mainRequests;
+  if (!ring.write(data, size)) return LV2_WORKER_ERR_NO_SPACE;
+  sem_post(&host->wake);
+  return LV2_WORKER_SUCCESS;
 }
 
 LV2_Worker_Status respond(LV2_Worker_Respond_Handle handle, uint32_t size, const void* data) {
@@ -110,9 +115,11 @@ Lv2Host::Lv2Host(Lv2World& world, const std::string& name, double rate, std::uin
       nominalBlock(static_cast<int32_t>(maxFrames)),
       sequenceSize(static_cast<int32_t>(kAtomBufferSize)),
       requests(1 << 16),
+      mainRequests(1 << 16),
       responses(1 << 16),
       logRing(1 << 14),
       stateFolder(bankFolder().parent_path() / "state") {
+  sem_init(&wake, 0, 0);
   const LV2_URID atomFloat = world.map(LV2_ATOM__Float);
   const LV2_URID atomInt = world.map(LV2_ATOM__Int);
   options = {
@@ -145,6 +152,10 @@ Lv2Host::Lv2Host(Lv2World& world, const std::string& name, double rate, std::uin
   featurePointers.push_back(nullptr);
 }
 
+Lv2Host::~Lv2Host() {
+  sem_destroy(&wake);
+}
+
 // The features a plug-in may require of this host, besides the ones we pass.
 static bool isSupportedFeature(const std::string& uri, const Lv2Host& host) {
   static const std::set<std::string> alsoSupported = {LV2_CORE__isLive, LV2_CORE__hardRTCapable,
@@ -153,6 +164,24 @@ static bool isSupportedFeature(const std::string& uri, const Lv2Host& host) {
     if (uri == feature.URI) return true;
   }
   return alsoSupported.count(uri) > 0;
+}
+
+// The symbol of the first port that the plug-in needs connected but whose type this host does
+// not know (it would be left unconnected and the plug-in would write through a null pointer), or
+// nothing.
+static std::string unknownRequiredPort(Lv2World& world, const LilvPlugin* plugin) {
+  const LilvNode* known[] = {world.node(LV2_CORE__AudioPort), world.node(LV2_CORE__ControlPort),
+                             world.node(LV2_CORE__CVPort), world.node(LV2_ATOM__AtomPort)};
+  const LilvNode* optional = world.node(LV2_CORE__connectionOptional);
+  for (std::uint32_t index = 0; index < lilv_plugin_get_num_ports(plugin); ++index) {
+    const LilvPort* port = lilv_plugin_get_port_by_index(plugin, index);
+    const bool isKnown = std::any_of(std::begin(known), std::end(known), [&](const LilvNode* type) {
+      return lilv_port_is_a(plugin, port, type);
+    });
+    if (!isKnown && !lilv_port_has_property(plugin, port, optional))
+      return lilv_node_as_string(lilv_port_get_symbol(plugin, port));
+  }
+  return {};
 }
 
 std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
@@ -181,6 +210,13 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
     return nullptr;
   }
 
+  if (const std::string port = unknownRequiredPort(*world, plugin); !port.empty()) {
+    if (error)
+      *error =
+          "\"" + unit->name_ + "\" has the port \"" + port + "\" of a type this host does not know";
+    return nullptr;
+  }
+
   unit->instance_ =
       lilv_plugin_instantiate(plugin, sampleRate, unit->host_->featurePointers.data());
   if (!unit->instance_) {
@@ -205,6 +241,7 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
 
 AudioUnit::~AudioUnit() {
   workerRunning_ = false;
+  if (host_) sem_post(&host_->wake);
   if (workerThread_.joinable()) workerThread_.join();
   if (instance_) {
     lilv_instance_deactivate(instance_);
@@ -302,30 +339,32 @@ void AudioUnit::connectPorts() {
 
 void AudioUnit::runWorkerThread() {
   std::vector<std::uint8_t> message(1 << 16);
+  const auto capacity = static_cast<std::uint32_t>(message.size());
   char line[512];
-  int idleRounds = 0;
-  while (workerRunning_) {
-    bool idle = true;
-    while (std::uint32_t size =
-               host_->requests.read(message.data(), static_cast<std::uint32_t>(message.size()))) {
-      idle = false;
-      if (host_->worker && host_->worker->work) {
-        host_->worker->work(lilv_instance_get_handle(instance_), respond, host_.get(), size,
-                            message.data());
-      }
+  auto work = [&](std::uint32_t size) {
+    if (host_->worker && host_->worker->work) {
+      host_->worker->work(lilv_instance_get_handle(instance_), respond, host_.get(), size,
+                          message.data());
     }
-    while (std::uint32_t size = host_->logRing.read(line, sizeof line - 1)) {
-      idle = false;
-      line[size] = '\0';
+  };
+  // Woken for every request and log line, and once more to stop.
+  while (sem_wait(&host_->wake) == 0 || errno == EINTR) {
+    if (!workerRunning_) break;
+    while (auto size = host_->requests.read(message.data(), capacity))
+      work(*size);
+    while (auto size = host_->mainRequests.read(message.data(), capacity))
+      work(*size);
+    while (auto size = host_->logRing.read(line, sizeof line - 1)) {
+      line[*size] = '\0';
       log("{}: {}", name_, line);
     }
-    // Polling keeps the audio thread's side a plain ring write, with no system call to wake us.
-    // It polls every millisecond while there is work and backs off to 20 ms when there is none
-    // for a while (or the plug-in has no worker at all), so an idle instrument costs nothing.
-    idleRounds = idle ? idleRounds + 1 : 0;
-    const bool quiet = !host_->worker || idleRounds > 200;
-    if (idle) std::this_thread::sleep_for(std::chrono::milliseconds(quiet ? 20 : 1));
   }
+}
+
+void AudioUnit::discardQueuedMidi() noexcept {
+  while (incoming_.pop()) {
+  }
+  releaseAllNotes_.store(true, std::memory_order_release);
 }
 
 void AudioUnit::setMusicalContextBlock(MusicalContextBlock block) {

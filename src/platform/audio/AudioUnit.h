@@ -76,6 +76,12 @@ class AudioUnit final : public AudioNode {
   // queue is full.
   bool sendObjectMessage(const std::string& typeUri);
 
+  // Main thread, while the graph does not render (this thread is then the queue's only
+  // consumer): the messages queued so far are dropped and
+  // the next block starts with "all notes off" on every channel (resuming after a pause, so
+  // that stale notes do not burst out and notes whose note off was dropped do not hang).
+  void discardQueuedMidi() noexcept;
+
   // Main thread. The block is called on the audio thread once per block; when the tempo or time
   // signature it reports changes, the plug-in receives them as a time position.
   void setMusicalContextBlock(MusicalContextBlock block);
@@ -152,6 +158,7 @@ class AudioUnit final : public AudioNode {
   std::vector<std::uint8_t> responseBuffer_;
 
   MpscQueue<MidiEvent, 1024> incoming_;
+  std::atomic<bool> releaseAllNotes_{false};
   MidiBlock midi_;
   SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
   SnapshotPublisher<MusicalContextBlock>::Reader contextReader_;

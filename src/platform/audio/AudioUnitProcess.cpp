@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2Host.h"
@@ -22,6 +23,10 @@ bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint
 
 MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
   midi_.clear();
+  if (releaseAllNotes_.exchange(false, std::memory_order_acquire)) {
+    for (std::uint8_t channel = 0; channel < 16; ++channel)
+      midi_.add(MidiEvent{0, 3, {static_cast<std::uint8_t>(0xB0 | channel), 123, 0}});
+  }
   while (auto event = incoming_.pop()) {
     event->frame = std::min(event->frame, frames - 1);
     if (!midi_.add(*event)) break;
@@ -94,9 +99,9 @@ void AudioUnit::deliverWorkerResponses() noexcept {
   const LV2_Worker_Interface* worker = host_->worker;
   if (!worker) return;
   auto capacity = static_cast<std::uint32_t>(responseBuffer_.size());
-  while (std::uint32_t size = host_->responses.read(responseBuffer_.data(), capacity)) {
+  while (auto size = host_->responses.read(responseBuffer_.data(), capacity)) {
     if (worker->work_response) {
-      worker->work_response(lilv_instance_get_handle(instance_), size, responseBuffer_.data());
+      worker->work_response(lilv_instance_get_handle(instance_), *size, responseBuffer_.data());
     }
   }
   if (worker->end_run) worker->end_run(lilv_instance_get_handle(instance_));
@@ -112,19 +117,21 @@ bool AudioUnit::sendEditorEvent(const LV2_Atom& atom) noexcept {
 
 std::uint32_t AudioUnit::readPluginEvent(std::uint32_t* port, void* buffer,
                                          std::uint32_t capacity) noexcept {
-  const std::uint32_t size = pluginEvents_.peekSize();
-  if (size < sizeof *port || size - sizeof *port > capacity) return 0;
   std::uint8_t message[kEditorMessageSize + sizeof *port];
-  pluginEvents_.read(message, sizeof message);
+  const std::optional<std::uint32_t> read = pluginEvents_.read(message, sizeof message);
+  // An event larger than the caller takes is dropped (the editor's buffers take any).
+  if (!read || *read < sizeof *port || *read - sizeof *port > capacity) return 0;
+  const std::uint32_t size = *read;
   std::memcpy(port, message, sizeof *port);
   std::memcpy(buffer, message + sizeof *port, size - sizeof *port);
   return size - static_cast<std::uint32_t>(sizeof *port);
 }
 
 void AudioUnit::writeEditorEvents(LV2_Atom_Forge& forge) noexcept {
-  while (std::uint32_t size = editorEvents_.read(editorScratch_.data(), kEditorMessageSize)) {
+  while (const auto size = editorEvents_.read(editorScratch_.data(), kEditorMessageSize)) {
+    if (*size < sizeof(LV2_Atom)) continue;  // not an atom
     lv2_atom_forge_frame_time(&forge, 0);
-    lv2_atom_forge_write(&forge, editorScratch_.data(), size);
+    lv2_atom_forge_write(&forge, editorScratch_.data(), *size);
   }
 }
 

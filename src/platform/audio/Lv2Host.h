@@ -1,13 +1,18 @@
 #pragma once
 
 // The host side of one plug-in instance: the feature structures it is given, and the rings that
-// carry worker requests, worker replies and audio-thread log lines.
+// carry worker requests, worker replies and audio-thread log lines. Each ring has one producer
+// thread: work scheduled on the audio thread and work scheduled elsewhere (a state save or
+// restore on the main thread) go through rings of their own. Whoever writes a request or a log
+// line wakes the worker thread through `wake` (sem_post: no lock, allowed on the audio thread).
 
 #include <lilv/lilv.h>
 #include <lv2/log/log.h>
 #include <lv2/options/options.h>
 #include <lv2/state/state.h>
 #include <lv2/worker/worker.h>
+
+#include <semaphore.h>
 
 #include <filesystem>
 #include <string>
@@ -21,6 +26,7 @@ class Lv2World;
 
 struct Lv2Host {
   Lv2Host(Lv2World& world, const std::string& name, double sampleRate, std::uint32_t maxFrames);
+  ~Lv2Host();
   Lv2Host(const Lv2Host&) = delete;
   Lv2Host& operator=(const Lv2Host&) = delete;
 
@@ -38,8 +44,10 @@ struct Lv2Host {
 
   const LV2_Worker_Interface* worker = nullptr;
   ByteRing requests;                  // audio thread -> worker thread
+  ByteRing mainRequests;              // main thread (state save and restore) -> worker thread
   ByteRing responses;                 // worker thread -> audio thread
   ByteRing logRing;                   // audio thread -> worker thread, printed there
+  sem_t wake;                         // posted for every request and log line
   std::filesystem::path stateFolder;  // where state:makePath puts the plug-in's files
 };
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 namespace platform {
@@ -27,23 +28,19 @@ class ByteRing {
     return true;
   }
 
-  // The size of the next message, or 0 when there is none.
-  std::uint32_t peekSize() const noexcept {
-    const std::size_t head = head_.load(std::memory_order_relaxed);
-    if (tail_.load(std::memory_order_acquire) == head) return 0;
-    std::uint32_t size = 0;
-    copyOut(head, &size, sizeof(size));
-    return size;
-  }
-
-  // Reads the next message into `data` (at least peekSize() bytes); returns its size, 0 if none.
-  std::uint32_t read(void* data, std::uint32_t capacity) noexcept {
-    const std::uint32_t size = peekSize();
-    const std::size_t head = head_.load(std::memory_order_relaxed);
-    if (tail_.load(std::memory_order_acquire) == head || size > capacity) return 0;
-    copyOut(head + sizeof(size), data, size);
-    head_.store(head + sizeof(size) + size, std::memory_order_release);
-    return size;
+  // Reads the next message into `data` and returns its size (zero-length messages are messages
+  // too); nothing when the ring is empty. A message larger than `capacity` is skipped, so that
+  // it cannot block the ring.
+  std::optional<std::uint32_t> read(void* data, std::uint32_t capacity) noexcept {
+    for (;;) {
+      const std::size_t head = head_.load(std::memory_order_relaxed);
+      if (tail_.load(std::memory_order_acquire) == head) return std::nullopt;
+      std::uint32_t size = 0;
+      copyOut(head, &size, sizeof(size));
+      if (size <= capacity) copyOut(head + sizeof(size), data, size);
+      head_.store(head + sizeof(size) + size, std::memory_order_release);
+      if (size <= capacity) return size;
+    }
   }
 
  private:

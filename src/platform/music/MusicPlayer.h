@@ -71,6 +71,8 @@ class MusicPlayer {
                  MidiBlock& out) noexcept;
   void emitNotesInWindow(const TrackSnapshot& track, double low, double high, double offset,
                          std::uint32_t frames, MidiBlock& out) noexcept;
+  // Where the note off of a note starting at `onFrame` is kept; null when none can be freed.
+  PendingNoteOff* pendingSlot(std::uint64_t onFrame, std::uint32_t frames, MidiBlock& out) noexcept;
   void emitNoteOffs(double toBeat, std::uint32_t frames, MidiBlock& out) noexcept;
   std::uint32_t frameInBlock(double absoluteFrame, std::uint32_t frames) const noexcept;
 

@@ -153,20 +153,33 @@ void MusicPlayer::emitNotesInWindow(const TrackSnapshot& track, double low, doub
     if (!note) continue;
     const double beat = it->time + offset;
     const double onFrame = frameOfBeat(beat);
+    const auto onFrameRounded = static_cast<std::uint64_t>(std::round(onFrame));
+    PendingNoteOff* slot = pendingSlot(onFrameRounded, frames, out);
+    if (!slot) continue;  // a note that could not be ended is not started
     const std::uint8_t channel = note->channel & 0x0F;
     out.add(MidiEvent{frameInBlock(onFrame, frames),
                       3,
                       {static_cast<std::uint8_t>(kNoteOn | channel), note->note, note->velocity}});
-    const PendingNoteOff off{beat + std::max(0.0f, note->duration),
-                             static_cast<std::uint64_t>(std::round(onFrame)) + 1,
-                             static_cast<std::uint8_t>(kNoteOff | channel), note->note};
-    if (pendingCount_ < kMaxPendingNoteOffs) {
-      pending_[pendingCount_++] = off;
-    } else {
-      // No room to remember it: end the note at the end of this block rather than never.
-      out.add(MidiEvent{frames - 1, 3, {off.status, off.note, 0}});
-    }
+    *slot = PendingNoteOff{beat + std::max(0.0f, note->duration), onFrameRounded + 1,
+                           static_cast<std::uint8_t>(kNoteOff | channel), note->note};
   }
+}
+
+MusicPlayer::PendingNoteOff* MusicPlayer::pendingSlot(std::uint64_t onFrame, std::uint32_t frames,
+                                                      MidiBlock& out) noexcept {
+  if (pendingCount_ < kMaxPendingNoteOffs) return &pending_[pendingCount_++];
+  // Full: the oldest note that may already end ends now, at the new note's frame (note offs go
+  // before note ons at one frame, so a re-struck key sounds again). Every note on keeps a note
+  // off after it, so no note is left sounding.
+  PendingNoteOff* oldest = nullptr;
+  for (PendingNoteOff& off : pending_) {
+    if (off.earliestFrame <= onFrame && (!oldest || off.earliestFrame < oldest->earliestFrame))
+      oldest = &off;
+  }
+  if (!oldest) return nullptr;
+  out.add(MidiEvent{
+      frameInBlock(static_cast<double>(onFrame), frames), 3, {oldest->status, oldest->note, 0}});
+  return oldest;
 }
 
 void MusicPlayer::emitNoteOffs(double toBeat, std::uint32_t frames, MidiBlock& out) noexcept {

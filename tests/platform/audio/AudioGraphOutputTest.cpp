@@ -5,13 +5,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
 
+#include "AudioAnalysis.h"
 #include "JackServer.h"
 #include "OfflineRig.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/music/MusicPlayer.h"
 
@@ -55,6 +58,80 @@ struct Playing {
   platform::MusicPlayer player;
 };
 
+// A fake output, the only way here to have an output stop calling and later resume (as ALSA or
+// PulseAudio do after a suspend): a thread that renders a block every 5 ms unless stalled.
+class FakeStallingOutput final : public platform::AudioOutput {
+ public:
+  explicit FakeStallingOutput(platform::AudioRenderer& renderer) : renderer_(renderer) {}
+  ~FakeStallingOutput() override { stop(); }
+  bool start() override {
+    if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
+    return true;
+  }
+  void stop() override {
+    stopping_ = true;
+    if (thread_.joinable()) thread_.join();
+  }
+  bool isAlive() const override { return true; }
+  double sampleRate() const override { return 48000.0; }
+  std::uint32_t bufferFrames() const override { return 256; }
+  std::string name() const override { return "fake stalling output"; }
+  std::uint64_t blocksRendered() const override { return blocks_; }
+
+  std::atomic<bool> stalled{false};
+  std::atomic<double> loudest{0.0};  // the highest peak it has rendered
+
+ private:
+  void run() {
+    std::vector<float> left(256), right(256);
+    float* channels[2] = {left.data(), right.data()};
+    while (!stopping_) {
+      if (!stalled) {
+        renderer_.render(this, channels, 2, 256);
+        loudest = std::max<double>(loudest, testing_support::peak(left.data(), left.size()));
+        blocks_++;
+      }
+      std::this_thread::sleep_for(5ms);
+    }
+  }
+  platform::AudioRenderer& renderer_;
+  std::atomic<bool> stopping_{false};
+  std::atomic<std::uint64_t> blocks_{0};
+  std::thread thread_;
+};
+
+std::vector<FakeStallingOutput*> fakeOutputs;  // every one opened, owned by the graph
+
+std::unique_ptr<platform::AudioOutput> openFakeOutput(platform::AudioRenderer& renderer, double,
+                                                      std::uint32_t) {
+  auto output = std::make_unique<FakeStallingOutput>(renderer);
+  fakeOutputs.push_back(output.get());
+  return output;
+}
+
+TEST(AudioGraphOutput, AnOutputThatStalledAndComesBackNoLongerRenders) {
+  Playing playing;
+  fakeOutputs.clear();
+  playing.graph.setOutputOpener(openFakeOutput);
+  ASSERT_TRUE(playing.graph.start());
+  playing.unit->sendMIDIEvent(0x90, 60, 100, 0);  // a held note: every block renders sound
+  ASSERT_TRUE(eventually([&] { return fakeOutputs[0]->loudest > 0.01; }));
+
+  fakeOutputs[0]->stalled = true;
+  ASSERT_TRUE(eventually([&] { return !playing.graph.isRunning(); }));  // given up on
+  ASSERT_TRUE(playing.graph.start());  // what the engine does on the configuration change
+  ASSERT_EQ(fakeOutputs.size(), 2u);
+  playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  ASSERT_TRUE(eventually([&] { return fakeOutputs[1]->loudest > 0.01; }));
+
+  // The old output resumes: its callbacks are turned away, so only the new one renders.
+  fakeOutputs[0]->loudest = 0.0;
+  fakeOutputs[0]->stalled = false;
+  const std::uint64_t before = fakeOutputs[0]->blocksRendered();
+  ASSERT_TRUE(eventually([&] { return fakeOutputs[0]->blocksRendered() > before + 20; }));
+  EXPECT_EQ(fakeOutputs[0]->loudest, 0.0);
+}
+
 TEST(AudioGraphOutput, WithoutAServerRunsOnTheClockedNullOutput) {
   JackServer server;  // named, but not started: no server answers
   platform::LogCapture log;
@@ -72,12 +149,27 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   JackServer server;
   ASSERT_TRUE(server.start());
   platform::LogCapture log;
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
   Playing playing;
-  std::atomic<int> changes{0};
+  // The change is delivered on the main thread (here: the thread that runs the main queue), the
+  // only thread that may touch the engine that observes it.
+  int changes = 0;
+  bool onMainThread = true;
+  const auto testThread = std::this_thread::get_id();
   auto& center = platform::NotificationCenter::defaultCenter();
   const auto observer =
       center.addObserver(platform::kAudioGraphConfigurationChangeNotification, &playing.graph,
-                         [&](const platform::Notification&) { changes++; });
+                         [&](const platform::Notification&) {
+                           changes++;
+                           onMainThread = onMainThread && std::this_thread::get_id() == testThread;
+                         });
+  auto changesReach = [&](int count) {
+    return eventually([&] {
+      mainQueue.runPending();
+      return changes == count;
+    });
+  };
   ASSERT_TRUE(playing.graph.start());
   EXPECT_EQ(playing.graph.outputName(), "JACK (system)");
   EXPECT_EQ(playing.graph.outputFormat(0).sampleRate, 48000.0);
@@ -85,18 +177,20 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   EXPECT_TRUE(playing.clockRuns());
 
   server.stop();
-  ASSERT_TRUE(eventually([&] { return changes == 1; }));
+  ASSERT_TRUE(changesReach(1));
   EXPECT_FALSE(playing.graph.isRunning());
   ASSERT_TRUE(playing.graph.start());  // what the engine does on a configuration change
   EXPECT_EQ(playing.graph.outputName(), "null output");
 
   ASSERT_TRUE(server.start());
-  ASSERT_TRUE(eventually([&] { return changes == 2; }));
+  ASSERT_TRUE(changesReach(2));
   ASSERT_TRUE(playing.graph.start());
   EXPECT_EQ(playing.graph.outputName(), "JACK (system)");
   EXPECT_TRUE(playing.clockRuns());
   center.removeObserver(observer);
+  EXPECT_TRUE(onMainThread);
   EXPECT_TRUE(log.contains("Audio output JACK (system) went away"));
+  platform::MainQueue::setMain(nullptr);
 }
 
 }  // namespace

@@ -61,6 +61,14 @@ TEST(AudioUnitComponentManager, RefusesWhatCannotBeInstantiated) {
   EXPECT_EQ(error,
             "\"Needs Missing Feature\" needs the LV2 feature urn:pelma-test:feature-nobody-has, "
             "which this host lacks");
+
+  // A required port of an unknown type would be left unconnected: refused, naming the port (an
+  // optional one of that type is left unconnected, as allowed).
+  const auto unknownPort = instrumentNamed("Unknown Port Type");
+  EXPECT_EQ(manager.instantiateNow(unknownPort, kRate, 256, &error), nullptr);
+  EXPECT_EQ(error,
+            "\"Unknown Port Type\" has the port \"hologram\" of a type this host "
+            "does not know");
 }
 
 TEST(AudioUnitComponentManager, InstantiatesAsynchronouslyAndCompletesOnTheMainQueue) {
@@ -95,6 +103,23 @@ TEST(AudioUnit, PlaysNotesAndStopsOnAllNotesOff) {
   rig.unit->sendMIDIEvent(0xB0, 123, 0, 0);
   const auto after = rig.render(4800);
   EXPECT_LT(peak(after.data() + 2400, 2400), 1e-6);
+}
+
+TEST(AudioUnit, MidiSentWhilePausedIsDroppedAndNothingHangsOnResume) {
+  OfflineRig rig("MDA JX10");
+  rig.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  rig.render(4800);
+  rig.graph.pause();
+  // While paused: the note off of the held note, then more messages than the queue holds.
+  rig.unit->sendMIDIEvent(0x80, 60, 0, 0);
+  for (int i = 0; i < 1500; ++i)
+    rig.unit->sendMIDIEvent(0x90, static_cast<std::uint8_t>(30 + i % 60), 100, 0);
+  ASSERT_TRUE(rig.graph.start());
+  rig.received.clear();
+  const auto after = rig.render(24000);
+  EXPECT_LT(peak(after.data() + 12000, 12000), 1e-6);  // silent: no note is left hanging
+  for (const auto& message : rig.received)
+    EXPECT_NE(message.status & 0xF0, 0x90) << "a stale note on burst out on resume";
 }
 
 TEST(AudioUnit, PlaysAKnownNoteInTune) {

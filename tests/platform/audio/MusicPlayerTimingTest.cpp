@@ -183,6 +183,24 @@ TEST_P(MusicPlayerTiming, CommandsGivenWhileNoAudioRunsEndInTheLatestState) {
   EXPECT_EQ(notes().front(), Timed(0, 0x90, 62));
 }
 
+TEST_P(MusicPlayerTiming, MoreNotesThanPendingNoteOffsNeverLeaveANoteSounding) {
+  // 512 long notes fill every pending note off; a short note of another key then starts on the
+  // last frame of the first block of every size tested (63: 64 - 1 frames at 120 bpm).
+  for (int i = 0; i < 512; ++i)
+    track->newMIDINoteEvent(0.0, {0, static_cast<std::uint8_t>(70 + i % 40), 100, 0, 1.0f});
+  const double lastFrameOfABlock = (GetParam() - 1) / (kRate / 2.0);
+  track->newMIDINoteEvent(lastFrameOfABlock, {0, 60, 100, 0, 0.25f});
+  mainQueue.runPending();
+  ASSERT_TRUE(player.start());
+  render(36000);  // 1.5 beats: every note has ended
+
+  bool sounding[128] = {};
+  for (const auto& [frame, status, note] : notes())
+    sounding[note] = status == 0x90;
+  for (int note = 0; note < 128; ++note)
+    EXPECT_FALSE(sounding[note]) << "note " << note << " never ends";
+}
+
 INSTANTIATE_TEST_SUITE_P(BlockSizes, MusicPlayerTiming, ::testing::Values(64u, 256u, 1024u));
 
 }  // namespace
