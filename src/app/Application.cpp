@@ -100,6 +100,11 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
         [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });
     for (const std::string& url : options.urls)
       delegate.openURL(url);
+    if (const auto colon = options.networkPeer.rfind(':'); colon != std::string::npos) {
+      MIDIManager::sharedMIDIManager().pgMidi()->connectToNetworkPeer(
+          options.networkPeer.substr(0, colon),
+          static_cast<std::uint16_t>(std::stoi(options.networkPeer.substr(colon + 1))));
+    }
     QObject::connect(&application, &QApplication::aboutToQuit, &window, [&window] {
       if (window.isVisible()) window.close();  // remembers the size
     });

@@ -17,6 +17,8 @@ struct ApplicationOptions {
   double seconds = 0.0;  // quit after this long; 0: run until asked to stop
   // Bank files or "pelma:" URLs to open once the application has launched.
   std::vector<std::string> urls;
+  // A network MIDI peer to invite into the session at start ("host:port"), or empty.
+  std::string networkPeer;
 };
 
 int runApplication(int argc, char** argv, const ApplicationOptions& options);

@@ -35,6 +35,7 @@ void printUsage() {
       "                            the virtual input \"Pelma MIDI:Pelma\") until Ctrl+C, or\n"
       "                            for --seconds\n"
       "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
+      "  --connect HOST:PORT       invite a network MIDI peer (its control port) at start\n"
       "  --plugin NAME             the instrument to play (default \"{}\")\n"
       "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
       "                            (note@beat:length[:velocity], looped over 4 beats);\n"
@@ -114,6 +115,16 @@ int main(int argc, char** argv) {
       applicationOptions.phoneIdiom = std::string_view(value) == "phone";
     } else if (argument == "--listen") {
       listen = true;
+    } else if (argument == "--connect") {
+      // host:port, the port a number from 1 to 65535
+      const std::string_view peer = needsValue() ? std::string_view(value) : std::string_view();
+      const auto colon = peer.rfind(':');
+      const auto port = colon == std::string_view::npos
+                            ? std::nullopt
+                            : number(std::string(peer.substr(colon + 1)).c_str());
+      if (colon == 0 || !port || *port < 1 || *port > 65535 || *port != static_cast<int>(*port))
+        return usageError("--connect: HOST:PORT of a network MIDI peer");
+      applicationOptions.networkPeer = std::string(peer);
     } else if (argument == "--channel") {
       if (!needsValue()) return usageError("--channel needs a number");
       auto parsed = number(value);

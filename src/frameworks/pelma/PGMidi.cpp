@@ -145,6 +145,7 @@ PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
 }
 
 PGMidi::~PGMidi() {
+  network_.reset();
   alive_->store(false);
   {
     std::lock_guard lock(pollMutex_);
@@ -174,9 +175,7 @@ std::string PGMidi::virtualDestinationPortName() const {
 std::shared_ptr<PGMidiSource> PGMidi::openSource(const std::string& portName) {
   if (isOurPort(portName)) return nullptr;
   auto source = std::make_shared<PGMidiSource>(portName, false);
-  if (storedChoices_) {
-    if (auto active = storedChoices_->boolForKey("MIDI-" + portName)) source->setIsActive(*active);
-  }
+  applyStoredChoice(*source);
   try {
     auto input = newInput();
     input->ignoreTypes(false, false, false);
@@ -214,10 +213,62 @@ void PGMidi::restoreStoredChoices(const platform::UserDefaults* defaults) {
   }
 }
 
+void PGMidi::applyStoredChoice(PGMidiSource& source) const {
+  if (!storedChoices_) return;
+  if (auto active = storedChoices_->boolForKey("MIDI-" + source.name()))
+    source.setIsActive(*active);
+}
+
 void PGMidi::setNetworkEnabled(bool enabled) {
-  if (!enabled || networkLogged_) return;
-  networkLogged_ = true;
-  platform::log("MIDI: the network session is not available in this version");
+  if (!enabled) {
+    network_.reset();  // says goodbye; the peers' sources go through the main queue
+    return;
+  }
+  if (network_) return;
+  // The session's events come on its receive thread: a peer's source is made there (once, when it
+  // joins), listed and announced on the main queue; its MIDI goes straight to the source.
+  NetworkMidiSession::Events events;
+  events.peerJoined = [this](const rtp_midi::Peer& peer) {
+    auto source = std::make_shared<PGMidiSource>(std::string(peer.nameView()), true);
+    for (auto& [ssrc, slot] : networkSources_) {
+      if (slot) continue;
+      ssrc = peer.ssrc;
+      slot = source;
+      break;
+    }
+    platform::dispatchAsyncMain([this, alive = alive_, source] {
+      if (!alive->load()) return;
+      applyStoredChoice(*source);
+      sources_.push_back(source);
+      if (auto* delegate = delegate_.get()) delegate->sourceAdded(this, source.get());
+    });
+  };
+  events.peerLeft = [this](const rtp_midi::Peer& peer, std::string_view) {
+    for (auto& [ssrc, slot] : networkSources_) {
+      if (!slot || ssrc != peer.ssrc) continue;
+      platform::dispatchAsyncMain([this, alive = alive_, source = std::move(slot)] {
+        if (!alive->load()) return;
+        std::erase(sources_, source);
+        if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
+      });
+      slot = nullptr;
+    }
+  };
+  events.midiReceived = [this](const rtp_midi::Peer& peer, std::uint32_t timestamp,
+                               const std::uint8_t* bytes, std::size_t length) {
+    for (const auto& [ssrc, slot] : networkSources_)
+      if (slot && ssrc == peer.ssrc) slot->deliver(timestamp, bytes, length);
+  };
+  network_ = std::make_unique<NetworkMidiSession>(clientName_, std::move(events));
+  if (!network_->start(kNetworkPort)) network_.reset();
+}
+
+std::uint16_t PGMidi::networkPort() const {
+  return network_ ? network_->controlPort() : 0;
+}
+
+void PGMidi::connectToNetworkPeer(const std::string& host, std::uint16_t port) {
+  if (network_) network_->invite(host, port);
 }
 
 void PGMidi::refresh() {
@@ -227,6 +278,7 @@ void PGMidi::refresh() {
 
   std::vector<std::shared_ptr<PGMidiSource>> gone;
   std::erase_if(sources_, [&](const auto& source) {
+    if (source->isNetworkSession()) return false;  // network peers come and go by the session
     const bool present =
         std::find(sourceNames.begin(), sourceNames.end(), source->name()) != sourceNames.end();
     if (!present) gone.push_back(source);

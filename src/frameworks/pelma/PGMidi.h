@@ -23,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "frameworks/pelma/NetworkMidiSession.h"
 #include "platform/foundation/WeakRef.h"
 
 namespace platform {
@@ -136,8 +137,14 @@ class PGMidi {
   // no stored flag is active). `defaults` must outlive the wrapper.
   void restoreStoredChoices(const platform::UserDefaults* defaults);
 
-  // The network session is not built yet: enabling it logs one line and changes nothing.
+  // The network MIDI session "<client name>" on UDP (5004/5005 or the next free pair): every
+  // peer that joins is a source with isNetworkSession(), added and removed through the delegate
+  // like any other. Disabling it says goodbye to every peer and closes the ports.
   void setNetworkEnabled(bool enabled);
+  // The session's control port, 0 while it is off.
+  std::uint16_t networkPort() const;
+  // Invites a peer (host and control port) into the session, when it is on.
+  void connectToNetworkPeer(const std::string& host, std::uint16_t port);
 
   // Main thread: compares the ports there are with the known ones, opens and closes sources and
   // tells the delegate. Also run about once a second from start().
@@ -149,6 +156,8 @@ class PGMidi {
   std::shared_ptr<PGMidiSource> openSource(const std::string& portName);
   std::unique_ptr<RtMidiIn> newInput() const;
   bool isOurPort(const std::string& portName) const;
+  void applyStoredChoice(PGMidiSource& source) const;
+  static constexpr std::uint16_t kNetworkPort = 5004;
 
   std::string clientName_;
   System system_ = System::none;
@@ -161,7 +170,10 @@ class PGMidi {
   std::unique_ptr<RtMidiIn> sourceProbe_;
   std::unique_ptr<RtMidiOut> destinationProbe_;
   unsigned nextInputNumber_ = 1;
-  bool networkLogged_ = false;
+  std::unique_ptr<NetworkMidiSession> network_;
+  // The network peers' sources by SSRC, used on the session's receive thread only.
+  std::array<std::pair<std::uint32_t, std::shared_ptr<PGMidiSource>>, rtp_midi::kMaximumPeers>
+      networkSources_{};
   const platform::UserDefaults* storedChoices_ = nullptr;
 
   std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
