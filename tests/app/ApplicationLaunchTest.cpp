@@ -17,6 +17,7 @@
 
 #include "app/SingleInstance.h"
 #include "support/Processes.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -27,9 +28,6 @@ namespace fs = std::filesystem;
 class ApplicationLaunch : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/pelma-launch-XXXXXX";
-    ASSERT_TRUE(mkdtemp(pattern));
-    root_ = pattern;
     for (const char* folder : {"banks", "documents", "runtime"})
       fs::create_directory(root_ / folder);
     fs::permissions(root_ / "runtime", fs::perms::owner_all);
@@ -43,7 +41,6 @@ class ApplicationLaunch : public ::testing::Test {
       kill(running_, SIGKILL);
       waitForExit(running_);
     }
-    fs::remove_all(root_);
   }
 
   static void writeBank(const fs::path& path) {
@@ -79,7 +76,8 @@ class ApplicationLaunch : public ::testing::Test {
     return -1;
   }
 
-  fs::path root_;
+  TemporaryFolder scratch_;
+  const fs::path root_ = scratch_.path();
   pid_t running_ = 0;
 };
 

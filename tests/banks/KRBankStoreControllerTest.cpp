@@ -25,6 +25,7 @@
 #include "platform/ui/NavigationController.h"
 #include "sequencer/KRSequencerController.h"
 #include "support/StoreFixtures.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -35,11 +36,6 @@ namespace fs = std::filesystem;
 class Shop : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/pelma-shop-XXXXXX";
-    ASSERT_TRUE(mkdtemp(pattern));
-    root = pattern;
-    catalog = root / "catalog";
-    banks = root / "banks";
     fs::create_directories(catalog);
     fs::create_directories(banks);
     setenv("PELMA_BANKS_DIR", banks.c_str(), 1);
@@ -66,7 +62,6 @@ class Shop : public ::testing::Test {
     platform::MainQueue::setMain(nullptr);
     for (QWidget* window : QApplication::topLevelWidgets())
       delete window;
-    fs::remove_all(root);
   }
 
   void configure(const std::string& url, bool enabled = true) {
@@ -121,7 +116,8 @@ class Shop : public ::testing::Test {
 
   platform::QtMainQueue mainQueue;
   KRBankManager registry;
-  fs::path root, catalog, banks;
+  TemporaryFolder scratch;
+  const fs::path root = scratch.path(), catalog = root / "catalog", banks = root / "banks";
   std::unique_ptr<platform::NavigationController> navigation;
   KRBankStoreController* shop = nullptr;
 };

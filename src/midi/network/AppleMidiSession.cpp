@@ -2,15 +2,9 @@
 
 #include <algorithm>
 
+#include "midi/network/BigEndian.h"
+
 namespace rtp_midi {
-namespace {
-
-std::uint32_t read32(const std::uint8_t* at) {
-  return std::uint32_t{at[0]} << 24 | std::uint32_t{at[1]} << 16 | std::uint32_t{at[2]} << 8 |
-         at[3];
-}
-
-}  // namespace
 
 AppleMidiSession::AppleMidiSession(std::uint32_t ssrc, std::string_view name,
                                    SessionListener& listener)

@@ -3,16 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "midi/network/BigEndian.h"
+
 namespace rtp_midi {
 namespace {
-
-std::uint16_t read16(const std::uint8_t* at) {
-  return static_cast<std::uint16_t>(at[0] << 8 | at[1]);
-}
-std::uint32_t read32(const std::uint8_t* at) {
-  return std::uint32_t{at[0]} << 24 | std::uint32_t{at[1]} << 16 | std::uint32_t{at[2]} << 8 |
-         at[3];
-}
 
 // Data bytes after a status byte; -1 for SysEx, which runs to its end byte.
 int dataBytes(std::uint8_t status) {
@@ -284,12 +278,9 @@ std::size_t writePayload(const RtpHeader& header, const std::uint8_t* commands,
   if (sectionHeader == 1) std::memmove(buffer + 13, buffer + kListStart, list);
   buffer[0] = 0x80;  // version 2
   buffer[1] = kPayloadType;
-  buffer[2] = static_cast<std::uint8_t>(header.sequenceNumber >> 8);
-  buffer[3] = static_cast<std::uint8_t>(header.sequenceNumber);
-  for (int i = 0; i < 4; ++i) {
-    buffer[4 + i] = static_cast<std::uint8_t>(header.timestamp >> (24 - 8 * i));
-    buffer[8 + i] = static_cast<std::uint8_t>(header.ssrc >> (24 - 8 * i));
-  }
+  write16(buffer + 2, header.sequenceNumber);
+  write32(buffer + 4, header.timestamp);
+  write32(buffer + 8, header.ssrc);
   if (sectionHeader == 2) {
     buffer[12] = static_cast<std::uint8_t>(0x80 | list >> 8);
     buffer[13] = static_cast<std::uint8_t>(list);

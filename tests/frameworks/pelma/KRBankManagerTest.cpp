@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../../plugin/host/TemporaryFolder.h"
+#include "../../support/TemporaryFolder.h"
 #include "platform/foundation/Log.h"
 
 namespace {

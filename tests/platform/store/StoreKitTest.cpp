@@ -12,6 +12,7 @@
 
 #include "platform/foundation/MainQueue.h"
 #include "support/StoreFixtures.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -57,10 +58,6 @@ class Recorder : public platform::SKPaymentTransactionObserver,
 class Store : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/pelma-store-XXXXXX";
-    ASSERT_TRUE(mkdtemp(pattern));
-    root = pattern;
-    catalog = root / "catalog";
     fs::create_directories(catalog);
     platform::MainQueue::setMain(&mainQueue);
     ASSERT_TRUE(writeZip(catalog / "a.zip", {{"ContentInfo.plist", contentInfo({"A.plb"})},
@@ -75,7 +72,6 @@ class Store : public ::testing::Test {
     SKPaymentQueue::defaultQueue().configure({});
     platform::MainQueue::setMain(nullptr);
     QLocale::setDefault(QLocale::c());
-    fs::remove_all(root);
   }
 
   void configure(const std::string& url, long stallSeconds = 20) {
@@ -123,7 +119,8 @@ class Store : public ::testing::Test {
 
   platform::ManualMainQueue mainQueue;
   Recorder recorder;
-  fs::path root, catalog;
+  TemporaryFolder scratch;
+  const fs::path root = scratch.path(), catalog = root / "catalog";
 };
 
 TEST_F(Store, FileAndHttpCatalogsGiveTheAskedProductsInCatalogOrder) {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "../host/TemporaryFolder.h"
+#include "../../support/TemporaryFolder.h"
 #include "bank/Bank.h"
 #include "platform/foundation/Log.h"
 

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <memory>
 
+#include "../../support/TemporaryFolder.h"
 #include "../host/Lv2Instrument.h"
-#include "../host/TemporaryFolder.h"
 #include "bank/Bank.h"
 #include "lv2/PelmaUris.h"
 

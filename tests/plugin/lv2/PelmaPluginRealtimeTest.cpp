@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "../../support/TemporaryFolder.h"
 #include "../host/Lv2Instrument.h"
-#include "../host/TemporaryFolder.h"
 #include "lv2/PelmaUris.h"
 
 namespace {

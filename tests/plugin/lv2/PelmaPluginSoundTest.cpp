@@ -6,9 +6,9 @@
 #include <cmath>
 #include <memory>
 
+#include "../../support/TemporaryFolder.h"
 #include "../host/AudioMeasurements.h"
 #include "../host/Lv2Instrument.h"
-#include "../host/TemporaryFolder.h"
 #include "lv2/PelmaUris.h"
 
 namespace {
