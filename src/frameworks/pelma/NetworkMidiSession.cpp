@@ -73,11 +73,13 @@ bool NetworkMidiSession::start(std::uint16_t firstPort) {
                 controlPort_ + 1);
   running_ = true;
   thread_ = std::thread([this] { run(); });
+  announcement_ = std::make_unique<DnsSdAnnouncement>(name_, "_apple-midi._udp", controlPort_);
   return true;
 }
 
 void NetworkMidiSession::stop() {
   if (!running_) return;
+  announcement_.reset();
   {
     std::lock_guard lock(sessionMutex_);
     session_.endAll();

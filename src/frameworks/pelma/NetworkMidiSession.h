@@ -9,11 +9,13 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "frameworks/pelma/DnsSdAnnouncement.h"
 #include "midi/network/AppleMidiSession.h"
 
 class NetworkMidiSession : private rtp_midi::SessionListener {
@@ -31,10 +33,11 @@ class NetworkMidiSession : private rtp_midi::SessionListener {
                      rtp_midi::SessionTime peerTimeout = rtp_midi::kPeerTimeout);
   ~NetworkMidiSession() override;
 
-  // Binds the first free pair from `firstPort` on (20 tries) and starts the receive thread.
-  // False, with one log line, when no pair is free.
+  // Binds the first free pair from `firstPort` on (20 tries), starts the receive thread and
+  // announces the session over mDNS as "_apple-midi._udp". False, with one log line, when no
+  // pair is free.
   bool start(std::uint16_t firstPort = 5004);
-  // Says goodbye to every peer and closes the ports.
+  // Says goodbye to every peer, withdraws the announcement and closes the ports.
   void stop();
   // Invites the peer whose control port is `port` at `host` (an IPv4 address or name).
   bool invite(const std::string& host, std::uint16_t port);
@@ -70,4 +73,5 @@ class NetworkMidiSession : private rtp_midi::SessionListener {
   rtp_midi::SessionTime nextDropReport_ = 0;
   std::atomic<bool> running_{false};
   std::thread thread_;
+  std::unique_ptr<DnsSdAnnouncement> announcement_;
 };
