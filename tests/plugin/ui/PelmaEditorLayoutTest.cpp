@@ -10,7 +10,7 @@
 #include <QFontMetrics>
 #include <QLabel>
 
-#include "Lv2Instrument.h"
+#include "platform/audio/Lv2World.h"
 #include "ui/LevelMeter.h"
 #include "ui/ParameterControl.h"
 #include "ui/ParameterText.h"
@@ -33,7 +33,7 @@ bool fits(const QFontMetrics& metrics, const QRect& area, const QString& text) {
 class EditorLayout : public ::testing::TestWithParam<QSize> {};
 
 TEST_P(EditorLayout, EveryControlFitsAndNoLabelIsClipped) {
-  PelmaEditor editor(Lv2Instrument::sharedUridMap(), ignoreOutput());
+  PelmaEditor editor(platform::Lv2World::shared()->mapFeature(), ignoreOutput());
   editor.resize(GetParam());
   editor.grab();  // lays out and paints as shown
   EXPECT_GE(editor.fontPixels(), 8) << "readable";
