@@ -29,6 +29,7 @@
 #include "support/AudioAnalysis.h"
 #include "support/JackServer.h"
 #include "support/OfflineRig.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -152,9 +153,8 @@ TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordUnlessFilteredOut) {
 // Also: the stored choices (a real preferences file in a folder of the test's own) are restored
 // into the wrapper, and into a source that appears later.
 TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
-  char folder[] = "/tmp/pelma-midi-prefs-XXXXXX";
-  ASSERT_TRUE(mkdtemp(folder));
-  setenv("XDG_CONFIG_HOME", folder, 1);
+  TemporaryFolder preferences;
+  setenv("XDG_CONFIG_HOME", preferences.path().c_str(), 1);
   platform::UserDefaults& defaults = platform::UserDefaults::standardUserDefaults();
   defaults.setInteger("MIDI-CHANNEL", 7);
   defaults.setBool("MIDI-pelma-pattern:out", false);
@@ -186,7 +186,6 @@ TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
   }
   EXPECT_TRUE(removed);
   EXPECT_TRUE(wrapper->sources().empty());
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

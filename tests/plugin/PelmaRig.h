@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "OfflineRig.h"
 #include "lv2/PelmaUris.h"
 #include "platform/audio/Lv2World.h"
+#include "support/OfflineRig.h"
 
 class PelmaRig : public testing_support::OfflineRig {
  public:

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "../../support/TemporaryFolder.h"
 #include "platform/foundation/Log.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -112,10 +112,6 @@ TEST_F(KRBankManagerTest, AddingCreatesAMissingBankFolder) {
   registry_.addBankFromUrl("file://" + file.string());
   EXPECT_TRUE(registry_.containsBankWithName("Nested"));
   EXPECT_TRUE(std::filesystem::exists(nested / "n.plb"));
-}
-
-TEST_F(KRBankManagerTest, SharedInstanceIsOneObject) {
-  EXPECT_EQ(&KRBankManager::sharedInstance(), &KRBankManager::sharedInstance());
 }
 
 }  // namespace

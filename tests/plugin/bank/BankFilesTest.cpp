@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "../../support/TemporaryFolder.h"
 #include "bank/Bank.h"
 #include "platform/foundation/Log.h"
+#include "support/TemporaryFolder.h"
 
 namespace pelma {
 namespace {

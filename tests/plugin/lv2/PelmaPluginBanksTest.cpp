@@ -9,8 +9,8 @@
 #include <cmath>
 
 #include "../PelmaRig.h"
-#include "TemporaryFolder.h"
 #include "bank/Bank.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 

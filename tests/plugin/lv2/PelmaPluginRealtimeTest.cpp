@@ -9,9 +9,9 @@
 #include <new>
 
 #include "../PelmaRig.h"
-#include "AudioAnalysis.h"
-#include "TemporaryFolder.h"
 #include "platform/foundation/AudioThread.h"
+#include "support/AudioAnalysis.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 std::atomic<int> allocations{0};

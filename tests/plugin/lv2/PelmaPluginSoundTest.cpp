@@ -7,8 +7,8 @@
 #include <memory>
 
 #include "../PelmaRig.h"
-#include "AudioAnalysis.h"
-#include "TemporaryFolder.h"
+#include "support/AudioAnalysis.h"
+#include "support/TemporaryFolder.h"
 
 using namespace testing_support;
 

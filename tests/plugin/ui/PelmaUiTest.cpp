@@ -18,8 +18,8 @@
 #include <sstream>
 
 #include "../PelmaRig.h"
-#include "TemporaryFolder.h"
 #include "bank/Bank.h"
+#include "support/TemporaryFolder.h"
 // Xlib last: its macros (None, Bool, Status) break Qt's and GoogleTest's headers.
 #include <X11/Xlib.h>
 
