@@ -20,6 +20,7 @@
 #include "platform/ui/DisplayLink.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRStepSequence.h"
+#include "support/AudioAnalysis.h"
 #include "support/ManualClock.h"
 #include "support/OfflineRig.h"
 #include "support/PointerEvents.h"
@@ -311,13 +312,8 @@ TEST(SequencerRecording, ARecordedChordSoundsAtItsStepInTheNextPass) {
   EXPECT_EQ(noteOns[1], (testing_support::ReceivedMidi{expectedFrame, 0x90, 60, 100}));
   // And it sounds: silence before the chord, sound after it.
   const std::size_t chordInBuffer = expectedFrame - 24000;
-  float before = 0.0f, after = 0.0f;
-  for (std::size_t i = 0; i < chordInBuffer; ++i)
-    before = std::max(before, std::abs(left[i]));
-  for (std::size_t i = chordInBuffer; i < chordInBuffer + 4800; ++i)
-    after = std::max(after, std::abs(left[i]));
-  EXPECT_EQ(before, 0.0f);
-  EXPECT_GT(after, 0.01f);
+  EXPECT_EQ(testing_support::peak(left.data(), chordInBuffer), 0.0);
+  EXPECT_GT(testing_support::peak(left.data() + chordInBuffer, 4800), 0.01);
 
   rig.graph.setMusicSequence(nullptr);
   platform::MainQueue::setMain(nullptr);

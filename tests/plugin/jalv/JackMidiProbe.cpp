@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "AudioAnalysis.h"
+#include "support/AudioAnalysis.h"
 
 namespace {
 
