@@ -13,12 +13,11 @@
 #include <QTest>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "../PelmaRig.h"
 #include "bank/Bank.h"
+#include "support/Processes.h"
 #include "support/TemporaryFolder.h"
 // Xlib last: its macros (None, Bool, Status) break Qt's and GoogleTest's headers.
 #include <X11/Xlib.h>
@@ -173,7 +172,7 @@ TEST_F(EditorWithPlugin, ReportsItsSizeAndOpensInsideTheParentWindow) {
   EXPECT_EQ(attributes.map_state, IsViewable);
 }
 
-TEST_F(EditorWithPlugin, ListsTheBanksAndPatchesThePluginSends) {
+TEST_F(EditorWithPlugin, ListsTheBanksAndPatchesThePluginSendsAlsoWhenItRereadsThem) {
   const Bank bank = factory();
   ASSERT_FALSE(bank.patches.empty());
   QComboBox* banks = chooser("bank");
@@ -184,6 +183,19 @@ TEST_F(EditorWithPlugin, ListsTheBanksAndPatchesThePluginSends) {
   for (int i = 0; i < patches->count(); ++i)
     EXPECT_TRUE(patches->itemText(i).endsWith(QString::fromStdString(bank.patches[i].name)));
   EXPECT_EQ(patches->currentIndex(), 0);
+
+  const std::string factoryText =
+      testing_support::readFile(std::string(PELMA_LV2_BUNDLE) + "/" + kFactoryBankFile);
+  banks_.write("Strings.plb",
+               std::regex_replace(factoryText, std::regex("name = Factory"), "name = Strings"));
+  instrument_->unit->sendObjectMessage(kRefreshBanksUri);
+  for (int block = 0; block < 200 && banks->count() < 2; ++block) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the plug-in's worker thread
+    runBlocks(1);
+  }
+  ASSERT_EQ(banks->count(), 2);
+  EXPECT_EQ(banks->itemText(1), QStringLiteral("Strings"));
+  EXPECT_EQ(banks->currentIndex(), 0);
 }
 
 TEST_F(EditorWithPlugin, TurningAKnobChangesThePluginsPortAndSound) {
@@ -201,49 +213,25 @@ TEST_F(EditorWithPlugin, TurningAKnobChangesThePluginsPortAndSound) {
   EXPECT_EQ(cutoff->property("value").toFloat(), shown) << "the plug-in's echo keeps the value";
 }
 
-TEST_F(EditorWithPlugin, ProgramChangeAndStateRestoreInThePluginShowInTheEditor) {
+TEST_F(EditorWithPlugin, PatchChoicesInEitherPlaceAndStateRestoresShowInBoth) {
   const Bank bank = factory();
   ASSERT_GE(bank.patches.size(), 4u);
+  auto showsPatch = [&](int patch) {
+    EXPECT_EQ(chooser("patch")->currentIndex(), patch);
+    EXPECT_FLOAT_EQ(pluginValue("cutoff"), bank.patches[patch].values[kCutoff]);
+    for (std::size_t i = 0; i < kParameterCount; ++i)
+      EXPECT_FLOAT_EQ(shownValue(i), bank.patches[patch].values[i]) << kParameters[i].symbol;
+  };
   const std::string saved = instrument_->saveState();
   instrument_->midi(0xC0, 3);
   runBlocks();
-  EXPECT_EQ(chooser("patch")->currentIndex(), 3);
-  for (std::size_t i = 0; i < kParameterCount; ++i)
-    EXPECT_FLOAT_EQ(shownValue(i), bank.patches[3].values[i]) << kParameters[i].symbol;
-
-  instrument_->restoreState(saved);
-  runBlocks();
-  EXPECT_EQ(chooser("patch")->currentIndex(), 0);
-  for (std::size_t i = 0; i < kParameterCount; ++i)
-    EXPECT_FLOAT_EQ(shownValue(i), bank.patches[0].values[i]) << kParameters[i].symbol;
-}
-
-TEST_F(EditorWithPlugin, ChoosingAPatchInTheEditorSelectsItInThePlugin) {
-  const Bank bank = factory();
-  ASSERT_GE(bank.patches.size(), 3u);
+  showsPatch(3);
   emit chooser("patch")->activated(2);
   runBlocks();
-  EXPECT_EQ(chooser("patch")->currentIndex(), 2);
-  EXPECT_FLOAT_EQ(pluginValue("cutoff"), bank.patches[2].values[kCutoff]);
-  EXPECT_FLOAT_EQ(shownValue(kCutoff), bank.patches[2].values[kCutoff]);
-}
-
-TEST_F(EditorWithPlugin, BanksInstalledLaterAppearWhenThePluginRereadsThem) {
-  std::ifstream in(std::filesystem::path(PELMA_LV2_BUNDLE) / kFactoryBankFile);
-  std::stringstream text;
-  text << in.rdbuf();
-  const std::string strings =
-      std::regex_replace(text.str(), std::regex("name = Factory"), "name = Strings");
-  banks_.write("Strings.plb", strings);
-  instrument_->unit->sendObjectMessage(kRefreshBanksUri);
-  for (int block = 0; block < 200 && chooser("bank")->count() < 2; ++block) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the plug-in's worker thread
-    runBlocks(1);
-  }
-  QComboBox* banks = chooser("bank");
-  ASSERT_EQ(banks->count(), 2);
-  EXPECT_EQ(banks->itemText(1), QStringLiteral("Strings"));
-  EXPECT_EQ(banks->currentIndex(), 0);
+  showsPatch(2);
+  instrument_->restoreState(saved);
+  runBlocks();
+  showsPatch(0);
 }
 
 TEST_F(EditorWithPlugin, MeterFollowsTheOutputLevel) {
