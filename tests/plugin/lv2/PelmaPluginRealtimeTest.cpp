@@ -4,31 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
 #include "../PelmaRig.h"
-#include "platform/foundation/AudioThread.h"
 #include "support/AudioAnalysis.h"
+#include "support/AudioThreadAllocations.h"
 #include "support/TemporaryFolder.h"
-
-namespace {
-std::atomic<int> allocations{0};
-}
-
-void* operator new(std::size_t size) {
-  if (platform::onAudioThread()) allocations++;
-  if (void* p = std::malloc(size ? size : 1)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-  if (p && platform::onAudioThread()) allocations++;
-  std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-  operator delete(p);
-}
 
 namespace {
 
@@ -54,7 +33,7 @@ TEST(PelmaRealtimeTest, RenderingNeverAllocates) {
     synth.midi(0xB0, 120, 0);
     synth.render(4800);
   }
-  EXPECT_EQ(allocations.load(), 0);
+  EXPECT_EQ(testing_support::audioThreadAllocations.load(), 0);
 }
 
 }  // namespace
