@@ -85,16 +85,8 @@ TEST_F(PelmaBanksTest, FolderBankNamedLikeTheFactoryBankIsSkipped) {
   EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 8000\n"));  // still the Init patch
 }
 
-TEST_F(PelmaBanksTest, RefreshMessageBringsInNewBanksWithoutRestart) {
-  PelmaRig synth;
-  writeBank("new.plb", "Fresh", 555);
-  synth.unit->sendObjectMessage(pelma::kRefreshBanksUri);
-  ASSERT_TRUE(announcesBanks(synth, 2));
-  selectBank(synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 555\n"));
-}
-
-TEST_F(PelmaBanksTest, BankFolderIsLookedAtAboutOnceASecond) {
+// The plug-in looks at the bank folder about once a second, and at once when asked to.
+TEST_F(PelmaBanksTest, NewBanksComeInWithinASecondOrOnARefreshMessage) {
   PelmaRig synth;
   writeBank("later.plb", "Later", 777);
   synth.render(43000);
@@ -103,6 +95,12 @@ TEST_F(PelmaBanksTest, BankFolderIsLookedAtAboutOnceASecond) {
   ASSERT_TRUE(announcesBanks(synth, 2));
   selectBank(synth, 1, 0);
   EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 777\n"));
+
+  writeBank("new.plb", "Fresh", 555);  // well before the next look
+  synth.unit->sendObjectMessage(pelma::kRefreshBanksUri);
+  ASSERT_TRUE(announcesBanks(synth, 3));
+  selectBank(synth, 2, 0);
+  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 555\n"));
 }
 
 TEST_F(PelmaBanksTest, ChosenBankIsKeptByNameWhenNumbersShift) {

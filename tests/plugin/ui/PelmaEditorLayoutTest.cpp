@@ -1,12 +1,10 @@
 // The editor's layout at the sizes hosts give it: the phone view (667 x 200), the design size
 // (1024 x 335), a wide tablet window and twice the design size. Every control must sit inside
 // the editor without overlapping another, and every label and value must fit where it is drawn.
-// With PELMA_EDITOR_SHOTS set to a folder, each size is also saved there as a PNG.
 
 #include <gtest/gtest.h>
 
 #include <QComboBox>
-#include <QDir>
 #include <QFontMetrics>
 #include <QLabel>
 
@@ -72,14 +70,6 @@ TEST_P(EditorLayout, EveryControlFitsAndNoLabelIsClipped) {
       EXPECT_FALSE(header->geometry().intersects(editor.control(i)->geometry()));
   }
   EXPECT_FALSE(editor.bankChooser()->geometry().intersects(editor.patchChooser()->geometry()));
-
-  if (const char* folder = std::getenv("PELMA_EDITOR_SHOTS")) {
-    QDir().mkpath(QString::fromLocal8Bit(folder));
-    editor.grab().save(QStringLiteral("%1/editor-%2x%3.png")
-                           .arg(QString::fromLocal8Bit(folder))
-                           .arg(GetParam().width())
-                           .arg(GetParam().height()));
-  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, EditorLayout,
