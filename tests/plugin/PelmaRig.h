@@ -32,13 +32,13 @@ class PelmaRig : public testing_support::OfflineRig {
   void set(const std::string& symbol, float value) { unit->setParameterValue(symbol, value); }
 
   // Renders short blocks until `done` holds, for what the plug-in's worker thread does in its own
-  // time; gives up after two thirds of a second of audio.
+  // time; gives up after two thirds of a second of audio (or ten seconds of waiting).
   template <typename Done>
   bool renderUntil(Done done) {
     for (int attempt = 0; attempt < 2000; ++attempt) {
       if (done()) return true;
       render(16);
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return done();
   }

@@ -189,8 +189,8 @@ TEST_F(EditorWithPlugin, ListsTheBanksAndPatchesThePluginSendsAlsoWhenItRereadsT
   banks_.write("Strings.plb",
                std::regex_replace(factoryText, std::regex("name = Factory"), "name = Strings"));
   instrument_->unit->sendObjectMessage(kRefreshBanksUri);
-  for (int block = 0; block < 200 && banks->count() < 2; ++block) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the plug-in's worker thread
+  for (int block = 0; block < 2000 && banks->count() < 2; ++block) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the plug-in's worker thread
     runBlocks(1);
   }
   ASSERT_EQ(banks->count(), 2);
