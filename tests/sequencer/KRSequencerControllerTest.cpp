@@ -11,7 +11,6 @@
 
 #include "frameworks/krui/KRSlider.h"
 #include "keyboard/KRBPMControl.h"
-#include "keyboard/KeyEvent.h"
 #include "platform/audio/AudioGraph.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
@@ -52,15 +51,6 @@ class KRSequencerControllerTest : public ::testing::Test {
   testing_support::ManualClock clock;
   std::unique_ptr<KRSequencerController> screen;
 };
-
-TEST(KeyEvent, StartsAtFullVelocityAndAgesOnTheMonotonicClock) {
-  testing_support::ManualClock clock;
-  KeyEvent event(60, clock);
-  EXPECT_EQ(event.key(), 60);
-  EXPECT_EQ(event.velocity(), 1.0f);
-  clock.advance(0.2);
-  EXPECT_NEAR(event.timeSinceNow(), -0.2, 1e-9);
-}
 
 TEST_F(KRSequencerControllerTest, LoadsTheSequenceTheTempoAndTheGrid) {
   const auto& track = *screen->musicTrack();
