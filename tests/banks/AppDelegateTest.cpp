@@ -18,12 +18,14 @@
 #include "platform/foundation/Log.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/PropertyListFile.h"
+#include "support/BankText.h"
 #include "support/Processes.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using testing_support::bankText;
 using testing_support::readFile;
 
 void writeFile(const fs::path& path, const std::string& text) {
@@ -35,9 +37,6 @@ std::set<std::string> names(const fs::path& folder) {
   for (const auto& entry : fs::directory_iterator(folder))
     result.insert(entry.path().filename());
   return result;
-}
-std::string bankText(const std::string& name) {
-  return "pelma-bank 1\nname = " + name + "\n[Soft]\ncutoff = 1200\nend\n";
 }
 
 class AppDelegateTest : public ::testing::Test {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/store/PackageArchive.h"
+#include "support/BankText.h"
 #include "support/CatalogServer.h"
 
 namespace testing_support {
@@ -37,10 +38,6 @@ inline bool writeZip(const std::filesystem::path& path, const std::vector<ZipEnt
                                      mode << 16);
   }
   return zip_close(archive) == 0;
-}
-
-inline std::string bankText(const std::string& name) {
-  return "pelma-bank 1\nname = " + name + "\n[Only]\ncutoff = 500\nend\n";
 }
 
 inline std::string contentInfo(const std::vector<std::string>& files) {

@@ -3,13 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "platform/foundation/Log.h"
+#include "support/BankText.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
 
-std::string bankText(const std::string& name) {
-  return "pelma-bank 1\nname = " + name + "\nversion = 2\n[One]\n[Two]\nend\n";
-}
+using testing_support::bankText;
 
 class KRBankManagerTest : public ::testing::Test {
  protected:
@@ -21,7 +20,7 @@ class KRBankManagerTest : public ::testing::Test {
 // Which entries count as banks is the bank folder reader's (BankFilesTest); the registry lists
 // what it read at the last refresh, by each bank's own name.
 TEST_F(KRBankManagerTest, RefreshListsTheInstalledBanksByTheirOwnNames) {
-  const auto file = installed_.write("file-name.plb", bankText("Bank Title"));
+  const auto file = installed_.write("file-name.plb", bankText("Bank Title", {"One", "Two"}));
   EXPECT_FALSE(registry_.containsBankWithName("Bank Title"));  // not read yet
   registry_.refresh();
   EXPECT_TRUE(registry_.containsBankWithName("Bank Title"));

@@ -27,10 +27,12 @@ class PelmaBanksTest : public ::testing::Test {
     synth.render(64);
     return synth.saveState();
   }
-  static void selectBank(PelmaRig& synth, int bank, int program) {
+  // Chooses bank and patch by MIDI; the state after the next block.
+  static std::string selectBank(PelmaRig& synth, int bank, int program) {
     synth.midi(0xB0, 0, static_cast<std::uint8_t>(bank >> 7));
     synth.midi(0xB0, 32, static_cast<std::uint8_t>(bank & 0x7F));
     synth.midi(0xC0, static_cast<std::uint8_t>(program));
+    return stateAfterBlock(synth);
   }
   // Renders until the plug-in announces a set of `count` banks on its notify output (its worker
   // thread reads the folder) — within two thirds of a second of audio.
@@ -70,19 +72,16 @@ TEST_F(PelmaBanksTest, BanksInTheFolderFollowTheFactoryBankInEntryOrder) {
   banks_.write("test.txt", "TEST");
   banks_.write("broken.plb", "pelma-bank 1\n[cut");
   PelmaRig synth;
-  selectBank(synth, 2, 0);
-  auto state = stateAfterBlock(synth);
+  auto state = selectBank(synth, 2, 0);
   EXPECT_THAT(state, HasSubstr("\"Second\""));
   EXPECT_THAT(state, HasSubstr("cutoff = 432\n"));
-  selectBank(synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 222\n"));
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 222\n"));
 }
 
 TEST_F(PelmaBanksTest, FolderBankNamedLikeTheFactoryBankIsSkipped) {
   writeBank("factory.plb", "Factory", 999);
   PelmaRig synth;
-  selectBank(synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 8000\n"));  // still the Init patch
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 8000\n"));  // still the Init patch
 }
 
 // The plug-in looks at the bank folder about once a second, and at once when asked to.
@@ -90,24 +89,20 @@ TEST_F(PelmaBanksTest, NewBanksComeInWithinASecondOrOnARefreshMessage) {
   PelmaRig synth;
   writeBank("later.plb", "Later", 777);
   synth.render(43000);
-  selectBank(synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 8000\n"));  // not there yet
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 8000\n"));  // not there yet
   ASSERT_TRUE(announcesBanks(synth, 2));
-  selectBank(synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 777\n"));
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 777\n"));
 
   writeBank("new.plb", "Fresh", 555);  // well before the next look
   synth.unit->sendObjectMessage(pelma::kRefreshBanksUri);
   ASSERT_TRUE(announcesBanks(synth, 3));
-  selectBank(synth, 2, 0);
-  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 555\n"));
+  EXPECT_THAT(selectBank(synth, 2, 0), HasSubstr("cutoff = 555\n"));
 }
 
 TEST_F(PelmaBanksTest, ChosenBankIsKeptByNameWhenNumbersShift) {
   writeBank("m.plb", "Mine", 432);
   PelmaRig synth;
   selectBank(synth, 1, 0);
-  synth.render(64);
   writeBank("a.plb", "Aardvark", 111);  // takes bank number 1
   synth.unit->sendObjectMessage(pelma::kRefreshBanksUri);
   ASSERT_TRUE(announcesBanks(synth, 3));
@@ -133,7 +128,6 @@ TEST_F(PelmaBanksTest, StateRestoresChoiceAndSoundInAnotherInstance) {
   writeBank("m.plb", "Mine", 432);
   PelmaRig first;
   selectBank(first, 1, 0);
-  first.render(64);
   first.set("resonance", 0.7f);
   auto saved = stateAfterBlock(first);
   EXPECT_THAT(saved, HasSubstr("resonance = 0.7\n"));
@@ -149,8 +143,7 @@ TEST_F(PelmaBanksTest, StateRestoresChoiceAndSoundInAnotherInstance) {
 TEST_F(PelmaBanksTest, StateWhoseBankIsGoneKeepsItsSound) {
   writeBank("m.plb", "Mine", 432);
   PelmaRig first;
-  selectBank(first, 1, 0);
-  auto saved = stateAfterBlock(first);
+  auto saved = selectBank(first, 1, 0);
   std::filesystem::remove(banks_.path() / "m.plb");
   PelmaRig second;
   second.restoreState(saved);
