@@ -68,7 +68,7 @@ class MidiOverJack : public ::testing::Test {
       source->addDelegate(router.get());
   }
   void TearDown() override {
-    if (wrapper) {
+    if (wrapper && wrapper->virtualDestinationSource()) {
       wrapper->virtualDestinationSource()->removeDelegate(router.get());
       for (const auto& source : wrapper->sources())
         source->removeDelegate(router.get());

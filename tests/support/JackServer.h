@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -28,11 +29,18 @@ class JackServer {
   }
   ~JackServer() { stop(); }
 
-  // Starts jackd and waits until clients can connect; false if it did not come up.
+  // Starts jackd and waits until clients can connect; false if it did not come up. A server of
+  // this name left running by a test program that crashed is stopped first: a new one could
+  // not take the name, and clients would meet the old one. A just-started server sometimes
+  // refuses the client after its first, so two connections in a row must succeed.
   bool start() {
+    stopLeftoverServer();
     pid_ = spawn({"jackd", "-n", name_, "-d", "dummy", "-r", std::to_string(rate_), "-p",
                   std::to_string(period_)});
-    return pid_ > 0 && waitFor(platform::jackServerIsRunning, std::chrono::seconds(5));
+    const auto twiceInARow = [] {
+      return platform::jackServerIsRunning() && platform::jackServerIsRunning();
+    };
+    return pid_ > 0 && waitFor(twiceInARow, std::chrono::seconds(5));
   }
 
   void stop() {
@@ -43,6 +51,17 @@ class JackServer {
   }
 
  private:
+  void stopLeftoverServer() const {
+    const std::string wanted = std::string("jackd") + '\0' + "-n" + '\0' + name_ + '\0';
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+      const std::string commandLine = readFile((entry.path() / "cmdline").string());
+      if (commandLine.rfind(wanted, 0) != 0) continue;
+      const pid_t leftover = std::atoi(entry.path().filename().c_str());
+      kill(leftover, SIGTERM);
+      waitFor([&] { return kill(leftover, 0) != 0; }, std::chrono::seconds(5));
+    }
+  }
+
   static std::string programName() {
     char path[4096] = {};
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
