@@ -223,33 +223,43 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
     if (error) *error = "\"" + unit->name_ + "\" failed to instantiate";
     return nullptr;
   }
-  unit->host_->worker = static_cast<const LV2_Worker_Interface*>(
-      lilv_instance_get_extension_data(unit->instance_, LV2_WORKER__interface));
   lv2_atom_forge_init(&unit->forge_, world->mapFeature());
   unit->urids_ = {world->map(LV2_MIDI__MidiEvent), world->map(LV2_TIME__Position),
                   world->map(LV2_TIME__beatsPerMinute), world->map(LV2_TIME__beatsPerBar),
                   world->map(LV2_TIME__beatUnit)};
   unit->chunkType_ = world->map(LV2_ATOM__Chunk);
   unit->responseBuffer_.resize(1 << 16);
-  unit->connectPorts();
+  unit->findPorts();
   unit->contextReader_ = unit->contextBlock_.makeReader();
-  lilv_instance_activate(unit->instance_);
-  unit->workerRunning_ = true;
-  unit->workerThread_ = std::thread([raw = unit.get()] { raw->runWorkerThread(); });
+  unit->startInstance();
   return unit;
 }
 
 AudioUnit::~AudioUnit() {
+  endInstance();
+}
+
+void AudioUnit::startInstance() {
+  host_->worker = static_cast<const LV2_Worker_Interface*>(
+      lilv_instance_get_extension_data(instance_, LV2_WORKER__interface));
+  connectPorts();
+  lilv_instance_activate(instance_);
+  workerRunning_ = true;
+  workerThread_ = std::thread([this] { runWorkerThread(); });
+}
+
+void AudioUnit::endInstance() {
   workerRunning_ = false;
   if (host_) sem_post(&host_->wake);
   if (workerThread_.joinable()) workerThread_.join();
   if (instance_) {
     lilv_instance_deactivate(instance_);
     lilv_instance_free(instance_);
+    instance_ = nullptr;
   }
 }
 
-void AudioUnit::connectPorts() {
+void AudioUnit::findPorts() {
   Lv2World& world = *world_;
   const LilvNode* audio = world.node(LV2_CORE__AudioPort);
   const LilvNode* control = world.node(LV2_CORE__ControlPort);
@@ -302,8 +312,10 @@ void AudioUnit::connectPorts() {
     }
   }
   if (outputPorts_[1] < 0) outputPorts_[1] = outputPorts_[0];
+}
 
-  for (std::uint32_t index = 0; index < count; ++index) {
+void AudioUnit::connectPorts() {
+  for (std::uint32_t index = 0; index < ports_.size(); ++index) {
     Port& p = ports_[index];
     void* location = nullptr;
     switch (p.kind) {
@@ -331,7 +343,7 @@ void AudioUnit::connectPorts() {
   for (auto& p : ports_) {
     if (p.kind == Port::atomIn) {
       auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(atomBuffers_[p.bufferIndex].data());
-      sequence->atom = {sizeof(LV2_Atom_Sequence_Body), world.map(LV2_ATOM__Sequence)};
+      sequence->atom = {sizeof(LV2_Atom_Sequence_Body), world_->map(LV2_ATOM__Sequence)};
       sequence->body = {0, 0};
     }
   }
@@ -399,65 +411,6 @@ void AudioUnit::setParameterValue(const std::string& symbol, float value) {
     if (p.kind == Port::controlIn && p.symbol == symbol)
       controlTargets_[p.controlIndex]->store(value);
   }
-}
-
-namespace {
-
-struct StateCollector {
-  Lv2World* world;
-  PropertyDictionary properties;
-};
-
-LV2_State_Status storeProperty(LV2_State_Handle handle, uint32_t key, const void* value,
-                               size_t size, uint32_t type, uint32_t) {
-  auto* collector = static_cast<StateCollector*>(handle);
-  Lv2World& world = *collector->world;
-  const char* keyUri = world.unmap(key);
-  const char* typeUri = world.unmap(type);
-  if (!keyUri || !typeUri) return LV2_STATE_ERR_UNKNOWN;
-  const std::string typeName = typeUri;
-  PropertyValue stored;
-  if ((typeName == LV2_ATOM__String || typeName == LV2_ATOM__Path || typeName == LV2_ATOM__URI) &&
-      size > 0) {
-    stored = std::string(static_cast<const char*>(value),
-                         strnlen(static_cast<const char*>(value), size));
-  } else if (typeName == LV2_ATOM__Int && size == sizeof(int32_t)) {
-    stored = std::int64_t{*static_cast<const int32_t*>(value)};
-  } else if (typeName == LV2_ATOM__Long && size == sizeof(int64_t)) {
-    stored = std::int64_t{*static_cast<const int64_t*>(value)};
-  } else if (typeName == LV2_ATOM__Float && size == sizeof(float)) {
-    stored = double{*static_cast<const float*>(value)};
-  } else if (typeName == LV2_ATOM__Double && size == sizeof(double)) {
-    stored = *static_cast<const double*>(value);
-  } else if (typeName == LV2_ATOM__Bool && size == sizeof(int32_t)) {
-    stored = *static_cast<const int32_t*>(value) != 0;
-  } else {
-    const auto* bytes = static_cast<const std::uint8_t*>(value);
-    stored = PropertyData(bytes, bytes + size);
-  }
-  collector->properties[keyUri] = PropertyDictionary{{"type", typeName}, {"value", stored}};
-  return LV2_STATE_SUCCESS;
-}
-
-}  // namespace
-
-PropertyDictionary AudioUnit::fullState() {
-  PropertyDictionary ports;
-  for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn)
-      ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
-  }
-  StateCollector collector{world_.get(), {}};
-  const auto* state = static_cast<const LV2_State_Interface*>(
-      lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
-  if (state && state->save) {
-    state->save(lilv_instance_get_handle(instance_), storeProperty, &collector,
-                LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
-  }
-  return PropertyDictionary{{"uri", uri_},
-                            {"name", name_},
-                            {"ports", std::move(ports)},
-                            {"properties", std::move(collector.properties)}};
 }
 
 }  // namespace platform

@@ -90,6 +90,14 @@ class AudioUnit final : public AudioNode {
   // ("ports"), and the properties it saves through its state interface ("properties", each
   // with its "type" URI and "value").
   PropertyDictionary fullState();
+  // Main thread, while the graph does not render this instrument: gives the plug-in a state
+  // fullState made (control inputs by symbol, then its stored properties).
+  void restoreFullState(const PropertyDictionary& state);
+  // Main thread, while the graph does not render this instrument: makes the plug-in instance
+  // again at `sampleRate`, keeping its state. This object, its MIDI queue and its ports stay, so
+  // whoever sends it MIDI keeps doing so; an editor given lilvInstance() must be opened again.
+  // False (and a log line) when the plug-in cannot run at that rate; it then keeps its old one.
+  bool setSampleRate(double sampleRate);
 
   // Control inputs, by port symbol (any thread; the audio thread picks changes up per block).
   std::vector<std::string> parameterSymbols() const;
@@ -127,7 +135,11 @@ class AudioUnit final : public AudioNode {
     int bufferIndex = -1;   // index into audioBuffers_ or atomBuffers_
     float forwarded = NAN;  // control outputs: the value last given to the editor
   };
-  void connectPorts();
+  void findPorts();     // the port table and buffers, once
+  void connectPorts();  // the instance's ports to them, at every instantiation
+  // Connects, activates and starts the worker for instance_; endInstance undoes it all.
+  void startInstance();
+  void endInstance();
   void runWorkerThread();
   void writeAtomInput(std::uint32_t frames) noexcept;
   void deliverWorkerResponses() noexcept;

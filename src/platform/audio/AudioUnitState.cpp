@@ -1,0 +1,168 @@
+// An LV2 instrument's state: saved as a property dictionary (control inputs by symbol, the
+// properties its state interface stores), restored from one, and kept when the instance is made
+// again at another sample rate. Main thread.
+
+#include <lv2/atom/atom.h>
+#include <lv2/state/state.h>
+#include <lv2/worker/worker.h>
+
+#include <cstring>
+
+#include "platform/audio/AudioUnit.h"
+#include "platform/audio/Lv2Host.h"
+#include "platform/audio/Lv2World.h"
+#include "platform/foundation/Log.h"
+
+namespace platform {
+namespace {
+
+struct StateCollector {
+  Lv2World* world;
+  PropertyDictionary properties;
+};
+
+LV2_State_Status storeProperty(LV2_State_Handle handle, uint32_t key, const void* value,
+                               size_t size, uint32_t type, uint32_t) {
+  auto* collector = static_cast<StateCollector*>(handle);
+  Lv2World& world = *collector->world;
+  const char* keyUri = world.unmap(key);
+  const char* typeUri = world.unmap(type);
+  if (!keyUri || !typeUri) return LV2_STATE_ERR_UNKNOWN;
+  const std::string typeName = typeUri;
+  PropertyValue stored;
+  if ((typeName == LV2_ATOM__String || typeName == LV2_ATOM__Path || typeName == LV2_ATOM__URI) &&
+      size > 0) {
+    stored = std::string(static_cast<const char*>(value),
+                         strnlen(static_cast<const char*>(value), size));
+  } else if (typeName == LV2_ATOM__Int && size == sizeof(int32_t)) {
+    stored = std::int64_t{*static_cast<const int32_t*>(value)};
+  } else if (typeName == LV2_ATOM__Long && size == sizeof(int64_t)) {
+    stored = std::int64_t{*static_cast<const int64_t*>(value)};
+  } else if (typeName == LV2_ATOM__Float && size == sizeof(float)) {
+    stored = double{*static_cast<const float*>(value)};
+  } else if (typeName == LV2_ATOM__Double && size == sizeof(double)) {
+    stored = *static_cast<const double*>(value);
+  } else if (typeName == LV2_ATOM__Bool && size == sizeof(int32_t)) {
+    stored = *static_cast<const int32_t*>(value) != 0;
+  } else {
+    const auto* bytes = static_cast<const std::uint8_t*>(value);
+    stored = PropertyData(bytes, bytes + size);
+  }
+  collector->properties[keyUri] = PropertyDictionary{{"type", typeName}, {"value", stored}};
+  return LV2_STATE_SUCCESS;
+}
+
+// The stored properties as the plug-in reads them back: each value in its atom type's layout.
+struct StateSource {
+  struct Entry {
+    LV2_URID type;
+    std::vector<std::uint8_t> bytes;
+  };
+  std::map<LV2_URID, Entry> entries;
+
+  template <typename T>
+  static std::vector<std::uint8_t> bytesOf(T value) {
+    std::vector<std::uint8_t> bytes(sizeof value);
+    std::memcpy(bytes.data(), &value, sizeof value);
+    return bytes;
+  }
+
+  StateSource(Lv2World& world, const PropertyDictionary& properties) {
+    for (const auto& [key, stored] : properties) {
+      const auto* property = stored.get<PropertyDictionary>();
+      if (!property || !property->count("type") || !property->count("value")) continue;
+      const auto* typeName = property->at("type").get<std::string>();
+      if (!typeName) continue;
+      const PropertyValue& value = property->at("value");
+      std::vector<std::uint8_t> bytes;
+      if (const auto* text = value.get<std::string>()) {
+        bytes.assign(text->begin(), text->end());
+        bytes.push_back(0);
+      } else if (const auto* integer = value.get<std::int64_t>()) {
+        bytes = *typeName == LV2_ATOM__Long ? bytesOf(*integer)
+                                            : bytesOf(static_cast<int32_t>(*integer));
+      } else if (const auto* real = value.get<double>()) {
+        bytes = *typeName == LV2_ATOM__Double ? bytesOf(*real) : bytesOf(static_cast<float>(*real));
+      } else if (const auto* flag = value.get<bool>()) {
+        bytes = bytesOf(static_cast<int32_t>(*flag));
+      } else if (const auto* data = value.get<PropertyData>()) {
+        bytes = *data;
+      }
+      entries[world.map(key.c_str())] = {world.map(typeName->c_str()), std::move(bytes)};
+    }
+  }
+};
+
+const void* retrieveProperty(LV2_State_Handle handle, uint32_t key, size_t* size, uint32_t* type,
+                             uint32_t* flags) {
+  auto* source = static_cast<StateSource*>(handle);
+  const auto found = source->entries.find(key);
+  if (found == source->entries.end()) return nullptr;
+  *size = found->second.bytes.size();
+  *type = found->second.type;
+  *flags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
+  return found->second.bytes.data();
+}
+
+}  // namespace
+
+PropertyDictionary AudioUnit::fullState() {
+  PropertyDictionary ports;
+  for (const Port& p : ports_) {
+    if (p.kind == Port::controlIn)
+      ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
+  }
+  StateCollector collector{world_.get(), {}};
+  const auto* state = static_cast<const LV2_State_Interface*>(
+      lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
+  if (state && state->save) {
+    state->save(lilv_instance_get_handle(instance_), storeProperty, &collector,
+                LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+  }
+  return PropertyDictionary{{"uri", uri_},
+                            {"name", name_},
+                            {"ports", std::move(ports)},
+                            {"properties", std::move(collector.properties)}};
+}
+
+void AudioUnit::restoreFullState(const PropertyDictionary& state) {
+  if (const auto* ports =
+          state.count("ports") ? state.at("ports").get<PropertyDictionary>() : nullptr) {
+    for (const auto& [symbol, value] : *ports) {
+      if (const auto* number = value.get<double>())
+        setParameterValue(symbol, static_cast<float>(*number));
+    }
+  }
+  const auto* properties =
+      state.count("properties") ? state.at("properties").get<PropertyDictionary>() : nullptr;
+  const auto* interface = static_cast<const LV2_State_Interface*>(
+      lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
+  if (!properties || !interface || !interface->restore) return;
+  StateSource source(*world_, *properties);
+  interface->restore(lilv_instance_get_handle(instance_), retrieveProperty, &source,
+                     LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+}
+
+bool AudioUnit::setSampleRate(double sampleRate) {
+  if (sampleRate == sampleRate_) return true;
+  const PropertyDictionary state = fullState();
+  endInstance();
+  host_->sampleRate = static_cast<float>(sampleRate);
+  instance_ = lilv_plugin_instantiate(plugin_, sampleRate, host_->featurePointers.data());
+  if (!instance_) {
+    log("\"{}\" failed to instantiate at {} Hz; it stays at {} Hz", name_, sampleRate, sampleRate_);
+    host_->sampleRate = static_cast<float>(sampleRate_);
+    instance_ = lilv_plugin_instantiate(plugin_, sampleRate_, host_->featurePointers.data());
+    if (!instance_) return false;
+    startInstance();
+    restoreFullState(state);
+    return false;
+  }
+  sampleRate_ = sampleRate;
+  sentTempo_ = 0.0;  // the new instance has not heard the tempo yet
+  startInstance();
+  restoreFullState(state);
+  return true;
+}
+
+}  // namespace platform
