@@ -204,7 +204,10 @@ class Listener {
     port_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
     jack_set_process_callback(client_, &process, this);
     jack_activate(client_);
-    jack_connect(client_, "Pelma:out_1", "listener:in");
+    const char** outputs =
+        jack_get_ports(client_, "^Pelma:", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
+    if (outputs && outputs[0]) jack_connect(client_, outputs[0], "listener:in");
+    jack_free(outputs);
   }
   ~Listener() {
     if (client_) jack_client_close(client_);
