@@ -224,9 +224,11 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
     return nullptr;
   }
   lv2_atom_forge_init(&unit->forge_, world->mapFeature());
-  unit->urids_ = {world->map(LV2_MIDI__MidiEvent), world->map(LV2_TIME__Position),
+  unit->urids_ = {world->map(LV2_MIDI__MidiEvent),      world->map(LV2_TIME__Position),
                   world->map(LV2_TIME__beatsPerMinute), world->map(LV2_TIME__beatsPerBar),
-                  world->map(LV2_TIME__beatUnit)};
+                  world->map(LV2_TIME__beatUnit),       world->map(LV2_TIME__speed),
+                  world->map(LV2_TIME__frame),          world->map(LV2_TIME__bar),
+                  world->map(LV2_TIME__barBeat),        world->map(LV2_TIME__beat)};
   unit->chunkType_ = world->map(LV2_ATOM__Chunk);
   unit->responseBuffer_.resize(1 << 16);
   unit->findPorts();
@@ -371,6 +373,10 @@ void AudioUnit::runWorkerThread() {
       log("{}: {}", name_, line);
     }
   }
+}
+
+std::uint32_t AudioUnit::mapURI(const char* uri) const {
+  return world_->map(uri);
 }
 
 void AudioUnit::discardQueuedMidi() noexcept {

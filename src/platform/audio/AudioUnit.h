@@ -30,6 +30,7 @@
 #include "platform/foundation/PropertyList.h"
 #include "platform/foundation/SnapshotPublisher.h"
 #include "platform/music/MidiBlock.h"
+#include "platform/music/TransportPosition.h"
 
 namespace platform {
 
@@ -64,6 +65,8 @@ class AudioUnit final : public AudioNode {
   // (instance-access, data-access). Main thread.
   LilvInstance* lilvInstance() const { return instance_; }
   double sampleRate() const { return sampleRate_; }
+  // The number the plug-in knows `uri` by (urid:map), for editors and tests that read its atoms.
+  std::uint32_t mapURI(const char* uri) const;
   std::uint32_t maximumFramesToRender() const { return maxFrames_; }
 
   // Any thread, never blocks. False when the message queue is full (the message is dropped).
@@ -108,6 +111,8 @@ class AudioUnit final : public AudioNode {
   // Takes the queued messages into this block's MIDI (at their offsets) and returns the block,
   // for the music player to add its notes to.
   MidiBlock& beginBlock(std::uint32_t frames) noexcept;
+  // Where the sequence stands at the start of this block (the graph tells it from its player).
+  void setTransportPosition(const TransportPosition& position) noexcept { transport_ = position; }
   // Hands the block's MIDI to the plug-in and runs it for `frames` frames.
   void process(std::uint32_t frames) noexcept;
   // The rendered audio of the last block: channel 0 and 1 (a mono plug-in gives the same twice).
@@ -115,6 +120,9 @@ class AudioUnit final : public AudioNode {
 
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
   const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
+  // Everything the plug-in's MIDI input received in the last block, as it received it (the MIDI,
+  // time positions and editor messages); null without such an input. For tests.
+  const LV2_Atom_Sequence* lastAtomInput() const noexcept;
 
   // The plug-in's own editor, both ways and lock-free (main thread; the audio thread moves the
   // messages each block). sendEditorEvent queues an atom (header and body) for the plug-in's
@@ -142,6 +150,7 @@ class AudioUnit final : public AudioNode {
   void endInstance();
   void runWorkerThread();
   void writeAtomInput(std::uint32_t frames) noexcept;
+  void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;
   void deliverWorkerResponses() noexcept;
 
   std::shared_ptr<Lv2World> world_;
@@ -164,7 +173,8 @@ class AudioUnit final : public AudioNode {
 
   LV2_Atom_Forge forge_{};
   struct {
-    LV2_URID midiEvent, timePosition, beatsPerMinute, beatsPerBar, beatUnit;
+    LV2_URID midiEvent, timePosition, beatsPerMinute, beatsPerBar, beatUnit, speed, frame, bar,
+        barBeat, beat;
   } urids_{};
   LV2_URID chunkType_ = 0;
   std::vector<std::uint8_t> responseBuffer_;
@@ -174,6 +184,10 @@ class AudioUnit final : public AudioNode {
   MidiBlock midi_;
   SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
   SnapshotPublisher<MusicalContextBlock>::Reader contextReader_;
+  // Audio thread: the transport this block, and what the plug-in was last told.
+  TransportPosition transport_;
+  TransportPosition sentPosition_{false, -1.0, 0.0};  // never a real position: the first is sent
+  std::uint32_t previousFrames_ = 0;
   double sentTempo_ = 0.0, sentNumerator_ = 0.0;
   std::int64_t sentDenominator_ = 0;
 

@@ -7,6 +7,7 @@
 #include <lv2/time/time.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <optional>
 
@@ -52,6 +53,12 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
   deliverWorkerResponses();
 }
 
+const LV2_Atom_Sequence* AudioUnit::lastAtomInput() const noexcept {
+  if (midiInputPort_ < 0) return nullptr;
+  return reinterpret_cast<const LV2_Atom_Sequence*>(
+      atomBuffers_[ports_[midiInputPort_].bufferIndex].data());
+}
+
 void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
   if (midiInputPort_ < 0) return;
   auto& buffer = atomBuffers_[ports_[midiInputPort_].bufferIndex];
@@ -60,30 +67,7 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
   LV2_Atom_Forge_Frame sequenceFrame;
   lv2_atom_forge_sequence_head(&forge, &sequenceFrame, 0);
 
-  if (acceptsTimePosition_) {
-    const MusicalContextBlock* block = contextReader_.acquire();
-    double tempo = 0.0, numerator = 0.0, beat = 0.0, downbeat = 0.0;
-    std::int64_t denominator = 0, toNextBeat = 0;
-    if (block && *block &&
-        (*block)(&tempo, &numerator, &denominator, &beat, &toNextBeat, &downbeat) &&
-        (tempo != sentTempo_ || numerator != sentNumerator_ || denominator != sentDenominator_)) {
-      sentTempo_ = tempo;
-      sentNumerator_ = numerator;
-      sentDenominator_ = denominator;
-      LV2_Atom_Forge_Frame objectFrame;
-      lv2_atom_forge_frame_time(&forge, 0);
-      lv2_atom_forge_object(&forge, &objectFrame, 0, urids_.timePosition);
-      lv2_atom_forge_key(&forge, urids_.beatsPerMinute);
-      lv2_atom_forge_float(&forge, static_cast<float>(tempo));
-      lv2_atom_forge_key(&forge, urids_.beatsPerBar);
-      lv2_atom_forge_float(&forge, static_cast<float>(numerator));
-      lv2_atom_forge_key(&forge, urids_.beatUnit);
-      lv2_atom_forge_int(&forge, static_cast<int32_t>(denominator));
-      lv2_atom_forge_pop(&forge, &objectFrame);
-    }
-    contextReader_.release();
-  }
-
+  if (acceptsTimePosition_) writeTimePosition(forge, frames);
   writeEditorEvents(forge);
   midi_.sortByFrame();
   for (const MidiEvent& event : midi_) {
@@ -93,6 +77,55 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
     lv2_atom_forge_write(&forge, event.bytes, event.size);
   }
   lv2_atom_forge_pop(&forge, &sequenceFrame);
+}
+
+// Sends a time:Position at frame 0 when the transport starts, stops or jumps (the position is not
+// where the last block's would have carried it), and when the tempo or meter changes.
+void AudioUnit::writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept {
+  const MusicalContextBlock* block = contextReader_.acquire();
+  double tempo = 0.0, numerator = 4.0, beat = 0.0, downbeat = 0.0;
+  std::int64_t denominator = 4, toNextBeat = 0;
+  const bool told =
+      block && *block && (*block)(&tempo, &numerator, &denominator, &beat, &toNextBeat, &downbeat);
+  contextReader_.release();
+  const TransportPosition now = transport_;
+  if (now.tempo > 0.0) tempo = now.tempo;  // the sequence's own tempo track decides
+  if (!told && now.tempo <= 0.0) return;   // nobody tells a time
+
+  const double carriedTo =
+      sentPosition_.beat +
+      (sentPosition_.playing ? previousFrames_ * sentPosition_.tempo / (60.0 * sampleRate_) : 0.0);
+  const bool moved = now.playing != sentPosition_.playing || std::abs(now.beat - carriedTo) > 1e-6;
+  const bool changed =
+      tempo != sentTempo_ || numerator != sentNumerator_ || denominator != sentDenominator_;
+  sentPosition_ = {now.playing, now.beat, now.tempo};
+  previousFrames_ = frames;
+  if (!moved && !changed) return;
+  sentTempo_ = tempo;
+  sentNumerator_ = numerator;
+  sentDenominator_ = denominator;
+
+  const double bar = std::floor(now.beat / numerator);
+  LV2_Atom_Forge_Frame objectFrame;
+  lv2_atom_forge_frame_time(&forge, 0);
+  lv2_atom_forge_object(&forge, &objectFrame, 0, urids_.timePosition);
+  lv2_atom_forge_key(&forge, urids_.speed);
+  lv2_atom_forge_float(&forge, now.playing ? 1.0f : 0.0f);
+  lv2_atom_forge_key(&forge, urids_.frame);
+  lv2_atom_forge_long(&forge, std::llround(now.beat * 60.0 / tempo * sampleRate_));
+  lv2_atom_forge_key(&forge, urids_.bar);
+  lv2_atom_forge_long(&forge, static_cast<std::int64_t>(bar));
+  lv2_atom_forge_key(&forge, urids_.barBeat);
+  lv2_atom_forge_float(&forge, static_cast<float>(now.beat - bar * numerator));
+  lv2_atom_forge_key(&forge, urids_.beat);
+  lv2_atom_forge_double(&forge, now.beat);
+  lv2_atom_forge_key(&forge, urids_.beatsPerMinute);
+  lv2_atom_forge_float(&forge, static_cast<float>(tempo));
+  lv2_atom_forge_key(&forge, urids_.beatsPerBar);
+  lv2_atom_forge_float(&forge, static_cast<float>(numerator));
+  lv2_atom_forge_key(&forge, urids_.beatUnit);
+  lv2_atom_forge_int(&forge, static_cast<int32_t>(denominator));
+  lv2_atom_forge_pop(&forge, &objectFrame);
 }
 
 void AudioUnit::deliverWorkerResponses() noexcept {

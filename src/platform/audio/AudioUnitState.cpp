@@ -159,7 +159,9 @@ bool AudioUnit::setSampleRate(double sampleRate) {
     return false;
   }
   sampleRate_ = sampleRate;
-  sentTempo_ = 0.0;  // the new instance has not heard the tempo yet
+  // The new instance has heard no time yet.
+  sentTempo_ = 0.0;
+  sentPosition_ = {false, -1.0, 0.0};
   startInstance();
   restoreFullState(state);
   return true;
