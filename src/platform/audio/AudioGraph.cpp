@@ -111,8 +111,10 @@ bool AudioGraph::start(std::string* error) {
       renderSampleRate_ = output_->sampleRate();
       activeOutput_.store(output_.get(), std::memory_order_release);
     }
-    // Nothing renders the instruments now: they may be made again at the output's rate.
+    // Nothing renders the instruments now: they may be made again at the output's rate, and
+    // learn the period they will mostly be asked for.
     for (const auto& unit : units_) {
+      unit->setNominalBlockLength(output_->bufferFrames());
       if (unit->sampleRate() != output_->sampleRate()) {
         const double before = unit->sampleRate();
         if (unit->setSampleRate(output_->sampleRate())) {

@@ -375,6 +375,24 @@ void AudioUnit::runWorkerThread() {
   }
 }
 
+std::uint32_t AudioUnit::nominalBlockLength() const {
+  return static_cast<std::uint32_t>(host_->nominalBlock);
+}
+
+void AudioUnit::setNominalBlockLength(std::uint32_t frames) {
+  frames = std::clamp<std::uint32_t>(frames, 1, maxFrames_);
+  if (static_cast<std::uint32_t>(host_->nominalBlock) == frames) return;
+  host_->nominalBlock = static_cast<int32_t>(frames);
+  const auto* options = static_cast<const LV2_Options_Interface*>(
+      lilv_instance_get_extension_data(instance_, LV2_OPTIONS__interface));
+  if (!options || !options->set) return;
+  const LV2_Options_Option changed[] = {
+      {LV2_OPTIONS_INSTANCE, 0, world_->map(LV2_BUF_SIZE__nominalBlockLength), sizeof(int32_t),
+       world_->map(LV2_ATOM__Int), &host_->nominalBlock},
+      {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr}};
+  options->set(lilv_instance_get_handle(instance_), changed);
+}
+
 std::uint32_t AudioUnit::mapURI(const char* uri) const {
   return world_->map(uri);
 }

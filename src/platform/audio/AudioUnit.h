@@ -68,6 +68,11 @@ class AudioUnit final : public AudioNode {
   // The number the plug-in knows `uri` by (urid:map), for editors and tests that read its atoms.
   std::uint32_t mapURI(const char* uri) const;
   std::uint32_t maximumFramesToRender() const { return maxFrames_; }
+  // The block length the plug-in is told to expect most (buf-size:nominalBlockLength): the
+  // output's period. Main thread, while the graph does not render this instrument; a plug-in
+  // with the options interface hears the change at once.
+  std::uint32_t nominalBlockLength() const;
+  void setNominalBlockLength(std::uint32_t frames);
 
   // Any thread, never blocks. False when the message queue is full (the message is dropped).
   bool sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,

@@ -15,7 +15,33 @@
 #include "platform/audio/Lv2Host.h"
 #include "platform/audio/Lv2World.h"
 
+#if defined(__x86_64__) || defined(__SSE2__)
+#include <xmmintrin.h>
+#endif
+
 namespace platform {
+namespace {
+
+// Denormal numbers in a plug-in's decaying tails cost up to a hundred times a normal operation:
+// run() is called with flush-to-zero and denormals-are-zero on, and the thread's own mode is put
+// back after it.
+class DenormalsFlushed {
+ public:
+#if defined(__x86_64__) || defined(__SSE2__)
+  DenormalsFlushed() noexcept : saved_(_mm_getcsr()) {
+    _mm_setcsr(saved_ | kFlushToZero | kDenormalsAreZero);
+  }
+  ~DenormalsFlushed() {
+    _mm_setcsr(saved_);
+  }
+
+ private:
+  static constexpr unsigned kFlushToZero = 0x8000, kDenormalsAreZero = 0x0040;
+  unsigned saved_;
+#endif
+};
+
+}  // namespace
 
 bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
                               std::uint32_t sampleOffset) noexcept {
@@ -48,7 +74,10 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
     }
   }
   writeAtomInput(frames);
-  lilv_instance_run(instance_, frames);
+  {
+    DenormalsFlushed flushed;
+    lilv_instance_run(instance_, frames);
+  }
   forwardPluginEvents();
   deliverWorkerResponses();
 }

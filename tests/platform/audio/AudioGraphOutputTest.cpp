@@ -246,6 +246,7 @@ TEST(AudioGraphOutput, KeepsPlayingWhenTheServersPeriodOrRateChanges) {
   auto listener = std::make_unique<Listener>();
   playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
   ASSERT_TRUE(listener->hears());
+  EXPECT_EQ(playing.unit->nominalBlockLength(), 256u);  // the server's period
 
   listener->setPeriod(1024);
   EXPECT_TRUE(listener->hears());
@@ -264,6 +265,7 @@ TEST(AudioGraphOutput, KeepsPlayingWhenTheServersPeriodOrRateChanges) {
   playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
   EXPECT_TRUE(listener->hears());
   EXPECT_EQ(playing.unit->sampleRate(), 44100.0);
+  EXPECT_EQ(playing.unit->nominalBlockLength(), 512u);
   EXPECT_FLOAT_EQ(playing.unit->parameterValue("osc_tune"), 0.8f);
   EXPECT_TRUE(log.contains("Audio output: JACK (system), 44100 Hz, 512 frames"));
   listener.reset();

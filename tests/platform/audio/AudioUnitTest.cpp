@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <xmmintrin.h>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -228,6 +229,17 @@ TEST(AudioUnit, ObjectMessagesReachThePlugInAtOnce) {
   EXPECT_EQ(chosenBank(), "Just Arrived");
   EXPECT_LT(rig.renderedFrames, 48000u);
   std::filesystem::remove(folder / "arrived.plb");
+}
+
+// run() is called with flush-to-zero and denormals-are-zero on (the probe plays 1 only then), and
+// the rendering thread gets its own mode back.
+TEST(AudioUnit, RunsPlugInsWithDenormalsFlushedAndRestoresTheThreadsMode) {
+  constexpr unsigned kModeBits = ~0x3Fu;  // not the exception flags, which any sum may raise
+  const unsigned before = _mm_getcsr() & kModeBits;
+  OfflineRig rig("Float Mode Probe", 64);
+  const auto rendered = rig.render(64);
+  EXPECT_EQ(rendered.front(), 1.0f);
+  EXPECT_EQ(_mm_getcsr() & kModeBits, before);
 }
 
 }  // namespace
