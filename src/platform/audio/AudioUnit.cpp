@@ -187,6 +187,7 @@ static std::string unknownRequiredPort(Lv2World& world, const LilvPlugin* plugin
 std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
                                              const LilvPlugin* plugin, double sampleRate,
                                              std::uint32_t maxFrames, std::string* error) {
+  auto lock = world->queryLock();  // everything here asks lilv, instantiation too
   std::shared_ptr<AudioUnit> unit(new AudioUnit());
   unit->world_ = world;
   unit->plugin_ = plugin;
@@ -299,6 +300,7 @@ void AudioUnit::findPorts() {
       float value = defaults[index];
       if (std::isnan(value)) value = std::isnan(minimum[index]) ? 0.0f : minimum[index];
       p.value = value;
+      p.defaultValue = value;
       if (isInput) {
         p.controlIndex = static_cast<int>(controlTargets_.size());
         controlTargets_.push_back(std::make_unique<std::atomic<float>>(value));

@@ -48,6 +48,12 @@ using MusicalContextBlock = std::function<bool(
     double* currentBeatPosition, std::int64_t* sampleOffsetToNextBeat,
     double* currentMeasureDownbeatPosition)>;
 
+// A preset of a plug-in (pset:Preset): its URI and the name it shows.
+struct AudioUnitPreset {
+  std::string uri;
+  std::string name;
+};
+
 class AudioUnit final : public AudioNode {
  public:
   // Instantiates `plugin` (any thread). Null, with a one-line reason in `error`, when the plug-in
@@ -98,9 +104,17 @@ class AudioUnit final : public AudioNode {
   // ("ports"), and the properties it saves through its state interface ("properties", each
   // with its "type" URI and "value").
   PropertyDictionary fullState();
-  // Main thread, while the graph does not render this instrument: gives the plug-in a state
-  // fullState made (control inputs by symbol, then its stored properties).
-  void restoreFullState(const PropertyDictionary& state);
+  // Main thread, also while the graph renders (the plug-in skips the block the restore takes):
+  // gives the plug-in a state fullState made (control inputs by symbol, then its stored
+  // properties), a state file written by LV2 hosts (a Turtle file of lilv's state format), its
+  // presets, or its default state (every control at its default, and the plug-in's own default
+  // state when it has one). False, with one log line, when the state cannot be read.
+  bool restoreFullState(const PropertyDictionary& state);
+  bool restoreStateFromFile(const std::string& path);
+  bool loadPreset(const std::string& presetUri);
+  bool loadDefaultState();
+  // Main thread: the plug-in's presets, by name.
+  std::vector<AudioUnitPreset> presets() const;
   // Main thread, while the graph does not render this instrument: makes the plug-in instance
   // again at `sampleRate`, keeping its state. This object, its MIDI queue and its ports stay, so
   // whoever sends it MIDI keeps doing so; an editor given lilvInstance() must be opened again.
@@ -143,10 +157,11 @@ class AudioUnit final : public AudioNode {
   struct Port {
     enum Kind { audioIn, audioOut, controlIn, controlOut, atomIn, atomOut, cv, other } kind = other;
     std::string symbol;
-    float value = 0.0f;     // control ports: the value the plug-in reads or writes
-    int controlIndex = -1;  // control inputs: index into controlTargets_
-    int bufferIndex = -1;   // index into audioBuffers_ or atomBuffers_
-    float forwarded = NAN;  // control outputs: the value last given to the editor
+    float value = 0.0f;         // control ports: the value the plug-in reads or writes
+    int controlIndex = -1;      // control inputs: index into controlTargets_
+    int bufferIndex = -1;       // index into audioBuffers_ or atomBuffers_
+    float forwarded = NAN;      // control outputs: the value last given to the editor
+    float defaultValue = 0.0f;  // control inputs
   };
   void findPorts();     // the port table and buffers, once
   void connectPorts();  // the instance's ports to them, at every instantiation
@@ -154,6 +169,11 @@ class AudioUnit final : public AudioNode {
   void startInstance();
   void endInstance();
   void runWorkerThread();
+  // Keeps run() from being called (the audio thread renders silence for this instrument) while
+  // the main thread restores a state; false when a block in progress did not end within a second.
+  bool suspendRun();
+  void resumeRun() { runSuspended_.store(false); }
+  bool applyState(LilvState* state, const std::string& what);
   void writeAtomInput(std::uint32_t frames) noexcept;
   void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;
   void deliverWorkerResponses() noexcept;
@@ -196,6 +216,7 @@ class AudioUnit final : public AudioNode {
   double sentTempo_ = 0.0, sentNumerator_ = 0.0;
   std::int64_t sentDenominator_ = 0;
 
+  std::atomic<bool> runSuspended_{false}, inRun_{false};
   std::thread workerThread_;
   std::atomic<bool> workerRunning_{false};
 

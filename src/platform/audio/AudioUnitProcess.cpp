@@ -63,6 +63,15 @@ MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
 
 void AudioUnit::process(std::uint32_t frames) noexcept {
   frames = std::min(frames, maxFrames_);
+  // Seen in this order by the main thread's suspendRun (both sequentially consistent): either it
+  // waits for this block, or this block sees the suspension and stays silent.
+  inRun_.store(true);
+  if (runSuspended_.load()) {
+    inRun_.store(false);
+    for (auto& buffer : audioBuffers_)
+      std::fill_n(buffer.begin(), frames, 0.0f);
+    return;
+  }
   for (Port& p : ports_) {
     if (p.kind == Port::controlIn)
       p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
@@ -80,6 +89,7 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
   }
   forwardPluginEvents();
   deliverWorkerResponses();
+  inRun_.store(false, std::memory_order_release);
 }
 
 const LV2_Atom_Sequence* AudioUnit::lastAtomInput() const noexcept {

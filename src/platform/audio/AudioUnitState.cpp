@@ -6,7 +6,12 @@
 #include <lv2/state/state.h>
 #include <lv2/worker/worker.h>
 
+#include <lv2/presets/presets.h>
+
+#include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2Host.h"
@@ -104,6 +109,18 @@ const void* retrieveProperty(LV2_State_Handle handle, uint32_t key, size_t* size
   return found->second.bytes.data();
 }
 
+// lilv's port values, as control inputs.
+void setPortValue(const char* symbol, void* user, const void* value, uint32_t size, uint32_t type) {
+  auto* unit = static_cast<AudioUnit*>(user);
+  if (type == unit->mapURI(LV2_ATOM__Float) && size == sizeof(float)) {
+    unit->setParameterValue(symbol, *static_cast<const float*>(value));
+  } else if (type == unit->mapURI(LV2_ATOM__Double) && size == sizeof(double)) {
+    unit->setParameterValue(symbol, static_cast<float>(*static_cast<const double*>(value)));
+  } else if (type == unit->mapURI(LV2_ATOM__Int) && size == sizeof(int32_t)) {
+    unit->setParameterValue(symbol, static_cast<float>(*static_cast<const int32_t*>(value)));
+  }
+}
+
 }  // namespace
 
 PropertyDictionary AudioUnit::fullState() {
@@ -125,7 +142,82 @@ PropertyDictionary AudioUnit::fullState() {
                             {"properties", std::move(collector.properties)}};
 }
 
-void AudioUnit::restoreFullState(const PropertyDictionary& state) {
+bool AudioUnit::suspendRun() {
+  runSuspended_.store(true);
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (inRun_.load()) {
+    if (std::chrono::steady_clock::now() > giveUp) {
+      runSuspended_.store(false);
+      log("\"{}\": its block did not end within a second; the state was not restored", name_);
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  return true;
+}
+
+bool AudioUnit::applyState(LilvState* state, const std::string& what) {
+  if (!state) {
+    log("\"{}\": no state could be read from {}", name_, what);
+    return false;
+  }
+  const bool suspended = suspendRun();
+  if (suspended) {
+    lilv_state_restore(state, instance_, setPortValue, this, 0, host_->featurePointers.data());
+    resumeRun();
+  }
+  lilv_state_free(state);
+  return suspended;
+}
+
+bool AudioUnit::restoreStateFromFile(const std::string& path) {
+  auto lock = world_->queryLock();
+  return applyState(
+      lilv_state_new_from_file(world_->world(), world_->mapFeature(), nullptr, path.c_str()), path);
+}
+
+bool AudioUnit::loadPreset(const std::string& presetUri) {
+  auto lock = world_->queryLock();
+  LilvNode* preset = lilv_new_uri(world_->world(), presetUri.c_str());
+  lilv_world_load_resource(world_->world(), preset);
+  LilvState* state = lilv_state_new_from_world(world_->world(), world_->mapFeature(), preset);
+  lilv_node_free(preset);
+  return applyState(state, presetUri);
+}
+
+bool AudioUnit::loadDefaultState() {
+  for (const Port& p : ports_) {
+    if (p.kind == Port::controlIn) controlTargets_[p.controlIndex]->store(p.defaultValue);
+  }
+  auto lock = world_->queryLock();
+  const LilvNode* plugin = lilv_plugin_get_uri(plugin_);
+  if (!lilv_world_ask(world_->world(), plugin, world_->node(LV2_STATE__state), nullptr))
+    return true;
+  return applyState(lilv_state_new_from_world(world_->world(), world_->mapFeature(), plugin),
+                    "its default state");
+}
+
+std::vector<AudioUnitPreset> AudioUnit::presets() const {
+  std::vector<AudioUnitPreset> result;
+  auto lock = world_->queryLock();
+  LilvWorld* world = world_->world();
+  LilvNodes* related = lilv_plugin_get_related(plugin_, world_->node(LV2_PRESETS__Preset));
+  LILV_FOREACH(nodes, i, related) {
+    const LilvNode* preset = lilv_nodes_get(related, i);
+    lilv_world_load_resource(world, preset);
+    LilvNode* label = lilv_world_get(
+        world, preset, world_->node("http://www.w3.org/2000/01/rdf-schema#label"), nullptr);
+    result.push_back(
+        {lilv_node_as_uri(preset), label ? lilv_node_as_string(label) : lilv_node_as_uri(preset)});
+    lilv_node_free(label);
+  }
+  lilv_nodes_free(related);
+  std::sort(result.begin(), result.end(),
+            [](const auto& a, const auto& b) { return a.name < b.name; });
+  return result;
+}
+
+bool AudioUnit::restoreFullState(const PropertyDictionary& state) {
   if (const auto* ports =
           state.count("ports") ? state.at("ports").get<PropertyDictionary>() : nullptr) {
     for (const auto& [symbol, value] : *ports) {
@@ -137,10 +229,13 @@ void AudioUnit::restoreFullState(const PropertyDictionary& state) {
       state.count("properties") ? state.at("properties").get<PropertyDictionary>() : nullptr;
   const auto* interface = static_cast<const LV2_State_Interface*>(
       lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
-  if (!properties || !interface || !interface->restore) return;
+  if (!properties || !interface || !interface->restore) return true;
   StateSource source(*world_, *properties);
+  if (!suspendRun()) return false;
   interface->restore(lilv_instance_get_handle(instance_), retrieveProperty, &source,
                      LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+  resumeRun();
+  return true;
 }
 
 bool AudioUnit::setSampleRate(double sampleRate) {
@@ -148,6 +243,7 @@ bool AudioUnit::setSampleRate(double sampleRate) {
   const PropertyDictionary state = fullState();
   endInstance();
   host_->sampleRate = static_cast<float>(sampleRate);
+  auto lock = world_->queryLock();
   instance_ = lilv_plugin_instantiate(plugin_, sampleRate, host_->featurePointers.data());
   if (!instance_) {
     log("\"{}\" failed to instantiate at {} Hz; it stays at {} Hz", name_, sampleRate, sampleRate_);
