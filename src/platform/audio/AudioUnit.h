@@ -204,7 +204,11 @@ class AudioUnit final : public AudioNode {
   LV2_URID chunkType_ = 0;
   std::vector<std::uint8_t> responseBuffer_;
 
-  MpscQueue<MidiEvent, 1024> incoming_;
+  // The queues into and out of the audio thread, named by direction. MIDI comes from any thread
+  // (MIDI inputs, the keyboard, the network) into one lock-free multi-producer queue; the
+  // editor's atoms come from the main thread. beginBlock and writeAtomInput merge both into the
+  // block's input sequence, the editor's first, at frame 0.
+  MpscQueue<MidiEvent, 1024> midiToAudio_;
   std::atomic<bool> releaseAllNotes_{false};
   MidiBlock midi_;
   SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
@@ -224,8 +228,8 @@ class AudioUnit final : public AudioNode {
   void writeEditorEvents(LV2_Atom_Forge& forge) noexcept;
   void forwardPluginEvents() noexcept;
   static constexpr std::uint32_t kEditorMessageSize = 32768;
-  ByteRing editorEvents_{1 << 16};  // main thread -> audio thread
-  ByteRing pluginEvents_{1 << 18};  // audio thread -> main thread
+  ByteRing guiToAudio_{1 << 16};  // main thread -> audio thread: the editor's atoms
+  ByteRing audioToGui_{1 << 18};  // audio thread -> main thread: the plug-in's outputs
   std::vector<std::uint8_t> editorScratch_ = std::vector<std::uint8_t>(kEditorMessageSize);
   std::atomic<bool> editorAttached_{false};
 };

@@ -45,7 +45,7 @@ class DenormalsFlushed {
 
 bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
                               std::uint32_t sampleOffset) noexcept {
-  return incoming_.push(MidiEvent{sampleOffset, 3, {status, data1, data2}});
+  return midiToAudio_.push(MidiEvent{sampleOffset, 3, {status, data1, data2}});
 }
 
 MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
@@ -54,7 +54,7 @@ MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
     for (std::uint8_t channel = 0; channel < 16; ++channel)
       midi_.add(MidiEvent{0, 3, {static_cast<std::uint8_t>(0xB0 | channel), 123, 0}});
   }
-  while (auto event = incoming_.pop()) {
+  while (auto event = midiToAudio_.pop()) {
     event->frame = std::min(event->frame, frames - 1);
     if (!midi_.add(*event)) break;
   }
@@ -184,13 +184,13 @@ void AudioUnit::deliverWorkerResponses() noexcept {
 
 bool AudioUnit::sendEditorEvent(const LV2_Atom& atom) noexcept {
   return sizeof atom + atom.size <= kEditorMessageSize &&
-         editorEvents_.write(&atom, static_cast<std::uint32_t>(sizeof atom + atom.size));
+         guiToAudio_.write(&atom, static_cast<std::uint32_t>(sizeof atom + atom.size));
 }
 
 std::uint32_t AudioUnit::readPluginEvent(std::uint32_t* port, void* buffer,
                                          std::uint32_t capacity) noexcept {
   std::uint8_t message[kEditorMessageSize + sizeof *port];
-  const std::optional<std::uint32_t> read = pluginEvents_.read(message, sizeof message);
+  const std::optional<std::uint32_t> read = audioToGui_.read(message, sizeof message);
   // An event larger than the caller takes is dropped (the editor's buffers take any).
   if (!read || *read < sizeof *port || *read - sizeof *port > capacity) return 0;
   const std::uint32_t size = *read;
@@ -200,7 +200,7 @@ std::uint32_t AudioUnit::readPluginEvent(std::uint32_t* port, void* buffer,
 }
 
 void AudioUnit::writeEditorEvents(LV2_Atom_Forge& forge) noexcept {
-  while (const auto size = editorEvents_.read(editorScratch_.data(), kEditorMessageSize)) {
+  while (const auto size = guiToAudio_.read(editorScratch_.data(), kEditorMessageSize)) {
     if (*size < sizeof(LV2_Atom)) continue;  // not an atom
     lv2_atom_forge_frame_time(&forge, 0);
     lv2_atom_forge_write(&forge, editorScratch_.data(), *size);
@@ -214,7 +214,7 @@ void AudioUnit::forwardPluginEvents() noexcept {
     if (size + sizeof port > editorScratch_.size()) return;
     std::memcpy(editorScratch_.data(), &port, sizeof port);
     std::memcpy(editorScratch_.data() + sizeof port, &atom, size);
-    pluginEvents_.write(editorScratch_.data(), static_cast<std::uint32_t>(sizeof port + size));
+    audioToGui_.write(editorScratch_.data(), static_cast<std::uint32_t>(sizeof port + size));
   };
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     Port& p = ports_[i];
