@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 #include "AudioAnalysis.h"
@@ -221,10 +222,15 @@ class Listener {
   std::atomic<float> loudest{0.0f};
 
  private:
-  static int process(jack_nframes_t frames, void* user) {
+  // JACK hands the buffer from the graph's client to this one inside libjack, which
+  // ThreadSanitizer does not see: the reads here are not instrumented.
+  __attribute__((no_sanitize("thread"))) static int process(jack_nframes_t frames, void* user) {
     auto* self = static_cast<Listener*>(user);
     const auto* samples = static_cast<const float*>(jack_port_get_buffer(self->port_, frames));
-    self->loudest = std::max<float>(self->loudest, testing_support::peak(samples, frames));
+    float loudest = self->loudest;
+    for (jack_nframes_t i = 0; i < frames; ++i)
+      loudest = std::max(loudest, std::abs(samples[i]));
+    self->loudest = loudest;
     return 0;
   }
   jack_client_t* client_ = nullptr;
