@@ -20,13 +20,14 @@
 #include <string>
 #include <thread>
 
-#include "Lv2Instrument.h"
+#include "OfflineRig.h"
+#include "platform/audio/Lv2World.h"
 // Xlib last: its macros break Qt's headers.
 #include <X11/Xlib.h>
 
 namespace {
 
-constexpr std::uint32_t kNotifyPort = 35, kLevelPort = 36;  // Pelma's port layout
+constexpr std::uint32_t kLevelPort = 36;  // Pelma's port layout
 constexpr double kTicksPerSecond = 30;
 
 double cpuSeconds(clockid_t clock) {
@@ -43,9 +44,8 @@ struct Measurement {
 // Plays `synth` in real time for `seconds`, passing what a host passes to an editor through
 // `deliver` (port, size, format, buffer) and calling `idle` each tick.
 template <typename Deliver, typename Idle>
-Measurement play(Lv2Instrument& synth, double seconds, Deliver deliver, Idle idle) {
-  const LV2_URID eventTransfer = Lv2Instrument::sharedUridMap()->map(
-      Lv2Instrument::sharedUridMap()->handle, LV2_ATOM__eventTransfer);
+Measurement play(testing_support::OfflineRig& synth, double seconds, Deliver deliver, Idle idle) {
+  const LV2_URID eventTransfer = platform::Lv2World::shared()->map(LV2_ATOM__eventTransfer);
   const auto framesPerTick = static_cast<std::uint32_t>(48000 / kTicksPerSecond);
   const int ticks = static_cast<int>(seconds * kTicksPerSecond);
   const std::uint8_t chords[2][3] = {{48, 55, 64}, {50, 57, 65}};
@@ -57,18 +57,22 @@ Measurement play(Lv2Instrument& synth, double seconds, Deliver deliver, Idle idl
       const auto& off = chords[(tick / 15 + 1) % 2];
       const auto& on = chords[(tick / 15) % 2];
       for (int i = 0; i < 3; ++i) {
-        synth.midi({0x80, off[i], 0});
-        synth.midi({0x90, on[i], 100});
+        synth.unit->sendMIDIEvent(0x80, off[i], 0, 0);
+        synth.unit->sendMIDIEvent(0x90, on[i], 100, 0);
       }
     }
     const double renderStart = cpuSeconds(CLOCK_THREAD_CPUTIME_ID);
-    synth.render(framesPerTick, 256);
-    synth.clearOutput();
+    synth.render(framesPerTick);
     m.renderCpu += cpuSeconds(CLOCK_THREAD_CPUTIME_ID) - renderStart;
-    for (const auto& event : synth.takeOutputEvents())
-      deliver(kNotifyPort, static_cast<std::uint32_t>(event.size()), eventTransfer, event.data());
-    const float level = synth.control("level");
-    deliver(kLevelPort, sizeof level, 0, &level);
+    // The notify events as they are, the level (an atom:Float from the unit) as a float.
+    alignas(LV2_Atom) std::uint8_t event[32768];
+    std::uint32_t port = 0;
+    while (const std::uint32_t size = synth.unit->readPluginEvent(&port, event, sizeof event)) {
+      if (port == kLevelPort)
+        deliver(port, sizeof(float), 0, &reinterpret_cast<const LV2_Atom_Float*>(event)->body);
+      else
+        deliver(port, size, eventTransfer, event);
+    }
     idle();
     std::this_thread::sleep_until(start +
                                   std::chrono::duration<double>((tick + 1) / kTicksPerSecond));
@@ -92,7 +96,8 @@ int main(int argc, char** argv) {
       XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1024, 335, 0, 0, 0);
   XMapWindow(display, parent);
   XSync(display, False);
-  Lv2Instrument synth("urn:pelma:synth", 48000);
+  testing_support::OfflineRig synth("Pelma");
+  synth.unit->setEditorAttached(true);
 
   // The editor, loaded as a host loads it, with its own private QApplication.
   void* library = dlopen(PELMA_LV2_DIR "/pelma.lv2/pelma_ui.so", RTLD_NOW | RTLD_LOCAL);
@@ -105,7 +110,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   const LV2_Feature parentFeature{LV2_UI__parent, reinterpret_cast<void*>(parent)};
-  const LV2_Feature mapFeature{LV2_URID__map, Lv2Instrument::sharedUridMap()};
+  const LV2_Feature mapFeature{LV2_URID__map, platform::Lv2World::shared()->mapFeature()};
   const LV2_Feature idleFeature{LV2_UI__idleInterface, nullptr};
   const LV2_Feature* features[] = {&parentFeature, &mapFeature, &idleFeature, nullptr};
   LV2UI_Widget widget = nullptr;
@@ -113,7 +118,8 @@ int main(int argc, char** argv) {
       ui, "urn:pelma:synth", PELMA_LV2_DIR "/pelma.lv2",
       [](LV2UI_Controller controller, uint32_t, uint32_t, uint32_t protocol, const void* buffer) {
         if (protocol != 0)
-          static_cast<Lv2Instrument*>(controller)->atom(*static_cast<const LV2_Atom*>(buffer));
+          static_cast<testing_support::OfflineRig*>(controller)
+              ->unit->sendEditorEvent(*static_cast<const LV2_Atom*>(buffer));
       },
       &synth, &widget, features);
   const auto* idle =

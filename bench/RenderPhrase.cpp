@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "Lv2Instrument.h"
+#include "OfflineRig.h"
 
 namespace {
 
@@ -26,20 +26,22 @@ struct Note {
 };
 
 std::vector<float> play(std::uint8_t program, const std::vector<Note>& notes) {
-  Lv2Instrument synth("urn:pelma:synth", kRate);
-  synth.midi({0xC0, program});
-  const auto total = static_cast<std::uint32_t>((kBeats * kBeat + kTail) * kRate);
   const std::uint32_t block = 64;  // 2 ms: notes land close to their time
+  testing_support::OfflineRig synth("Pelma", block, kRate);
+  synth.unit->sendMIDIEvent(0xC0, program, 0, 0);
+  const auto total = static_cast<std::uint32_t>((kBeats * kBeat + kTail) * kRate);
+  std::vector<float> sound;
   for (std::uint32_t frame = 0; frame < total; frame += block) {
     double from = frame / kRate / kBeat, to = (frame + block) / kRate / kBeat;
     for (const Note& n : notes) {
-      if (n.beat >= from && n.beat < to) synth.midi({0x90, n.key, n.velocity});
+      if (n.beat >= from && n.beat < to) synth.unit->sendMIDIEvent(0x90, n.key, n.velocity, 0);
       double end = n.beat + n.length;
-      if (end >= from && end < to) synth.midi({0x80, n.key, 64});
+      if (end >= from && end < to) synth.unit->sendMIDIEvent(0x80, n.key, 64, 0);
     }
-    synth.render(block, block);
+    const auto part = synth.render(block);
+    sound.insert(sound.end(), part.begin(), part.end());
   }
-  return synth.left();
+  return sound;
 }
 
 }  // namespace

@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QSettings>
 #include <QSocketNotifier>
 #include <QTimer>
+#include <charconv>
 #include <csignal>
 #include <cstdlib>
 
@@ -24,6 +26,22 @@ namespace app {
 namespace {
 
 int signalPipe[2] = {-1, -1};
+
+// Invites the network MIDI peer at "host:port" (from --connect or the "network-midi-peer"
+// setting); a value that is not one is logged and ignored.
+void invitePeer(const std::string& peer) {
+  if (peer.empty()) return;
+  const auto colon = peer.rfind(':');
+  int port = 0;
+  const char* end = peer.data() + peer.size();
+  if (colon == std::string::npos || colon == 0 ||
+      std::from_chars(peer.data() + colon + 1, end, port).ptr != end || port < 1 || port > 65535) {
+    platform::log("Network MIDI: \"{}\" is not HOST:PORT; no peer invited", peer);
+    return;
+  }
+  MIDIManager::sharedMIDIManager().pgMidi()->connectToNetworkPeer(peer.substr(0, colon),
+                                                                  static_cast<std::uint16_t>(port));
+}
 
 void forwardSignal(int) {
   const char byte = 1;
@@ -100,11 +118,9 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
         [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });
     for (const std::string& url : options.urls)
       delegate.openURL(url);
-    if (const auto colon = options.networkPeer.rfind(':'); colon != std::string::npos) {
-      MIDIManager::sharedMIDIManager().pgMidi()->connectToNetworkPeer(
-          options.networkPeer.substr(0, colon),
-          static_cast<std::uint16_t>(std::stoi(options.networkPeer.substr(colon + 1))));
-    }
+    invitePeer(options.networkPeer.empty()
+                   ? QSettings().value(QStringLiteral("network-midi-peer")).toString().toStdString()
+                   : options.networkPeer);
     QObject::connect(&application, &QApplication::aboutToQuit, &window, [&window] {
       if (window.isVisible()) window.close();  // remembers the size
     });

@@ -64,14 +64,18 @@ class ApplicationLaunch : public ::testing::Test {
         },
         5s));
   }
-  // A connected socket (the caller closes it), or -1 when nobody listens.
-  static int connectToSocket() {
-    const std::string path = app::SingleInstance::socketPath().toStdString();
+  static sockaddr_un socketAddress() {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    app::SingleInstance::socketPath().toStdString().copy(address.sun_path,
+                                                         sizeof(address.sun_path) - 1);
+    return address;
+  }
+  // A connected socket (the caller closes it), or -1 when nobody listens.
+  static int connectToSocket() {
+    const sockaddr_un address = socketAddress();
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) return fd;
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return fd;
     close(fd);
     return -1;
   }
@@ -109,14 +113,11 @@ TEST_F(ApplicationLaunch, ASecondLaunchHandsItsFilesToTheRunningOneAndEnds) {
 
 TEST_F(ApplicationLaunch, AStaleSocketIsTakenOverAndAStrangersGarbageIsIgnored) {
   // A socket file nobody listens on, as a crashed application leaves it.
-  const std::string path = app::SingleInstance::socketPath().toStdString();
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const sockaddr_un address = socketAddress();
   const int stale = socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  ASSERT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
   close(stale);
-  ASSERT_TRUE(fs::exists(path));
+  ASSERT_TRUE(fs::exists(address.sun_path));
 
   startFirst();
   EXPECT_FALSE(logSays("first.log", "already running"));

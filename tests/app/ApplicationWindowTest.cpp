@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/AudioAnalysis.h"
 #include "support/CatalogServer.h"
 #include "support/JackServer.h"
 #include "support/Processes.h"
@@ -56,11 +57,8 @@ class JackListener {
  private:
   static int process(jack_nframes_t frames, void* self) {
     auto* listener = static_cast<JackListener*>(self);
-    const auto* samples = static_cast<const float*>(jack_port_get_buffer(listener->input_, frames));
-    double sum = 0.0;
-    for (jack_nframes_t i = 0; i < frames; ++i)
-      sum += samples[i] * samples[i];
-    const double rms = std::sqrt(sum / frames);
+    const double rms = testing_support::rms(
+        static_cast<const float*>(jack_port_get_buffer(listener->input_, frames)), frames);
     double previous = listener->loudest_.load();
     while (rms > previous && !listener->loudest_.compare_exchange_weak(previous, rms)) {
     }

@@ -17,6 +17,7 @@
 #include "platform/foundation/PropertyListFile.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/DeviceIdiom.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -127,14 +128,13 @@ TEST_F(ViewControllerTest, AnEditorWithoutAViewIsReportedAndTheScreenKeepsWorkin
 }
 
 TEST_F(ViewControllerTest, TheInstrumentsEditorArrivesAndItsStateIsSavedOverTheSameFile) {
-  char folder[] = "/tmp/pelma-documents-XXXXXX";
-  ASSERT_TRUE(mkdtemp(folder));
-  setenv("PELMA_DOCUMENTS_DIR", folder, 1);
+  TemporaryFolder documents;
+  setenv("PELMA_DOCUMENTS_DIR", documents.path().c_str(), 1);
   load(UserInterfaceIdiom::pad, {1024, 768});
   ASSERT_NE(screen->audioUnitViewCotnroller()->view(), nullptr);
   EXPECT_EQ(screen->audioUnitViewCotnroller()->view()->parentWidget(), screen->auContainerView());
 
-  const auto file = std::filesystem::path(folder) / "testpreset.aupreset";
+  const auto file = documents.path() / "testpreset.aupreset";
   screen->savePreset(nullptr);
   const auto first = platform::readPropertyList(file);
   ASSERT_TRUE(first);
@@ -142,11 +142,10 @@ TEST_F(ViewControllerTest, TheInstrumentsEditorArrivesAndItsStateIsSavedOverTheS
   screen->audioEngine()->synthAU()->setParameterValue(
       screen->audioEngine()->synthAU()->parameterSymbols().front(), 0.25f);
   screen->savePreset(nullptr);
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(documents.path()), {}), 1);
   const auto second = platform::readPropertyList(file);
   ASSERT_TRUE(second);
   EXPECT_NE(*first, *second);
-  std::filesystem::remove_all(folder);
   unsetenv("PELMA_DOCUMENTS_DIR");
 }
 

@@ -18,18 +18,19 @@
 #include "platform/foundation/Log.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/PropertyListFile.h"
+#include "support/BankText.h"
+#include "support/Processes.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using testing_support::bankText;
+using testing_support::readFile;
 
 void writeFile(const fs::path& path, const std::string& text) {
   fs::create_directories(path.parent_path());
   std::ofstream(path) << text;
-}
-std::string readFile(const fs::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 std::set<std::string> names(const fs::path& folder) {
   std::set<std::string> result;
@@ -37,26 +38,18 @@ std::set<std::string> names(const fs::path& folder) {
     result.insert(entry.path().filename());
   return result;
 }
-std::string bankText(const std::string& name) {
-  return "pelma-bank 1\nname = " + name + "\n[Soft]\ncutoff = 1200\nend\n";
-}
 
 class AppDelegateTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char folder[] = "/tmp/pelma-intake-XXXXXX";
-    ASSERT_TRUE(mkdtemp(folder));
-    root = folder;
-    documents = root / "Documents";
-    banks = root / "banks";
     fs::create_directories(documents);
     fs::create_directories(banks);
     setenv("PELMA_DOCUMENTS_DIR", documents.c_str(), 1);
     setenv("PELMA_BANKS_DIR", banks.c_str(), 1);
   }
-  void TearDown() override { fs::remove_all(root); }
 
-  fs::path root, documents, banks;
+  TemporaryFolder scratch;
+  const fs::path root = scratch.path(), documents = root / "Documents", banks = root / "banks";
   KRBankManager registry;
 };
 

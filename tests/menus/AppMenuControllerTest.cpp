@@ -20,6 +20,7 @@
 #include "platform/ui/NavigationController.h"
 #include "platform/ui/Popover.h"
 #include "support/JackServer.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -29,9 +30,8 @@ using platform::IndexPath;
 class AppMenuTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    static char folder[] = "/tmp/pelma-menu-prefs-XXXXXX";
-    ASSERT_TRUE(mkdtemp(folder));
-    setenv("XDG_CONFIG_HOME", folder, 1);  // a fresh store, before it is first used
+    static TemporaryFolder preferences;
+    setenv("XDG_CONFIG_HOME", preferences.path().c_str(), 1);  // a fresh store, before first use
   }
   void SetUp() override {
     ASSERT_TRUE(jack.start());

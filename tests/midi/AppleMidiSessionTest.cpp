@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
 #include <string>
 #include <vector>
@@ -105,6 +106,16 @@ TEST_F(Sessions, AnInvitationJoinsBothPortsAndMidiFlows) {
       writePayload({1, 0, 0x22222222}, notes.data(), notes.size(), buffer, sizeof buffer);
   host.receive(SessionPort::data, {there.address, 6005}, buffer, size, now);
   EXPECT_EQ(hostEvents.midi, (std::vector<Bytes>{{0x90, 60, 100}, {0x80, 60, 0}}));
+  // The host acknowledges the packet on the control port, once, at its next tick.
+  host.tick(now);
+  host.tick(now + kSecond);
+  const auto feedback = std::count_if(hostEvents.sent.begin(), hostEvents.sent.end(), [](auto& c) {
+    return c && c->type == CommandType::receiverFeedback;
+  });
+  EXPECT_EQ(feedback, 1);
+  EXPECT_EQ(network.back().to, there);
+  EXPECT_EQ(hostEvents.sent.back()->sequenceNumber, 1);
+  network.clear();
   // The same from a stranger's SSRC, or on the control port, is dropped.
   const std::size_t stranger =
       writePayload({2, 0, 0x33333333}, notes.data(), notes.size(), buffer, sizeof buffer);

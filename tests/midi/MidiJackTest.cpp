@@ -29,8 +29,13 @@
 #include "support/AudioAnalysis.h"
 #include "support/JackServer.h"
 #include "support/OfflineRig.h"
+#include "support/Processes.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
+
+using namespace std::chrono_literals;
+using testing_support::waitFor;
 
 // Starts the project's JACK MIDI pattern player: `notes` looped over 4 beats at 120 BPM.
 pid_t startPatternPlayer(const std::string& destination, double seconds, const std::string& notes,
@@ -152,9 +157,8 @@ TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordUnlessFilteredOut) {
 // Also: the stored choices (a real preferences file in a folder of the test's own) are restored
 // into the wrapper, and into a source that appears later.
 TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
-  char folder[] = "/tmp/pelma-midi-prefs-XXXXXX";
-  ASSERT_TRUE(mkdtemp(folder));
-  setenv("XDG_CONFIG_HOME", folder, 1);
+  TemporaryFolder preferences;
+  setenv("XDG_CONFIG_HOME", preferences.path().c_str(), 1);
   platform::UserDefaults& defaults = platform::UserDefaults::standardUserDefaults();
   defaults.setInteger("MIDI-CHANNEL", 7);
   defaults.setBool("MIDI-pelma-pattern:out", false);
@@ -165,28 +169,18 @@ TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
   wrapper->startHotPlugPolling();
   const pid_t extra = startPatternPlayer("-", 3.0, "60@0:1", 1);
   ASSERT_GT(extra, 0);
-  bool added = false;
-  for (int i = 0; i < 60 && !added; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  const auto logged = [&](const char* line) {
     mainQueue.runPending();
-    added = log.contains("MIDI source added pelma-pattern:out");
-  }
-  EXPECT_TRUE(added);
+    return log.contains(line);
+  };
+  EXPECT_TRUE(waitFor([&] { return logged("MIDI source added pelma-pattern:out"); }, 6s));
   ASSERT_EQ(wrapper->sources().size(), 1u);
   EXPECT_EQ(wrapper->sources()[0]->name(), "pelma-pattern:out");
   EXPECT_FALSE(wrapper->sources()[0]->isActive());
 
-  int status = 0;
-  waitpid(extra, &status, 0);
-  bool removed = false;
-  for (int i = 0; i < 40 && !removed; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    mainQueue.runPending();
-    removed = log.contains("MIDI source removed pelma-pattern:out");
-  }
-  EXPECT_TRUE(removed);
+  testing_support::waitForExit(extra);
+  EXPECT_TRUE(waitFor([&] { return logged("MIDI source removed pelma-pattern:out"); }, 4s));
   EXPECT_TRUE(wrapper->sources().empty());
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

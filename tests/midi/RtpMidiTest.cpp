@@ -82,11 +82,20 @@ TEST(SessionCommands, EveryCommandReadsBackAsWritten) {
   clock.count = 2;
   clock.timestamps = {1, 0x123456789AULL, 3};
   const std::size_t size = writeSessionCommand(clock, buffer, sizeof buffer);
-  ASSERT_EQ(size, 40u);
+  ASSERT_EQ(size, 36u);
   const auto read = readSessionCommand(buffer, size);
   ASSERT_TRUE(read);
   EXPECT_EQ(read->count, 2);
   EXPECT_EQ(read->timestamps, clock.timestamps);
+  // A CK0 as another implementation (the npm package rtpmidi) sends it: the first time stamp
+  // follows the count's three padding octets.
+  const Bytes theirs{0xFF, 0xFF, 'C', 'K', 0x95, 0xF7, 0x7B, 0x5E, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                     0x75, 0x64, 0,   0,   0,    0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  const auto clockZero = readSessionCommand(theirs.data(), theirs.size());
+  ASSERT_TRUE(clockZero);
+  EXPECT_EQ(clockZero->ssrc, 0x95F77B5Eu);
+  EXPECT_EQ(clockZero->count, 0);
+  EXPECT_EQ(clockZero->timestamps[0], 0x7564u);
   SessionCommand feedback;
   feedback.type = CommandType::receiverFeedback;
   feedback.sequenceNumber = 0xBEEF;

@@ -167,16 +167,4 @@ TEST_F(KRSeqTrackViewTest, IgnoresWrappedAndOutOfRowUpdates) {
   EXPECT_EQ(log.lines().size(), 1u);
 }
 
-TEST(KRSeqTrackViewLifetimeTest, SequenceForgetsADestroyedGrid) {
-  auto sequence = std::make_shared<KRStepSequence>();
-  {
-    KRSeqTrackView grid(QRect(0, 0, 320, 64));
-    grid.setStepSequence(sequence);
-    EXPECT_EQ(sequence->delegate(), &grid);
-  }
-  EXPECT_EQ(sequence->delegate(), nullptr);
-  sequence->setKeysToRange(keys({60}), Range{0, 1});  // no delegate to call
-  EXPECT_EQ(sequence->stepAtIndex(0).keys().size(), 1u);
-}
-
 }  // namespace

@@ -85,21 +85,6 @@ class KRStepSequenceTest : public ::testing::Test {
   RecordingDelegate delegate;
 };
 
-TEST_F(KRStepSequenceTest, NewSequenceIsSixteenEmptyStepsAndRendersNothing) {
-  EXPECT_EQ(sequence.swing(), 0.0f);
-  EXPECT_EQ(sequence.gate(), 0.5f);
-  for (int i = 0; i < 16; ++i) {
-    EXPECT_TRUE(sequence.stepAtIndex(i).keys().empty());
-    EXPECT_FALSE(sequence.stepAtIndex(i).tie());
-  }
-  sequence.updateMusicTrackInRange({0, 16});
-  EXPECT_TRUE(track.events().empty());
-  EXPECT_TRUE(delegate.ranges.empty());
-  KRStepSequenceKey fresh;
-  EXPECT_EQ(fresh.number(), 0);
-  EXPECT_EQ(fresh.velocity(), 0.0f);
-}
-
 TEST_F(KRStepSequenceTest, StepTimesWithAndWithoutSwing) {
   for (std::uint64_t i = 0; i <= 16; ++i)
     EXPECT_EQ(sequence.stepPosition(i), i / 4.0f);

@@ -53,4 +53,22 @@ double cents(double frequency, double reference) {
   return 1200.0 * std::log2(frequency / reference);
 }
 
+double largestCurvature(const float* samples, std::size_t count) {
+  double result = 0.0;
+  for (std::size_t i = 2; i < count; ++i)
+    result =
+        std::max(result, std::fabs(double(samples[i]) - 2.0 * samples[i - 1] + samples[i - 2]));
+  return result;
+}
+
+std::size_t nonFiniteCount(const float* samples, std::size_t count) {
+  return static_cast<std::size_t>(
+      std::count_if(samples, samples + count, [](float s) { return !std::isfinite(s); }));
+}
+
+std::size_t denormalCount(const float* samples, std::size_t count) {
+  return static_cast<std::size_t>(std::count_if(
+      samples, samples + count, [](float s) { return std::fpclassify(s) == FP_SUBNORMAL; }));
+}
+
 }  // namespace testing_support

@@ -1,9 +1,8 @@
 #pragma once
 
-// Measurements of rendered audio for tests: level and pitch.
+// Measurements of rendered audio for tests: level, pitch, clicks and broken samples.
 
 #include <cstddef>
-#include <vector>
 
 namespace testing_support {
 
@@ -18,16 +17,11 @@ double estimatePitch(const float* samples, std::size_t count, double sampleRate,
 // The difference between two frequencies in cents.
 double cents(double frequency, double reference);
 
-// Renders frames through a graph-like callable in blocks and collects channel 0.
-template <typename Render>
-std::vector<float> renderMono(Render&& render, std::size_t frames, std::size_t block) {
-  std::vector<float> left(frames), right(frames);
-  for (std::size_t done = 0; done < frames; done += block) {
-    const std::size_t n = frames - done < block ? frames - done : block;
-    float* out[2] = {left.data() + done, right.data() + done};
-    render(static_cast<unsigned>(n), out);
-  }
-  return left;
-}
+// The largest |second difference|: near zero for smooth signals, large at a click.
+double largestCurvature(const float* samples, std::size_t count);
+
+// Samples that are NaN or infinite, and samples that are denormal.
+std::size_t nonFiniteCount(const float* samples, std::size_t count);
+std::size_t denormalCount(const float* samples, std::size_t count);
 
 }  // namespace testing_support

@@ -4,19 +4,16 @@
 // server name so that tests never meet another server. Clients of this process connect to it
 // through JACK_DEFAULT_SERVER.
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <string>
-#include <thread>
 
 #include "platform/audio/AudioOutput.h"
+#include "support/Processes.h"
 
 namespace testing_support {
 
@@ -33,29 +30,15 @@ class JackServer {
 
   // Starts jackd and waits until clients can connect; false if it did not come up.
   bool start() {
-    const std::string rate = std::to_string(rate_), period = std::to_string(period_);
-    const char* argv[] = {"jackd", "-n",         name_.c_str(), "-d",           "dummy",
-                          "-r",    rate.c_str(), "-p",          period.c_str(), nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    const int failed =
-        posix_spawnp(&pid_, "jackd", &actions, nullptr, const_cast<char* const*>(argv), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (failed) return false;
-    for (int i = 0; i < 100; ++i) {
-      if (platform::jackServerIsRunning()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
+    pid_ = spawn({"jackd", "-n", name_, "-d", "dummy", "-r", std::to_string(rate_), "-p",
+                  std::to_string(period_)});
+    return pid_ > 0 && waitFor(platform::jackServerIsRunning, std::chrono::seconds(5));
   }
 
   void stop() {
     if (pid_ <= 0) return;
     kill(pid_, SIGTERM);
-    int status = 0;
-    waitpid(pid_, &status, 0);
+    waitForExit(pid_);
     pid_ = 0;
   }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/store/PackageArchive.h"
+#include "support/BankText.h"
 #include "support/CatalogServer.h"
 
 namespace testing_support {
@@ -39,10 +40,6 @@ inline bool writeZip(const std::filesystem::path& path, const std::vector<ZipEnt
   return zip_close(archive) == 0;
 }
 
-inline std::string bankText(const std::string& name) {
-  return "pelma-bank 1\nname = " + name + "\n[Only]\ncutoff = 500\nend\n";
-}
-
 inline std::string contentInfo(const std::vector<std::string>& files) {
   std::string plist =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>Files</key>"
@@ -53,25 +50,14 @@ inline std::string contentInfo(const std::vector<std::string>& files) {
 }
 
 struct CatalogEntry {
-  CatalogEntry(std::string identifier, std::string title, std::string price,
-               std::string priceLocale, std::string package, bool free = false,
-               std::string descriptionDe = {}, std::string urlPrefix = {})
-      : identifier(std::move(identifier)),
-        title(std::move(title)),
-        price(std::move(price)),
-        priceLocale(std::move(priceLocale)),
-        package(std::move(package)),
-        free(free),
-        descriptionDe(std::move(descriptionDe)),
-        urlPrefix(std::move(urlPrefix)) {}
   std::string identifier;
   std::string title;
   std::string price;
   std::string priceLocale;
   std::string package;  // zip file name in the folder
-  bool free;
-  std::string descriptionDe;  // a German description besides the default one, when set
-  std::string urlPrefix;      // put before the package name in the catalog ("stall/", ...)
+  bool free = false;
+  std::string descriptionDe = {};  // a German description besides the default one, when set
+  std::string urlPrefix = {};      // put before the package name in the catalog ("stall/", ...)
 };
 
 // catalog.json for `entries`, with each package's real size and SHA-256.

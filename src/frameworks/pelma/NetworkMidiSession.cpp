@@ -37,8 +37,11 @@ std::uint32_t randomSsrc() {
 
 }  // namespace
 
-NetworkMidiSession::NetworkMidiSession(std::string name, Events events)
-    : name_(std::move(name)), events_(std::move(events)), session_(randomSsrc(), name_, *this) {}
+NetworkMidiSession::NetworkMidiSession(std::string name, Events events,
+                                       rtp_midi::SessionTime peerTimeout)
+    : name_(std::move(name)),
+      events_(std::move(events)),
+      session_(randomSsrc(), name_, *this, peerTimeout) {}
 
 NetworkMidiSession::~NetworkMidiSession() {
   stop();
@@ -70,11 +73,13 @@ bool NetworkMidiSession::start(std::uint16_t firstPort) {
                 controlPort_ + 1);
   running_ = true;
   thread_ = std::thread([this] { run(); });
+  announcement_ = std::make_unique<DnsSdAnnouncement>(name_, "_apple-midi._udp", controlPort_);
   return true;
 }
 
 void NetworkMidiSession::stop() {
   if (!running_) return;
+  announcement_.reset();
   {
     std::lock_guard lock(sessionMutex_);
     session_.endAll();
@@ -168,5 +173,15 @@ void NetworkMidiSession::run() {
                        static_cast<std::size_t>(size), now());
     }
     session_.tick(now());
+    reportDroppedDatagrams(now());
   }
+}
+
+void NetworkMidiSession::reportDroppedDatagrams(rtp_midi::SessionTime time) {
+  const std::uint64_t dropped = session_.droppedDatagrams();
+  if (dropped == droppedReported_ || time < nextDropReport_) return;
+  platform::log("Network MIDI: dropped {} unusable datagram(s) (malformed or from no peer)",
+                dropped - droppedReported_);
+  droppedReported_ = dropped;
+  nextDropReport_ = time + rtp_midi::kSecond;
 }

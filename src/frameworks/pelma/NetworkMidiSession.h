@@ -3,16 +3,19 @@
 // The network MIDI session on UDP: a control port and the next port (5004/5005 by default, the
 // next free pair when taken), a receive thread that hands every datagram to the session state
 // machine and ticks its timers, and MIDI sent to every joined peer. Events arrive on the receive
-// thread. Receiving allocates nothing.
+// thread. Receiving allocates nothing. Datagrams that cannot be used (malformed, or from no peer)
+// are counted and logged at most once a second, so that a flood cannot flood the log.
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "frameworks/pelma/DnsSdAnnouncement.h"
 #include "midi/network/AppleMidiSession.h"
 
 class NetworkMidiSession : private rtp_midi::SessionListener {
@@ -25,13 +28,16 @@ class NetworkMidiSession : private rtp_midi::SessionListener {
         midiReceived;
   };
 
-  NetworkMidiSession(std::string name, Events events);
+  // `peerTimeout`: how long a silent peer is kept (shorter only in tests).
+  NetworkMidiSession(std::string name, Events events,
+                     rtp_midi::SessionTime peerTimeout = rtp_midi::kPeerTimeout);
   ~NetworkMidiSession() override;
 
-  // Binds the first free pair from `firstPort` on (20 tries) and starts the receive thread.
-  // False, with one log line, when no pair is free.
+  // Binds the first free pair from `firstPort` on (20 tries), starts the receive thread and
+  // announces the session over mDNS as "_apple-midi._udp". False, with one log line, when no
+  // pair is free.
   bool start(std::uint16_t firstPort = 5004);
-  // Says goodbye to every peer and closes the ports.
+  // Says goodbye to every peer, withdraws the announcement and closes the ports.
   void stop();
   // Invites the peer whose control port is `port` at `host` (an IPv4 address or name).
   bool invite(const std::string& host, std::uint16_t port);
@@ -49,6 +55,7 @@ class NetworkMidiSession : private rtp_midi::SessionListener {
   void midiReceived(const rtp_midi::Peer& peer, std::uint32_t timestamp, const std::uint8_t* bytes,
                     std::size_t length) override;
   void run();
+  void reportDroppedDatagrams(rtp_midi::SessionTime now);
   static rtp_midi::SessionTime now();
 
   std::string name_;
@@ -61,6 +68,10 @@ class NetworkMidiSession : private rtp_midi::SessionListener {
   rtp_midi::AppleMidiSession session_;
   std::vector<rtp_midi::Endpoint> dataPeers_;  // joined peers' data ports, for sendMidi
   std::uint16_t sequence_ = 0;
+  // Unusable datagrams are logged as a count, at most once a second.
+  std::uint64_t droppedReported_ = 0;
+  rtp_midi::SessionTime nextDropReport_ = 0;
   std::atomic<bool> running_{false};
   std::thread thread_;
+  std::unique_ptr<DnsSdAnnouncement> announcement_;
 };

@@ -14,7 +14,7 @@ bool hasName(CommandType type) {
 
 constexpr std::size_t kHeader = 4;          // 0xFFFF and the command
 constexpr std::size_t kNamedFixed = 12;     // version, token, SSRC
-constexpr std::size_t kClockSyncSize = 36;  // SSRC, count, padding, three time stamps
+constexpr std::size_t kClockSyncSize = 32;  // SSRC, count, padding, three time stamps
 constexpr std::size_t kFeedbackSize = 8;    // SSRC, sequence number, padding
 
 }  // namespace
@@ -51,7 +51,7 @@ std::optional<SessionCommand> readSessionCommand(const std::uint8_t* data, std::
       command.count = body[4];
       if (command.count > 2) return std::nullopt;
       for (std::size_t i = 0; i < 3; ++i)
-        command.timestamps[i] = read64(body + 12 + 8 * i);
+        command.timestamps[i] = read64(body + 8 + 8 * i);
       return command;
     case CommandType::receiverFeedback:
       if (bodySize < kFeedbackSize) return std::nullopt;
@@ -91,7 +91,7 @@ std::size_t writeSessionCommand(const SessionCommand& command, std::uint8_t* buf
     write32(body, command.ssrc);
     body[4] = command.count;
     for (std::size_t i = 0; i < 3; ++i)
-      write64(body + 12 + 8 * i, command.timestamps[i]);
+      write64(body + 8 + 8 * i, command.timestamps[i]);
   } else {
     write32(body, command.ssrc);
     write16(body + 4, command.sequenceNumber);

@@ -1,16 +1,23 @@
 #include "midi/network/AppleMidiSession.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "midi/network/BigEndian.h"
 
 namespace rtp_midi {
 
 AppleMidiSession::AppleMidiSession(std::uint32_t ssrc, std::string_view name,
-                                   SessionListener& listener)
-    : ssrc_(ssrc), listener_(listener), nextToken_(ssrc * 2654435761u + 1) {
+                                   SessionListener& listener, SessionTime peerTimeout)
+    : ssrc_(ssrc),
+      peerTimeout_(peerTimeout),
+      clockSyncInterval_(std::min(kClockSyncInterval, peerTimeout / 6)),
+      listener_(listener),
+      nextToken_(ssrc * 2654435761u + 1) {
   name = name.substr(0, kMaximumNameLength);
   std::copy(name.begin(), name.end(), name_.begin());
+  std::snprintf(silentReason_.data(), silentReason_.size(), "silent for %llu s",
+                static_cast<unsigned long long>(peerTimeout / kSecond));
 }
 
 AppleMidiSession::Slot* AppleMidiSession::findBySsrc(std::uint32_t ssrc) {
@@ -114,7 +121,10 @@ void AppleMidiSession::receive(SessionPort port, const Endpoint& from, const std
                               std::size_t length) {
     listener_.midiReceived(slot->peer, timestamp, bytes, length);
   };
-  if (slot->reader.read(data, size, deliver) != PayloadResult::ok) ++dropped_;
+  if (slot->reader.read(data, size, deliver) == PayloadResult::ok)
+    slot->unacknowledgedMidi = true;
+  else
+    ++dropped_;
 }
 
 void AppleMidiSession::answerInvitation(SessionPort port, const Endpoint& from,
@@ -175,7 +185,17 @@ void AppleMidiSession::startClockSync(Slot& slot, SessionTime now) {
   clock.count = 0;
   clock.timestamps = {now, 0, 0};
   sendCommand(SessionPort::data, slot.peer.data, clock);
-  slot.nextAction = now + kClockSyncInterval;
+  slot.nextAction = now + clockSyncInterval_;
+}
+
+void AppleMidiSession::sendFeedback(Slot& slot, SessionTime now) {
+  SessionCommand feedback;
+  feedback.type = CommandType::receiverFeedback;
+  feedback.ssrc = ssrc_;
+  feedback.sequenceNumber = slot.reader.lastHeader().sequenceNumber;
+  sendCommand(SessionPort::control, slot.peer.control, feedback);
+  slot.unacknowledgedMidi = false;
+  slot.nextFeedback = now + kFeedbackInterval;
 }
 
 void AppleMidiSession::drop(Slot& slot, std::string_view why, bool sayGoodbye) {
@@ -206,13 +226,15 @@ void AppleMidiSession::tick(SessionTime now) {
                     makeSessionCommand(CommandType::invitation, slot.token, ssrc_, name_.data()));
         break;
       case State::awaitingData:
-        if (now - slot.lastHeard > kPeerTimeout) slot = Slot{};
+        if (now - slot.lastHeard > peerTimeout_) slot = Slot{};
         break;
       case State::joined:
-        if (now - slot.lastHeard > kPeerTimeout)
-          drop(slot, "silent for 60 s", true);
-        else if (now >= slot.nextAction)
-          startClockSync(slot, now);
+        if (now - slot.lastHeard > peerTimeout_) {
+          drop(slot, silentReason_.data(), true);
+          break;
+        }
+        if (now >= slot.nextAction) startClockSync(slot, now);
+        if (slot.unacknowledgedMidi && now >= slot.nextFeedback) sendFeedback(slot, now);
         break;
     }
   }

@@ -4,8 +4,10 @@
 // without sockets: datagrams are handed in with the port they came to, the sender and the time;
 // what to send goes out through the listener. It answers invitations (and invites, as the
 // initiator), answers every CK0 and starts its own clock exchanges on a schedule (never in reply
-// to a CK2), drops a peer on goodbye or after 60 s of silence, and reads each peer's MIDI with
-// its own payload reader. Peers live in fixed storage: receiving allocates nothing. One thread.
+// to a CK2), drops a peer on goodbye or after 60 s of silence, reads each peer's MIDI with its own
+// payload reader and tells the peer, once a second at most, the last packet it got (receiver
+// feedback, so that the peer can shorten its recovery journal). Peers live in fixed storage:
+// receiving allocates nothing. One thread.
 
 #include <array>
 #include <cstddef>
@@ -31,6 +33,7 @@ using SessionTime = std::uint64_t;
 inline constexpr SessionTime kSecond = 10000;
 inline constexpr SessionTime kPeerTimeout = 60 * kSecond;
 inline constexpr SessionTime kClockSyncInterval = 10 * kSecond;
+inline constexpr SessionTime kFeedbackInterval = kSecond;
 inline constexpr SessionTime kInvitationRetry = kSecond;
 inline constexpr int kInvitationAttempts = 12;
 inline constexpr std::size_t kMaximumPeers = 16;
@@ -49,7 +52,7 @@ class SessionListener {
                     std::size_t size) = 0;
   // A peer has joined on both ports.
   virtual void peerJoined(const Peer& peer) = 0;
-  // A joined peer is gone ("goodbye", "silent for 60 s", "session ended").
+  // A joined peer is gone ("goodbye", "silent for 60 s", "session ended", "restarted").
   virtual void peerLeft(const Peer& peer, std::string_view why) = 0;
   virtual void midiReceived(const Peer& peer, std::uint32_t timestamp, const std::uint8_t* bytes,
                             std::size_t length) = 0;
@@ -57,7 +60,10 @@ class SessionListener {
 
 class AppleMidiSession {
  public:
-  AppleMidiSession(std::uint32_t ssrc, std::string_view name, SessionListener& listener);
+  // `peerTimeout`: the silence after which a peer is dropped; our own clock exchanges run six
+  // times in that span (every 10 s for the usual 60 s), so a live peer always answers in time.
+  AppleMidiSession(std::uint32_t ssrc, std::string_view name, SessionListener& listener,
+                   SessionTime peerTimeout = kPeerTimeout);
 
   // A datagram that came to `port` from `from`.
   void receive(SessionPort port, const Endpoint& from, const std::uint8_t* data, std::size_t size,
@@ -83,8 +89,9 @@ class AppleMidiSession {
     std::uint32_t token = 0;
     bool initiator = false;
     int attempts = 0;
-    SessionTime lastHeard = 0, nextAction = 0;
+    SessionTime lastHeard = 0, nextAction = 0, nextFeedback = 0;
     PayloadReader reader;
+    bool unacknowledgedMidi = false;  // MIDI read since the last receiver feedback
   };
 
   Slot* findBySsrc(std::uint32_t ssrc);
@@ -96,9 +103,12 @@ class AppleMidiSession {
   void handleClockSync(const Endpoint& from, const SessionCommand& command, SessionTime now);
   void startClockSync(Slot& slot, SessionTime now);
   void drop(Slot& slot, std::string_view why, bool sayGoodbye);
+  void sendFeedback(Slot& slot, SessionTime now);
 
   std::uint32_t ssrc_;
   std::array<char, kMaximumNameLength + 1> name_{};
+  SessionTime peerTimeout_, clockSyncInterval_;
+  std::array<char, 32> silentReason_{};  // "silent for 60 s"
   SessionListener& listener_;
   std::array<Slot, kMaximumPeers> slots_{};
   std::uint32_t nextToken_;

@@ -4,7 +4,7 @@
 
 #include <QTest>
 
-#include "frameworks/krui/KeyRecorder.h"
+#include "support/KeyRecorder.h"
 
 namespace {
 

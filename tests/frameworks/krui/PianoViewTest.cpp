@@ -7,8 +7,8 @@
 #include <QTest>
 #include <memory>
 
-#include "frameworks/krui/KeyRecorder.h"
 #include "platform/foundation/Log.h"
+#include "support/KeyRecorder.h"
 
 namespace {
 

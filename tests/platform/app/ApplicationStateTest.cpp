@@ -7,7 +7,6 @@
 
 #include "platform/foundation/ApplicationNotifications.h"
 #include "platform/foundation/NotificationCenter.h"
-#include "platform/foundation/UserDefaults.h"
 
 namespace platform {
 namespace {
@@ -28,18 +27,6 @@ TEST(ApplicationState, PostsActiveAndBackgroundOncePerChange) {
   center.removeObserver(&seen);
   EXPECT_EQ(seen, (std::vector<std::string>{kApplicationDidEnterBackgroundNotification,
                                             kApplicationDidBecomeActiveNotification}));
-}
-
-TEST(UserDefaults, StoresPreferencesOnDisk) {
-  auto& defaults = UserDefaults::standardUserDefaults();
-  defaults.removeObjectForKey("MIDI-CHANNEL");
-  EXPECT_FALSE(defaults.integerForKey("MIDI-CHANNEL"));
-  defaults.setInteger("MIDI-CHANNEL", 7);
-  defaults.setBool("background-audio", true);
-  defaults.synchronize();
-  EXPECT_EQ(defaults.integerForKey("MIDI-CHANNEL"), 7);
-  EXPECT_EQ(defaults.boolForKey("background-audio"), true);
-  EXPECT_FALSE(defaults.boolForKey("MIDI-never-stored"));
 }
 
 }  // namespace

@@ -5,14 +5,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/TemporaryFolder.h"
+
 namespace platform {
 namespace {
-
-std::filesystem::path scratch(const char* name) {
-  auto folder = std::filesystem::temp_directory_path() / "pelma-plist-test";
-  std::filesystem::create_directories(folder);
-  return folder / name;
-}
 
 TEST(PropertyListFile, WritesAndReadsBackEveryKindOfValue) {
   const PropertyDictionary state{
@@ -24,7 +20,8 @@ TEST(PropertyListFile, WritesAndReadsBackEveryKindOfValue) {
       {"list", PropertyArray{1, "two", 3.5}},
       {"ports", PropertyDictionary{{"cutoff", 1200.0}, {"empty", PropertyDictionary{}}}},
   };
-  const auto path = scratch("state.plist");
+  TemporaryFolder folder;
+  const auto path = folder.path() / "state.plist";
   ASSERT_TRUE(writePropertyList(state, path));
   EXPECT_FALSE(std::filesystem::exists(path.string() + ".partial"));
   const auto read = readPropertyList(path);
@@ -36,10 +33,9 @@ TEST(PropertyListFile, WritesAndReadsBackEveryKindOfValue) {
 }
 
 TEST(PropertyListFile, RefusesWhatIsNotAPropertyList) {
-  EXPECT_FALSE(readPropertyList(scratch("missing.plist")));
-  const auto path = scratch("broken.plist");
-  std::ofstream(path) << "<plist><dict><key>a</key>";
-  EXPECT_FALSE(readPropertyList(path));
+  TemporaryFolder folder;
+  EXPECT_FALSE(readPropertyList(folder.path() / "missing.plist"));
+  EXPECT_FALSE(readPropertyList(folder.write("broken.plist", "<plist><dict><key>a</key>")));
   EXPECT_FALSE(writePropertyList({}, std::filesystem::path("/nonexistent-folder/x.plist")));
 }
 

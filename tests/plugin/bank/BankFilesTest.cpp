@@ -1,15 +1,14 @@
 #include <gtest/gtest.h>
 
-#include "../../support/TemporaryFolder.h"
 #include "bank/Bank.h"
 #include "platform/foundation/Log.h"
+#include "support/BankText.h"
+#include "support/TemporaryFolder.h"
 
 namespace pelma {
 namespace {
 
-std::string bankText(const std::string& name, const std::string& patch = "P") {
-  return "pelma-bank 1\nname = " + name + "\n[" + patch + "]\ncutoff = 640\nend\n";
-}
+using testing_support::bankText;
 
 std::vector<std::string> names(const std::vector<Bank>& banks) {
   std::vector<std::string> result;
@@ -31,7 +30,7 @@ TEST(BankFilesTest, ReadsFileAndFolderBanksAndIgnoresEverythingElse) {
   auto banks = readBankFolder(folder.path());
   EXPECT_EQ(names(banks), (std::vector<std::string>{"Alpha", "Bravo"}));
   EXPECT_EQ(banks[0].location, folder.path() / "a.plb");
-  EXPECT_EQ(banks[0].patches.at(0).values[kCutoff], 640.0f);
+  EXPECT_EQ(banks[0].patches.at(0).values[kCutoff], 500.0f);
   EXPECT_TRUE(log.lines().empty());
 }
 
@@ -50,8 +49,8 @@ TEST(BankFilesTest, BrokenBanksAreSkippedWithOneLineEach) {
 
 TEST(BankFilesTest, OfTwoBanksWithOneNameTheFirstEntryNameWins) {
   TemporaryFolder folder;
-  folder.write("zz-new.plb", bankText("Shared", "from zz"));
-  folder.write("aa-old.plb/bank.plb", bankText("Shared", "from aa"));
+  folder.write("zz-new.plb", bankText("Shared", {"from zz"}));
+  folder.write("aa-old.plb/bank.plb", bankText("Shared", {"from aa"}));
   folder.write("mm.plb", bankText("Other"));
   platform::LogCapture log;
   auto banks = readBankFolder(folder.path());

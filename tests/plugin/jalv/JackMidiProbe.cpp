@@ -1,7 +1,7 @@
 // A small JACK client that plays an outside host's instrument: it connects its MIDI output to the
 // client's "control" port and the client's "out_left" port to its audio input, plays A4 for one
 // second, records two seconds and prints the level and pitch it heard. The pitch only has to be
-// the right note: a loaded machine drops blocks (xruns), which shifts a zero-crossing count.
+// the right note: a loaded machine drops blocks (xruns), which breaks the waveform's periods.
 //
 //   pelma_jack_probe CLIENT_NAME    exit status 0 when the sound is there and in tune
 
@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "AudioMeasurements.h"
+#include "support/AudioAnalysis.h"
 
 namespace {
 
@@ -109,13 +109,15 @@ int main(int argc, char** argv) {
   std::size_t held = static_cast<std::size_t>(rate);
   std::vector<float> note(probe.recording.begin() + static_cast<std::ptrdiff_t>(held / 4),
                           probe.recording.begin() + static_cast<std::ptrdiff_t>(held));
-  double level = audio::rms(note);
-  double pitch = audio::frequency(note, rate);
-  double tail = audio::rms(probe.recording, held + held / 2, probe.recording.size());
+  using namespace testing_support;
+  double level = rms(note.data(), note.size());
+  double pitch = estimatePitch(note.data(), note.size(), rate, 200, 1000);
+  const std::size_t released = held + held / 2;
+  double tail = rms(probe.recording.data() + released, probe.recording.size() - released);
   std::printf(
       "recorded %zu frames at %.0f Hz: note RMS %.4f, pitch %.3f Hz (%+.3f cents from 440), "
       "RMS after release %.6f\n",
-      probe.recorded.load(), rate, level, pitch, pitch > 0 ? audio::cents(pitch, 440) : 0.0, tail);
-  bool ok = level > 0.01 && pitch > 0 && std::fabs(audio::cents(pitch, 440)) < 50 && tail < 1e-4;
+      probe.recorded.load(), rate, level, pitch, pitch > 0 ? cents(pitch, 440) : 0.0, tail);
+  bool ok = level > 0.01 && pitch > 0 && std::fabs(cents(pitch, 440)) < 50 && tail < 1e-4;
   return ok ? 0 : 1;
 }

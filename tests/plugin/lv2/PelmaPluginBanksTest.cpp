@@ -4,14 +4,13 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <lv2/atom/util.h>
 
 #include <cmath>
-#include <memory>
 
-#include "../../support/TemporaryFolder.h"
-#include "../host/Lv2Instrument.h"
+#include "../PelmaRig.h"
 #include "bank/Bank.h"
-#include "lv2/PelmaUris.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -19,35 +18,52 @@ class PelmaBanksTest : public ::testing::Test {
  protected:
   TemporaryFolder banks_{true};
 
-  static std::unique_ptr<Lv2Instrument> make() {
-    return std::make_unique<Lv2Instrument>(pelma::kPluginUri, 48000);
-  }
   void writeBank(const std::string& entry, const std::string& name, int cutoff) {
     banks_.write(entry,
                  fmt::format("pelma-bank 1\nname = {}\n[Only]\ncutoff = {}\nend\n", name, cutoff));
   }
   // The state after one more block, so the latest choice is in it.
-  static std::string stateAfterBlock(Lv2Instrument& synth) {
+  static std::string stateAfterBlock(PelmaRig& synth) {
     synth.render(64);
     return synth.saveState();
   }
-  static void selectBank(Lv2Instrument& synth, int bank, int program) {
-    synth.midi({0xB0, 0, static_cast<std::uint8_t>(bank >> 7)});
-    synth.midi({0xB0, 32, static_cast<std::uint8_t>(bank & 0x7F)});
-    synth.midi({0xC0, static_cast<std::uint8_t>(program)});
+  // Chooses bank and patch by MIDI; the state after the next block.
+  static std::string selectBank(PelmaRig& synth, int bank, int program) {
+    synth.midi(0xB0, 0, static_cast<std::uint8_t>(bank >> 7));
+    synth.midi(0xB0, 32, static_cast<std::uint8_t>(bank & 0x7F));
+    synth.midi(0xC0, static_cast<std::uint8_t>(program));
+    return stateAfterBlock(synth);
+  }
+  // Renders until the plug-in announces a set of `count` banks on its notify output (its worker
+  // thread reads the folder) — within two thirds of a second of audio.
+  static bool announcesBanks(PelmaRig& synth, int count) {
+    synth.unit->setEditorAttached(true);
+    platform::Lv2World& world = *platform::Lv2World::shared();
+    return synth.renderUntil([&] {
+      for (const auto& event : synth.takePluginEvents()) {
+        const auto* object = reinterpret_cast<const LV2_Atom_Object*>(event.data());
+        const LV2_Atom* banks = nullptr;
+        if (object->atom.type != world.map(LV2_ATOM__Object) ||
+            object->body.otype != world.map(pelma::kBankMessageUri))
+          continue;
+        lv2_atom_object_get(object, world.map(pelma::kBankCountUri), &banks, 0);
+        if (banks && reinterpret_cast<const LV2_Atom_Int*>(banks)->body == count) return true;
+      }
+      return false;
+    });
   }
 };
 
 using ::testing::HasSubstr;
 
 TEST_F(PelmaBanksTest, FactoryBankIsBankZeroAndProgramChangeChoosesItsPatches) {
-  auto synth = make();
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("\"Factory\""));
-  synth->midi({0xC5, 3});  // "Round Bass", on channel 6
-  auto state = stateAfterBlock(*synth);
+  PelmaRig synth;
+  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("\"Factory\""));
+  synth.midi(0xC5, 3);  // "Round Bass", on channel 6
+  auto state = stateAfterBlock(synth);
   EXPECT_THAT(state, HasSubstr("cutoff = 300\n"));
-  synth->midi({0xC0, 100});  // no such patch: nothing changes
-  EXPECT_EQ(stateAfterBlock(*synth), state);
+  synth.midi(0xC0, 100);  // no such patch: nothing changes
+  EXPECT_EQ(stateAfterBlock(synth), state);
 }
 
 TEST_F(PelmaBanksTest, BanksInTheFolderFollowTheFactoryBankInEntryOrder) {
@@ -55,92 +71,83 @@ TEST_F(PelmaBanksTest, BanksInTheFolderFollowTheFactoryBankInEntryOrder) {
   banks_.write("a.plb/bank.plb", "pelma-bank 1\nname = First\n[A]\ncutoff = 222\nend\n");
   banks_.write("test.txt", "TEST");
   banks_.write("broken.plb", "pelma-bank 1\n[cut");
-  auto synth = make();
-  selectBank(*synth, 2, 0);
-  auto state = stateAfterBlock(*synth);
+  PelmaRig synth;
+  auto state = selectBank(synth, 2, 0);
   EXPECT_THAT(state, HasSubstr("\"Second\""));
   EXPECT_THAT(state, HasSubstr("cutoff = 432\n"));
-  selectBank(*synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("cutoff = 222\n"));
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 222\n"));
 }
 
 TEST_F(PelmaBanksTest, FolderBankNamedLikeTheFactoryBankIsSkipped) {
   writeBank("factory.plb", "Factory", 999);
-  auto synth = make();
-  selectBank(*synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("cutoff = 8000\n"));  // still the Init patch
+  PelmaRig synth;
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 8000\n"));  // still the Init patch
 }
 
-TEST_F(PelmaBanksTest, RefreshMessageBringsInNewBanksWithoutRestart) {
-  auto synth = make();
-  writeBank("new.plb", "Fresh", 555);
-  synth->message(pelma::kRefreshBanksUri);
-  synth->render(64);
-  selectBank(*synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("cutoff = 555\n"));
-}
-
-TEST_F(PelmaBanksTest, BankFolderIsLookedAtAboutOnceASecond) {
-  auto synth = make();
+// The plug-in looks at the bank folder about once a second, and at once when asked to.
+TEST_F(PelmaBanksTest, NewBanksComeInWithinASecondOrOnARefreshMessage) {
+  PelmaRig synth;
   writeBank("later.plb", "Later", 777);
-  selectBank(*synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("cutoff = 8000\n"));  // not there yet
-  synth->render(48000 + 256);
-  selectBank(*synth, 1, 0);
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("cutoff = 777\n"));
+  synth.render(43000);
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 8000\n"));  // not there yet
+  ASSERT_TRUE(announcesBanks(synth, 2));
+  EXPECT_THAT(selectBank(synth, 1, 0), HasSubstr("cutoff = 777\n"));
+
+  writeBank("new.plb", "Fresh", 555);  // well before the next look
+  synth.unit->sendObjectMessage(pelma::kRefreshBanksUri);
+  ASSERT_TRUE(announcesBanks(synth, 3));
+  EXPECT_THAT(selectBank(synth, 2, 0), HasSubstr("cutoff = 555\n"));
 }
 
 TEST_F(PelmaBanksTest, ChosenBankIsKeptByNameWhenNumbersShift) {
   writeBank("m.plb", "Mine", 432);
-  auto synth = make();
-  selectBank(*synth, 1, 0);
-  synth->render(64);
+  PelmaRig synth;
+  selectBank(synth, 1, 0);
   writeBank("a.plb", "Aardvark", 111);  // takes bank number 1
-  synth->message(pelma::kRefreshBanksUri);
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("\"Mine\""));
+  synth.unit->sendObjectMessage(pelma::kRefreshBanksUri);
+  ASSERT_TRUE(announcesBanks(synth, 3));
+  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("\"Mine\""));
 }
 
 TEST_F(PelmaBanksTest, PortsChooseThePatchAndMovedControlsOverrideIt) {
-  auto synth = make();
-  synth->setControl("program", 3);
-  EXPECT_THAT(stateAfterBlock(*synth), HasSubstr("cutoff = 300\n"));
-  synth->setControl("cutoff", 1234);
-  auto state = stateAfterBlock(*synth);
+  PelmaRig synth;
+  synth.set("program", 3);
+  EXPECT_THAT(stateAfterBlock(synth), HasSubstr("cutoff = 300\n"));
+  synth.set("cutoff", 1234);
+  auto state = stateAfterBlock(synth);
   EXPECT_THAT(state, HasSubstr("cutoff = 1234\n"));
   EXPECT_THAT(state, HasSubstr("resonance = 0.35\n"));  // the rest of Round Bass stays
-  synth->setControl("program", NAN);                    // a broken port value chooses nothing
-  synth->render(1024);
-  state = stateAfterBlock(*synth);
+  synth.set("program", NAN);                            // a broken port value chooses nothing
+  synth.render(1024);
+  state = stateAfterBlock(synth);
   EXPECT_THAT(state, HasSubstr("cutoff = 1234\n"));
   EXPECT_THAT(state, HasSubstr("resonance = 0.35\n"));
 }
 
 TEST_F(PelmaBanksTest, StateRestoresChoiceAndSoundInAnotherInstance) {
   writeBank("m.plb", "Mine", 432);
-  auto first = make();
-  selectBank(*first, 1, 0);
-  first->render(64);
-  first->setControl("resonance", 0.7f);
-  auto saved = stateAfterBlock(*first);
+  PelmaRig first;
+  selectBank(first, 1, 0);
+  first.set("resonance", 0.7f);
+  auto saved = stateAfterBlock(first);
   EXPECT_THAT(saved, HasSubstr("resonance = 0.7\n"));
 
-  auto second = make();
-  second->restoreState(saved);
-  EXPECT_EQ(stateAfterBlock(*second), saved);
+  PelmaRig second;
+  second.restoreState(saved);
+  EXPECT_EQ(stateAfterBlock(second), saved);
   // The restored ports do not override the restored sound on the next blocks.
-  second->render(1024);
-  EXPECT_EQ(second->saveState(), saved);
+  second.render(1024);
+  EXPECT_EQ(second.saveState(), saved);
 }
 
 TEST_F(PelmaBanksTest, StateWhoseBankIsGoneKeepsItsSound) {
   writeBank("m.plb", "Mine", 432);
-  auto first = make();
-  selectBank(*first, 1, 0);
-  auto saved = stateAfterBlock(*first);
+  PelmaRig first;
+  auto saved = selectBank(first, 1, 0);
   std::filesystem::remove(banks_.path() / "m.plb");
-  auto second = make();
-  second->restoreState(saved);
-  auto state = stateAfterBlock(*second);
+  PelmaRig second;
+  second.restoreState(saved);
+  auto state = stateAfterBlock(second);
   EXPECT_THAT(state, HasSubstr("cutoff = 432\n"));
   EXPECT_THAT(state, HasSubstr("\"Factory\""));
 }
@@ -149,14 +156,14 @@ TEST_F(PelmaBanksTest, EveryFactoryPatchIsAnLv2Preset) {
   auto factory = pelma::readBank(std::filesystem::path(PELMA_LV2_BUNDLE) / "Factory.plb");
   ASSERT_TRUE(factory);
   ASSERT_GE(factory->patches.size(), 8u);
-  auto synth = make();
+  PelmaRig synth;
   for (const auto& patch : factory->patches) {
-    ASSERT_TRUE(synth->loadPreset(patch.name)) << patch.name;
-    EXPECT_THAT(stateAfterBlock(*synth),
+    ASSERT_TRUE(synth.loadPreset(patch.name)) << patch.name;
+    EXPECT_THAT(stateAfterBlock(synth),
                 HasSubstr(fmt::format("cutoff = {}\n", patch.values[pelma::kCutoff])))
         << patch.name;
   }
-  EXPECT_FALSE(synth->loadPreset("No such preset"));
+  EXPECT_FALSE(synth.loadPreset("No such preset"));
 }
 
 }  // namespace

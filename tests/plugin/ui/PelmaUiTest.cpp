@@ -1,7 +1,7 @@
 // Pelma's editor loaded as a host loads it: the module through lv2ui_descriptor, with no
 // QApplication in the process, a real X11 parent window (the test runs under Xvfb), and a running
-// plug-in instance (the lilv test host) whose notify events and level the test hands to the
-// editor, and whose ports and control input receive what the editor writes.
+// plug-in instance (played by the host's audio unit) whose notify events and level the test hands
+// to the editor, and whose ports and control input receive what the editor writes.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -13,13 +13,12 @@
 #include <QTest>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 
-#include "Lv2Instrument.h"
+#include "../PelmaRig.h"
 #include "bank/Bank.h"
-#include "lv2/PelmaUris.h"
+#include "support/Processes.h"
+#include "support/TemporaryFolder.h"
 // Xlib last: its macros (None, Bool, Status) break Qt's and GoogleTest's headers.
 #include <X11/Xlib.h>
 
@@ -30,13 +29,9 @@ using namespace pelma;
 class EditorWithPlugin : public ::testing::Test {
  protected:
   void SetUp() override {
-    banks_ =
-        std::filesystem::temp_directory_path() / ("pelma-ui-banks-" + std::to_string(getpid()));
-    std::filesystem::remove_all(banks_);
-    std::filesystem::create_directories(banks_);
-    setenv("PELMA_BANKS_DIR", banks_.c_str(), 1);
-    instrument_ = std::make_unique<Lv2Instrument>(kPluginUri, 48000);
-    eventTransfer_ = map()->map(map()->handle, LV2_ATOM__eventTransfer);
+    instrument_ = std::make_unique<PelmaRig>();
+    instrument_->unit->setEditorAttached(true);
+    eventTransfer_ = world().map(LV2_ATOM__eventTransfer);
 
     display_ = XOpenDisplay(nullptr);
     ASSERT_NE(display_, nullptr) << "the test runs under an X server";
@@ -58,7 +53,7 @@ class EditorWithPlugin : public ::testing::Test {
                           return 0;
                         }};
     const LV2_Feature parentFeature{LV2_UI__parent, reinterpret_cast<void*>(parent_)};
-    const LV2_Feature mapFeature{LV2_URID__map, map()};
+    const LV2_Feature mapFeature{LV2_URID__map, world().mapFeature()};
     const LV2_Feature resizeFeature{LV2_UI__resize, &resize};
     const LV2_Feature idleFeature{LV2_UI__idleInterface, nullptr};
     const LV2_Feature* features[] = {&parentFeature, &mapFeature, &resizeFeature, &idleFeature,
@@ -81,11 +76,9 @@ class EditorWithPlugin : public ::testing::Test {
       XDestroyWindow(display_, parent_);
       XCloseDisplay(display_);
     }
-    std::filesystem::remove_all(banks_);
-    unsetenv("PELMA_BANKS_DIR");
   }
 
-  static LV2_URID_Map* map() { return Lv2Instrument::sharedUridMap(); }
+  static platform::Lv2World& world() { return *platform::Lv2World::shared(); }
 
   // The host's side of the editor's writes: control values to the plug-in's ports, events to
   // its control input.
@@ -94,25 +87,30 @@ class EditorWithPlugin : public ::testing::Test {
     auto* self = static_cast<EditorWithPlugin*>(controller);
     if (protocol == 0 && size == sizeof(float) && port >= kFirstParameterPort && port < kBankPort) {
       const auto& symbol = kParameters[port - kFirstParameterPort].symbol;
-      self->instrument_->setControl(std::string(symbol), *static_cast<const float*>(buffer));
+      self->instrument_->set(std::string(symbol), *static_cast<const float*>(buffer));
     } else if (protocol == self->eventTransfer_ && size >= sizeof(LV2_Atom)) {
-      self->instrument_->atom(*static_cast<const LV2_Atom*>(buffer));
+      self->instrument_->unit->sendEditorEvent(*static_cast<const LV2_Atom*>(buffer));
     } else {
       ADD_FAILURE() << "unexpected write to port " << port << " with protocol " << protocol;
     }
   }
 
   // Audio blocks of the plug-in, each followed by what a host passes to the editor: the notify
-  // events and the level; then the editor's idle call.
+  // events and changes of the level (an atom:Float from the unit); then the editor's idle call.
   void runBlocks(int blocks = 4) {
     for (int i = 0; i < blocks; ++i) {
       instrument_->render(256);
-      for (const auto& event : instrument_->takeOutputEvents()) {
-        descriptor_->port_event(handle_, kNotifyPort, static_cast<uint32_t>(event.size()),
-                                eventTransfer_, event.data());
+      alignas(LV2_Atom) std::uint8_t event[32768];
+      std::uint32_t port = 0;
+      while (const std::uint32_t size =
+                 instrument_->unit->readPluginEvent(&port, event, sizeof event)) {
+        if (port == kLevelPort) {
+          const float level = reinterpret_cast<const LV2_Atom_Float*>(event)->body;
+          descriptor_->port_event(handle_, port, sizeof level, 0, &level);
+        } else {
+          descriptor_->port_event(handle_, port, size, eventTransfer_, event);
+        }
       }
-      const float level = instrument_->control("level");
-      descriptor_->port_event(handle_, kLevelPort, sizeof level, 0, &level);
       idle_->idle(handle_);
     }
   }
@@ -145,8 +143,8 @@ class EditorWithPlugin : public ::testing::Test {
     return bank ? *bank : Bank{};
   }
 
-  std::filesystem::path banks_;
-  std::unique_ptr<Lv2Instrument> instrument_;
+  TemporaryFolder banks_{true};
+  std::unique_ptr<PelmaRig> instrument_;
   LV2_URID eventTransfer_ = 0;
   Display* display_ = nullptr;
   Window parent_ = 0;
@@ -174,7 +172,7 @@ TEST_F(EditorWithPlugin, ReportsItsSizeAndOpensInsideTheParentWindow) {
   EXPECT_EQ(attributes.map_state, IsViewable);
 }
 
-TEST_F(EditorWithPlugin, ListsTheBanksAndPatchesThePluginSends) {
+TEST_F(EditorWithPlugin, ListsTheBanksAndPatchesThePluginSendsAlsoWhenItRereadsThem) {
   const Bank bank = factory();
   ASSERT_FALSE(bank.patches.empty());
   QComboBox* banks = chooser("bank");
@@ -185,72 +183,64 @@ TEST_F(EditorWithPlugin, ListsTheBanksAndPatchesThePluginSends) {
   for (int i = 0; i < patches->count(); ++i)
     EXPECT_TRUE(patches->itemText(i).endsWith(QString::fromStdString(bank.patches[i].name)));
   EXPECT_EQ(patches->currentIndex(), 0);
+
+  const std::string factoryText =
+      testing_support::readFile(std::string(PELMA_LV2_BUNDLE) + "/" + kFactoryBankFile);
+  banks_.write("Strings.plb",
+               std::regex_replace(factoryText, std::regex("name = Factory"), "name = Strings"));
+  instrument_->unit->sendObjectMessage(kRefreshBanksUri);
+  for (int block = 0; block < 2000 && banks->count() < 2; ++block) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the plug-in's worker thread
+    runBlocks(1);
+  }
+  ASSERT_EQ(banks->count(), 2);
+  EXPECT_EQ(banks->itemText(1), QStringLiteral("Strings"));
+  EXPECT_EQ(banks->currentIndex(), 0);
 }
 
 TEST_F(EditorWithPlugin, TurningAKnobChangesThePluginsPortAndSound) {
   QWidget* cutoff = control("cutoff");
-  const float before = instrument_->control("cutoff");
+  const float before = instrument_->unit->parameterValue("cutoff");
   const QPoint centre(cutoff->width() / 2, cutoff->width() / 4);
   QTest::mousePress(cutoff, Qt::LeftButton, {}, centre);
   QTest::mouseMove(cutoff, centre - QPoint(0, 60));
   QTest::mouseRelease(cutoff, Qt::LeftButton, {}, centre - QPoint(0, 60));
   const float shown = cutoff->property("value").toFloat();
   EXPECT_NE(shown, before);
-  EXPECT_EQ(instrument_->control("cutoff"), shown);
+  EXPECT_EQ(instrument_->unit->parameterValue("cutoff"), shown);
   runBlocks();
   EXPECT_NEAR(pluginValue("cutoff"), shown, shown * 1e-3);
   EXPECT_EQ(cutoff->property("value").toFloat(), shown) << "the plug-in's echo keeps the value";
 }
 
-TEST_F(EditorWithPlugin, ProgramChangeAndStateRestoreInThePluginShowInTheEditor) {
+TEST_F(EditorWithPlugin, PatchChoicesInEitherPlaceAndStateRestoresShowInBoth) {
   const Bank bank = factory();
   ASSERT_GE(bank.patches.size(), 4u);
+  auto showsPatch = [&](int patch) {
+    EXPECT_EQ(chooser("patch")->currentIndex(), patch);
+    EXPECT_FLOAT_EQ(pluginValue("cutoff"), bank.patches[patch].values[kCutoff]);
+    for (std::size_t i = 0; i < kParameterCount; ++i)
+      EXPECT_FLOAT_EQ(shownValue(i), bank.patches[patch].values[i]) << kParameters[i].symbol;
+  };
   const std::string saved = instrument_->saveState();
-  instrument_->midi({0xC0, 3});
+  instrument_->midi(0xC0, 3);
   runBlocks();
-  EXPECT_EQ(chooser("patch")->currentIndex(), 3);
-  for (std::size_t i = 0; i < kParameterCount; ++i)
-    EXPECT_FLOAT_EQ(shownValue(i), bank.patches[3].values[i]) << kParameters[i].symbol;
-
-  instrument_->restoreState(saved);
-  runBlocks();
-  EXPECT_EQ(chooser("patch")->currentIndex(), 0);
-  for (std::size_t i = 0; i < kParameterCount; ++i)
-    EXPECT_FLOAT_EQ(shownValue(i), bank.patches[0].values[i]) << kParameters[i].symbol;
-}
-
-TEST_F(EditorWithPlugin, ChoosingAPatchInTheEditorSelectsItInThePlugin) {
-  const Bank bank = factory();
-  ASSERT_GE(bank.patches.size(), 3u);
+  showsPatch(3);
   emit chooser("patch")->activated(2);
   runBlocks();
-  EXPECT_EQ(chooser("patch")->currentIndex(), 2);
-  EXPECT_FLOAT_EQ(pluginValue("cutoff"), bank.patches[2].values[kCutoff]);
-  EXPECT_FLOAT_EQ(shownValue(kCutoff), bank.patches[2].values[kCutoff]);
-}
-
-TEST_F(EditorWithPlugin, BanksInstalledLaterAppearWhenThePluginRereadsThem) {
-  std::ifstream in(std::filesystem::path(PELMA_LV2_BUNDLE) / kFactoryBankFile);
-  std::stringstream text;
-  text << in.rdbuf();
-  const std::string strings =
-      std::regex_replace(text.str(), std::regex("name = Factory"), "name = Strings");
-  std::ofstream(banks_ / "Strings.plb") << strings;
-  instrument_->message(kRefreshBanksUri);
+  showsPatch(2);
+  instrument_->restoreState(saved);
   runBlocks();
-  QComboBox* banks = chooser("bank");
-  ASSERT_EQ(banks->count(), 2);
-  EXPECT_EQ(banks->itemText(1), QStringLiteral("Strings"));
-  EXPECT_EQ(banks->currentIndex(), 0);
+  showsPatch(0);
 }
 
 TEST_F(EditorWithPlugin, MeterFollowsTheOutputLevel) {
   QWidget* meter = editor_->findChild<QWidget*>(QStringLiteral("level"));
   EXPECT_EQ(meter->property("litSegments").toInt(), 0);
-  instrument_->midi({0x90, 60, 110});
+  instrument_->midi(0x90, 60, 110);
   runBlocks(20);
   EXPECT_GT(meter->property("litSegments").toInt(), 5);
-  instrument_->midi({0x80, 60, 0});
+  instrument_->midi(0x80, 60, 0);
   runBlocks(1000);  // about five seconds
   EXPECT_EQ(meter->property("litSegments").toInt(), 0);
 }
