@@ -70,6 +70,8 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
     inRun_.store(false);
     for (auto& buffer : audioBuffers_)
       std::fill_n(buffer.begin(), frames, 0.0f);
+    // This block's MIDI is lost with it: no note may wait for a note off that never comes.
+    releaseAllNotes_.store(true, std::memory_order_relaxed);
     return;
   }
   for (Port& p : ports_) {
