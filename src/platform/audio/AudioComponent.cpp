@@ -44,6 +44,7 @@ struct Installed {
 
 std::vector<Installed> installedInstruments(Lv2World& world) {
   std::vector<Installed> result;
+  auto lock = world.queryLock();
   const LilvNode* instrument = world.node(LV2_CORE__InstrumentPlugin);
   const LilvPlugins* plugins = lilv_world_get_all_plugins(world.world());
   LILV_FOREACH(plugins, i, plugins) {

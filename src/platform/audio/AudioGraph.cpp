@@ -21,11 +21,8 @@ constexpr double kFallbackSampleRate = 48000.0;
 AudioGraph::AudioGraph() : planReader_(plan_.makeReader()) {}
 
 AudioGraph::~AudioGraph() {
-  {
-    std::lock_guard lock(monitorMutex_);
-    monitorStopping_ = true;
-  }
-  monitorWake_.notify_all();
+  monitorStopping_ = true;
+  monitorWake_.release();
   if (monitorThread_.joinable()) monitorThread_.join();
   setMusicSequence(nullptr);
   std::lock_guard lock(controlMutex_);
@@ -114,10 +111,16 @@ bool AudioGraph::start(std::string* error) {
       renderSampleRate_ = output_->sampleRate();
       activeOutput_.store(output_.get(), std::memory_order_release);
     }
+    // Nothing renders the instruments now: they may be made again at the output's rate, and
+    // learn the period they will mostly be asked for.
     for (const auto& unit : units_) {
+      unit->setNominalBlockLength(output_->bufferFrames());
       if (unit->sampleRate() != output_->sampleRate()) {
-        log("Audio graph: \"{}\" runs at {} Hz but the output runs at {} Hz", unit->name(),
-            unit->sampleRate(), output_->sampleRate());
+        const double before = unit->sampleRate();
+        if (unit->setSampleRate(output_->sampleRate())) {
+          log("Audio graph: \"{}\" made again at {} Hz (was {} Hz), its state kept", unit->name(),
+              output_->sampleRate(), before);
+        }
       }
     }
     if (!output_->start()) {
@@ -125,6 +128,7 @@ bool AudioGraph::start(std::string* error) {
       return false;
     }
     if (!monitorThread_.joinable()) monitorThread_ = std::thread([this] { monitor(); });
+    monitorWake_.release();  // the output may have changed: look at it anew
   }
   running_ = true;
   return true;
@@ -178,27 +182,49 @@ void AudioGraph::detachPlayer(MusicPlayer& player) {
   publishPlan();
 }
 
+void AudioGraph::outputChanged(const AudioOutput*) noexcept {
+  monitorWake_.release();
+}
+
 void AudioGraph::monitor() {
   using namespace std::chrono_literals;
   std::uint64_t lastBlocks = 0;
   int stalledChecks = 0;
   int checksSinceProbe = 0;
-  std::unique_lock wait(monitorMutex_);
-  while (!monitorWake_.wait_for(wait, 250ms, [this] { return monitorStopping_; })) {
+  bool watching = false;  // the output can only be watched, not heard from
+  while (true) {
+    if (watching) {
+      monitorWake_.try_acquire_for(250ms);
+    } else {
+      monitorWake_.acquire();
+    }
+    if (monitorStopping_) return;
     bool changed = false;
     {
       std::lock_guard lock(controlMutex_);
+      watching = running_ && output_ && !output_->reportsChanges();
       if (!running_ || !output_) continue;
       const bool onNullOutput = output_->name() == "null output";
       const std::uint64_t blocks = output_->blocksRendered();
       stalledChecks = blocks == lastBlocks ? stalledChecks + 1 : 0;
       lastBlocks = blocks;
-      if (!onNullOutput && (!output_->isAlive() || stalledChecks >= 4)) {
-        log("Audio output {} went away", output_->name());
+      const bool stalled = !output_->reportsChanges() && stalledChecks >= 4;
+      if (!onNullOutput && (!output_->isAlive() || stalled)) {
+        if (output_->sampleRate() != renderSampleRate_.load()) {
+          log("Audio output {} now runs at {} Hz", output_->name(), output_->sampleRate());
+        } else {
+          log("Audio output {} went away", output_->name());
+        }
         activeOutput_.store(nullptr, std::memory_order_release);
-        // The library may still be closing the lost stream on a thread of its own: keep the
-        // output object alive until the graph goes.
-        lostOutputs_.push_back(std::move(output_));
+        if (output_->reportsChanges()) {
+          // It told us itself, so its library is done with it: closed now, before a new client
+          // of the same library opens (libjack cannot close a dead client after that).
+          output_.reset();
+        } else {
+          // The library may still be closing the lost stream on a thread of its own: keep the
+          // output object alive until the graph goes.
+          lostOutputs_.push_back(std::move(output_));
+        }
         running_ = false;
         dropMidiOnStart_ = true;
         changed = true;

@@ -13,11 +13,11 @@
 // deterministically (tests, benchmarks, bouncing to a file).
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -94,6 +94,7 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
 
   void render(const AudioOutput* output, float* const* channels, std::uint32_t channelCount,
               std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
+  void outputChanged(const AudioOutput* output) noexcept override;
   void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
                    std::uint32_t frames) noexcept;
   // Publishes the graph as it now stands. Waits, at most a bounded time, for the audio thread
@@ -133,10 +134,11 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
   // Main thread: expires when the graph goes, so that a change queued for the main thread is
   // not delivered for a graph that no longer exists.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  // Watches the output: woken by an output that reports its own changes (JACK), or every 250 ms
+  // for outputs that can only be watched (a stalled block count, a JACK server that appears).
   std::thread monitorThread_;
-  std::mutex monitorMutex_;
-  std::condition_variable monitorWake_;
-  bool monitorStopping_ = false;
+  std::counting_semaphore<> monitorWake_{0};
+  std::atomic<bool> monitorStopping_{false};
 };
 
 }  // namespace platform

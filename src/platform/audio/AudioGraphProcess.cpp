@@ -42,6 +42,10 @@ void AudioGraph::renderChunk(const RenderPlan& plan, float* const* channels, std
   const double sampleRate = renderSampleRate_.load(std::memory_order_relaxed);
   for (MusicPlayer* player : plan.players)
     player->process(frames, sampleRate, *sequenceMidi);
+  if (!plan.players.empty()) {
+    for (const auto& unit : plan.units)
+      unit->setTransportPosition(plan.players.front()->blockPosition());
+  }
 
   for (const auto& unit : plan.units) {
     unit->process(frames);

@@ -1,8 +1,9 @@
 #pragma once
 
-// Where the audio graph's output goes: a sound device or server through RtAudio (JACK, then
-// PulseAudio, then ALSA), or, when none can be opened, a clocked null output that calls the
-// renderer from a timer thread at the same pace, so the program runs the same on any machine.
+// Where the audio graph's output goes: a JACK server through a JACK client of our own, else a
+// sound device through RtAudio (PulseAudio, then ALSA), or, when none can be opened, a clocked
+// null output that calls the renderer from a timer thread at the same pace, so the program runs
+// the same on any machine.
 
 #include <cstdint>
 #include <memory>
@@ -20,6 +21,9 @@ class AudioRenderer {
  public:
   virtual void render(const AudioOutput* output, float* const* channels, std::uint32_t channelCount,
                       std::uint32_t frames) noexcept PELMA_NONBLOCKING = 0;
+  // `output` has gone away or changed its rate. Called on a thread of the output's library, never
+  // the audio thread; must not block.
+  virtual void outputChanged(const AudioOutput* output) noexcept = 0;
 
  protected:
   ~AudioRenderer() = default;
@@ -32,6 +36,9 @@ class AudioOutput {
   virtual void stop() = 0;
   // False once the device or server has gone away (the stream no longer runs by itself).
   virtual bool isAlive() const = 0;
+  // True when the output calls outputChanged itself when it goes away or changes, so that nobody
+  // needs to watch it; false when only a stalled block count tells.
+  virtual bool reportsChanges() const { return false; }
   virtual double sampleRate() const = 0;
   virtual std::uint32_t bufferFrames() const = 0;
   // A name for the log: "JACK (system)", "null output", ...
@@ -45,13 +52,16 @@ class AudioOutput {
 std::unique_ptr<AudioOutput> openAudioOutput(AudioRenderer& renderer, double preferredSampleRate,
                                              std::uint32_t bufferFrames);
 
-// Opens only the null output.
 using AudioOutputOpener = std::unique_ptr<AudioOutput> (*)(AudioRenderer& renderer,
                                                            double preferredSampleRate,
                                                            std::uint32_t bufferFrames);
 
+// Opens only the null output.
 std::unique_ptr<AudioOutput> openNullOutput(AudioRenderer& renderer, double sampleRate,
                                             std::uint32_t bufferFrames);
+
+// The JACK output, or null when no JACK server answers.
+std::unique_ptr<AudioOutput> openJackOutput(AudioRenderer& renderer);
 
 // True when a JACK server answers (used to notice that a server came back).
 bool jackServerIsRunning();

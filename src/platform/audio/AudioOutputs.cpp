@@ -1,4 +1,4 @@
-// The concrete outputs: RtAudio devices and the clocked null output.
+// The RtAudio devices and the clocked null output (the JACK output is in JackOutput.cpp).
 
 #include <alsa/asoundlib.h>
 #include <jack/jack.h>
@@ -34,8 +34,6 @@ void keepJackFromStartingServers() {
 
 const char* apiName(RtAudio::Api api) {
   switch (api) {
-    case RtAudio::UNIX_JACK:
-      return "JACK";
     case RtAudio::LINUX_PULSE:
       return "PulseAudio";
     case RtAudio::LINUX_ALSA:
@@ -202,8 +200,12 @@ class NullOutput final : public AudioOutput {
 std::unique_ptr<AudioOutput> openAudioOutput(AudioRenderer& renderer, double preferredSampleRate,
                                              std::uint32_t bufferFrames) {
   keepJackFromStartingServers();
-  for (RtAudio::Api api : {RtAudio::UNIX_JACK, RtAudio::LINUX_PULSE, RtAudio::LINUX_ALSA}) {
-    if (api == RtAudio::UNIX_JACK && !jackServerIsRunning()) continue;
+  if (auto jack = openJackOutput(renderer)) {
+    log("Audio output: {}, {} Hz, {} frames", jack->name(), jack->sampleRate(),
+        jack->bufferFrames());
+    return jack;
+  }
+  for (RtAudio::Api api : {RtAudio::LINUX_PULSE, RtAudio::LINUX_ALSA}) {
     auto output = std::make_unique<RtAudioOutput>(api, renderer);
     try {
       output->open(preferredSampleRate, bufferFrames);

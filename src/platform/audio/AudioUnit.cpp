@@ -1,4 +1,5 @@
-// Creating an LV2 instrument instance, its host features, worker thread and state.
+// Creating an LV2 instrument instance: checking what it requires, instantiating and activating
+// it, and the settings the main thread gives it.
 
 #include "platform/audio/AudioUnit.h"
 
@@ -32,129 +33,13 @@
 namespace platform {
 namespace {
 
-constexpr std::uint32_t kAtomBufferSize = 32768;
-
 std::string nodeString(LilvNode* node) {
   std::string text = node ? lilv_node_as_string(node) : "";
   lilv_node_free(node);
   return text;
 }
 
-int logPrintf(LV2_Log_Handle handle, LV2_URID type, const char* format, ...);
-
-int logVprintf(LV2_Log_Handle handle, LV2_URID, const char* format, va_list args) {
-  auto* host = static_cast<Lv2Host*>(handle);
-  char line[512];
-  const int length = std::vsnprintf(line, sizeof line, format, args);
-  std::size_t size = std::strlen(line);
-  while (size > 0 && line[size - 1] == '\n')
-    line[--size] = '\0';
-  if (onAudioThread()) {
-    // Printed by the worker thread.
-    if (host->logRing.write(line, static_cast<std::uint32_t>(size))) sem_post(&host->wake);
-  } else {
-    log("{}: {}", host->pluginName, line);
-  }
-  return length;
-}
-
-int logPrintf(LV2_Log_Handle handle, LV2_URID type, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int result = logVprintf(handle, type, format, args);
-  va_end(args);
-  return result;
-}
-
-LV2_Worker_Status scheduleWork(LV2_Worker_Schedule_Handle handle, uint32_t size, const void* data) {
-  auto* host = static_cast<Lv2Host*>(handle);
-  ByteRing& ring = onAudioThread() ? host->requests : host->mainRequests;
-  if (!ring.write(data, size)) return LV2_WORKER_ERR_NO_SPACE;
-  sem_post(&host->wake);
-  return LV2_WORKER_SUCCESS;
-}
-
-LV2_Worker_Status respond(LV2_Worker_Respond_Handle handle, uint32_t size, const void* data) {
-  auto* host = static_cast<Lv2Host*>(handle);
-  return host->responses.write(data, size) ? LV2_WORKER_SUCCESS : LV2_WORKER_ERR_NO_SPACE;
-}
-
-char* makePath(LV2_State_Make_Path_Handle handle, const char* path) {
-  auto* host = static_cast<Lv2Host*>(handle);
-  std::filesystem::path full = host->stateFolder / path;
-  std::error_code ignored;
-  std::filesystem::create_directories(full.parent_path(), ignored);
-  return strdup(full.c_str());
-}
-
-char* abstractPath(LV2_State_Map_Path_Handle handle, const char* absolute) {
-  auto* host = static_cast<Lv2Host*>(handle);
-  std::filesystem::path path(absolute);
-  auto relative = path.lexically_relative(host->stateFolder);
-  if (!relative.empty() && *relative.begin() != "..") return strdup(relative.c_str());
-  return strdup(absolute);
-}
-
-char* absolutePath(LV2_State_Map_Path_Handle handle, const char* abstract) {
-  auto* host = static_cast<Lv2Host*>(handle);
-  std::filesystem::path path(abstract);
-  return strdup(path.is_absolute() ? abstract : (host->stateFolder / path).c_str());
-}
-
-void freePath(LV2_State_Free_Path_Handle, char* path) {
-  std::free(path);
-}
-
 }  // namespace
-
-Lv2Host::Lv2Host(Lv2World& world, const std::string& name, double rate, std::uint32_t maxFrames)
-    : pluginName(name),
-      sampleRate(static_cast<float>(rate)),
-      minBlock(1),
-      maxBlock(static_cast<int32_t>(maxFrames)),
-      nominalBlock(static_cast<int32_t>(maxFrames)),
-      sequenceSize(static_cast<int32_t>(kAtomBufferSize)),
-      requests(1 << 16),
-      mainRequests(1 << 16),
-      responses(1 << 16),
-      logRing(1 << 14),
-      stateFolder(bankFolder().parent_path() / "state") {
-  sem_init(&wake, 0, 0);
-  const LV2_URID atomFloat = world.map(LV2_ATOM__Float);
-  const LV2_URID atomInt = world.map(LV2_ATOM__Int);
-  options = {
-      {LV2_OPTIONS_INSTANCE, 0, world.map(LV2_PARAMETERS__sampleRate), sizeof(float), atomFloat,
-       &sampleRate},
-      {LV2_OPTIONS_INSTANCE, 0, world.map(LV2_BUF_SIZE__minBlockLength), sizeof(int32_t), atomInt,
-       &minBlock},
-      {LV2_OPTIONS_INSTANCE, 0, world.map(LV2_BUF_SIZE__maxBlockLength), sizeof(int32_t), atomInt,
-       &maxBlock},
-      {LV2_OPTIONS_INSTANCE, 0, world.map(LV2_BUF_SIZE__nominalBlockLength), sizeof(int32_t),
-       atomInt, &nominalBlock},
-      {LV2_OPTIONS_INSTANCE, 0, world.map(LV2_BUF_SIZE__sequenceSize), sizeof(int32_t), atomInt,
-       &sequenceSize},
-      {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr},
-  };
-  logFeature = {this, logPrintf, logVprintf};
-  schedule = {this, scheduleWork};
-  makePathFeature = {this, makePath};
-  mapPathFeature = {this, abstractPath, absolutePath};
-  freePathFeature = {this, freePath};
-  features = {
-      {LV2_URID__map, world.mapFeature()},     {LV2_URID__unmap, world.unmapFeature()},
-      {LV2_OPTIONS__options, options.data()},  {LV2_BUF_SIZE__boundedBlockLength, nullptr},
-      {LV2_WORKER__schedule, &schedule},       {LV2_LOG__log, &logFeature},
-      {LV2_STATE__makePath, &makePathFeature}, {LV2_STATE__mapPath, &mapPathFeature},
-      {LV2_STATE__freePath, &freePathFeature},
-  };
-  for (auto& feature : features)
-    featurePointers.push_back(&feature);
-  featurePointers.push_back(nullptr);
-}
-
-Lv2Host::~Lv2Host() {
-  sem_destroy(&wake);
-}
 
 // The features a plug-in may require of this host, besides the ones we pass.
 static bool isSupportedFeature(const std::string& uri, const Lv2Host& host) {
@@ -166,27 +51,10 @@ static bool isSupportedFeature(const std::string& uri, const Lv2Host& host) {
   return alsoSupported.count(uri) > 0;
 }
 
-// The symbol of the first port that the plug-in needs connected but whose type this host does
-// not know (it would be left unconnected and the plug-in would write through a null pointer), or
-// nothing.
-static std::string unknownRequiredPort(Lv2World& world, const LilvPlugin* plugin) {
-  const LilvNode* known[] = {world.node(LV2_CORE__AudioPort), world.node(LV2_CORE__ControlPort),
-                             world.node(LV2_CORE__CVPort), world.node(LV2_ATOM__AtomPort)};
-  const LilvNode* optional = world.node(LV2_CORE__connectionOptional);
-  for (std::uint32_t index = 0; index < lilv_plugin_get_num_ports(plugin); ++index) {
-    const LilvPort* port = lilv_plugin_get_port_by_index(plugin, index);
-    const bool isKnown = std::any_of(std::begin(known), std::end(known), [&](const LilvNode* type) {
-      return lilv_port_is_a(plugin, port, type);
-    });
-    if (!isKnown && !lilv_port_has_property(plugin, port, optional))
-      return lilv_node_as_string(lilv_port_get_symbol(plugin, port));
-  }
-  return {};
-}
-
 std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
                                              const LilvPlugin* plugin, double sampleRate,
                                              std::uint32_t maxFrames, std::string* error) {
+  auto lock = world->queryLock();  // everything here asks lilv, instantiation too
   std::shared_ptr<AudioUnit> unit(new AudioUnit());
   unit->world_ = world;
   unit->plugin_ = plugin;
@@ -223,146 +91,68 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
     if (error) *error = "\"" + unit->name_ + "\" failed to instantiate";
     return nullptr;
   }
-  unit->host_->worker = static_cast<const LV2_Worker_Interface*>(
-      lilv_instance_get_extension_data(unit->instance_, LV2_WORKER__interface));
   lv2_atom_forge_init(&unit->forge_, world->mapFeature());
-  unit->urids_ = {world->map(LV2_MIDI__MidiEvent), world->map(LV2_TIME__Position),
+  unit->urids_ = {world->map(LV2_MIDI__MidiEvent),      world->map(LV2_TIME__Position),
                   world->map(LV2_TIME__beatsPerMinute), world->map(LV2_TIME__beatsPerBar),
-                  world->map(LV2_TIME__beatUnit)};
+                  world->map(LV2_TIME__beatUnit),       world->map(LV2_TIME__speed),
+                  world->map(LV2_TIME__frame),          world->map(LV2_TIME__bar),
+                  world->map(LV2_TIME__barBeat),        world->map(LV2_TIME__beat)};
   unit->chunkType_ = world->map(LV2_ATOM__Chunk);
   unit->responseBuffer_.resize(1 << 16);
-  unit->connectPorts();
+  unit->findPorts();
   unit->contextReader_ = unit->contextBlock_.makeReader();
-  lilv_instance_activate(unit->instance_);
-  unit->workerRunning_ = true;
-  unit->workerThread_ = std::thread([raw = unit.get()] { raw->runWorkerThread(); });
+  unit->startInstance();
   return unit;
 }
 
 AudioUnit::~AudioUnit() {
+  endInstance();
+}
+
+void AudioUnit::startInstance() {
+  host_->worker = static_cast<const LV2_Worker_Interface*>(
+      lilv_instance_get_extension_data(instance_, LV2_WORKER__interface));
+  connectPorts();
+  lilv_instance_activate(instance_);
+  workerRunning_ = true;
+  workerThread_ = std::thread([this] { runWorkerThread(); });
+}
+
+void AudioUnit::endInstance() {
   workerRunning_ = false;
   if (host_) sem_post(&host_->wake);
   if (workerThread_.joinable()) workerThread_.join();
   if (instance_) {
     lilv_instance_deactivate(instance_);
     lilv_instance_free(instance_);
+    instance_ = nullptr;
   }
 }
 
-void AudioUnit::connectPorts() {
-  Lv2World& world = *world_;
-  const LilvNode* audio = world.node(LV2_CORE__AudioPort);
-  const LilvNode* control = world.node(LV2_CORE__ControlPort);
-  const LilvNode* cv = world.node(LV2_CORE__CVPort);
-  const LilvNode* atom = world.node(LV2_ATOM__AtomPort);
-  const LilvNode* input = world.node(LV2_CORE__InputPort);
-  const LilvNode* midiEvent = world.node(LV2_MIDI__MidiEvent);
-  const LilvNode* position = world.node(LV2_TIME__Position);
-
-  const std::uint32_t count = lilv_plugin_get_num_ports(plugin_);
-  std::vector<float> minimum(count), maximum(count), defaults(count);
-  lilv_plugin_get_port_ranges_float(plugin_, minimum.data(), maximum.data(), defaults.data());
-  ports_.resize(count);
-  silence_.assign(maxFrames_, 0.0f);
-  int audioOutputs = 0;
-  for (std::uint32_t index = 0; index < count; ++index) {
-    const LilvPort* port = lilv_plugin_get_port_by_index(plugin_, index);
-    Port& p = ports_[index];
-    p.symbol = lilv_node_as_string(lilv_port_get_symbol(plugin_, port));
-    const bool isInput = lilv_port_is_a(plugin_, port, input);
-    if (lilv_port_is_a(plugin_, port, audio)) {
-      p.kind = isInput ? Port::audioIn : Port::audioOut;
-      if (!isInput) {
-        p.bufferIndex = static_cast<int>(audioBuffers_.size());
-        audioBuffers_.emplace_back(maxFrames_, 0.0f);
-        if (audioOutputs < 2) outputPorts_[audioOutputs++] = p.bufferIndex;
-      }
-    } else if (lilv_port_is_a(plugin_, port, cv)) {
-      p.kind = Port::cv;
-      p.bufferIndex = static_cast<int>(audioBuffers_.size());
-      audioBuffers_.emplace_back(maxFrames_, 0.0f);
-    } else if (lilv_port_is_a(plugin_, port, control)) {
-      p.kind = isInput ? Port::controlIn : Port::controlOut;
-      // A missing (NaN) default means the minimum, or 0 without one.
-      float value = defaults[index];
-      if (std::isnan(value)) value = std::isnan(minimum[index]) ? 0.0f : minimum[index];
-      p.value = value;
-      if (isInput) {
-        p.controlIndex = static_cast<int>(controlTargets_.size());
-        controlTargets_.push_back(std::make_unique<std::atomic<float>>(value));
-      }
-    } else if (lilv_port_is_a(plugin_, port, atom)) {
-      p.kind = isInput ? Port::atomIn : Port::atomOut;
-      p.bufferIndex = static_cast<int>(atomBuffers_.size());
-      atomBuffers_.emplace_back(kAtomBufferSize, 0);
-      if (isInput && midiInputPort_ < 0 && lilv_port_supports_event(plugin_, port, midiEvent)) {
-        midiInputPort_ = static_cast<int>(index);
-        acceptsTimePosition_ = lilv_port_supports_event(plugin_, port, position);
-      }
-    }
-  }
-  if (outputPorts_[1] < 0) outputPorts_[1] = outputPorts_[0];
-
-  for (std::uint32_t index = 0; index < count; ++index) {
-    Port& p = ports_[index];
-    void* location = nullptr;
-    switch (p.kind) {
-      case Port::audioIn:
-        location = silence_.data();
-        break;
-      case Port::audioOut:
-      case Port::cv:
-        location = audioBuffers_[p.bufferIndex].data();
-        break;
-      case Port::controlIn:
-      case Port::controlOut:
-        location = &p.value;
-        break;
-      case Port::atomIn:
-      case Port::atomOut:
-        location = atomBuffers_[p.bufferIndex].data();
-        break;
-      case Port::other:
-        break;
-    }
-    lilv_instance_connect_port(instance_, index, location);
-  }
-  // Empty sequences in every atom input until the first block.
-  for (auto& p : ports_) {
-    if (p.kind == Port::atomIn) {
-      auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(atomBuffers_[p.bufferIndex].data());
-      sequence->atom = {sizeof(LV2_Atom_Sequence_Body), world.map(LV2_ATOM__Sequence)};
-      sequence->body = {0, 0};
-    }
-  }
+std::uint32_t AudioUnit::nominalBlockLength() const {
+  return static_cast<std::uint32_t>(host_->nominalBlock);
 }
 
-void AudioUnit::runWorkerThread() {
-  std::vector<std::uint8_t> message(1 << 16);
-  const auto capacity = static_cast<std::uint32_t>(message.size());
-  char line[512];
-  auto work = [&](std::uint32_t size) {
-    if (host_->worker && host_->worker->work) {
-      host_->worker->work(lilv_instance_get_handle(instance_), respond, host_.get(), size,
-                          message.data());
-    }
-  };
-  // Woken for every request and log line, and once more to stop.
-  while (sem_wait(&host_->wake) == 0 || errno == EINTR) {
-    if (!workerRunning_) break;
-    while (auto size = host_->requests.read(message.data(), capacity))
-      work(*size);
-    while (auto size = host_->mainRequests.read(message.data(), capacity))
-      work(*size);
-    while (auto size = host_->logRing.read(line, sizeof line - 1)) {
-      line[*size] = '\0';
-      log("{}: {}", name_, line);
-    }
-  }
+void AudioUnit::setNominalBlockLength(std::uint32_t frames) {
+  frames = std::clamp<std::uint32_t>(frames, 1, maxFrames_);
+  if (static_cast<std::uint32_t>(host_->nominalBlock) == frames) return;
+  host_->nominalBlock = static_cast<int32_t>(frames);
+  const auto* options = static_cast<const LV2_Options_Interface*>(
+      lilv_instance_get_extension_data(instance_, LV2_OPTIONS__interface));
+  if (!options || !options->set) return;
+  const LV2_Options_Option changed[] = {
+      {LV2_OPTIONS_INSTANCE, 0, world_->map(LV2_BUF_SIZE__nominalBlockLength), sizeof(int32_t),
+       world_->map(LV2_ATOM__Int), &host_->nominalBlock},
+      {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr}};
+  options->set(lilv_instance_get_handle(instance_), changed);
+}
+
+std::uint32_t AudioUnit::mapURI(const char* uri) const {
+  return world_->map(uri);
 }
 
 void AudioUnit::discardQueuedMidi() noexcept {
-  while (incoming_.pop()) {
+  while (midiToAudio_.pop()) {
   }
   releaseAllNotes_.store(true, std::memory_order_release);
 }
@@ -376,88 +166,6 @@ bool AudioUnit::sendObjectMessage(const std::string& typeUri) {
   const LV2_Atom_Object object{{sizeof(LV2_Atom_Object_Body), world_->map(LV2_ATOM__Object)},
                                {0, world_->map(typeUri.c_str())}};
   return sendEditorEvent(object.atom);
-}
-
-std::vector<std::string> AudioUnit::parameterSymbols() const {
-  std::vector<std::string> symbols;
-  for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn) symbols.push_back(p.symbol);
-  }
-  return symbols;
-}
-
-float AudioUnit::parameterValue(const std::string& symbol) const {
-  for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn && p.symbol == symbol)
-      return controlTargets_[p.controlIndex]->load();
-  }
-  return 0.0f;
-}
-
-void AudioUnit::setParameterValue(const std::string& symbol, float value) {
-  for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn && p.symbol == symbol)
-      controlTargets_[p.controlIndex]->store(value);
-  }
-}
-
-namespace {
-
-struct StateCollector {
-  Lv2World* world;
-  PropertyDictionary properties;
-};
-
-LV2_State_Status storeProperty(LV2_State_Handle handle, uint32_t key, const void* value,
-                               size_t size, uint32_t type, uint32_t) {
-  auto* collector = static_cast<StateCollector*>(handle);
-  Lv2World& world = *collector->world;
-  const char* keyUri = world.unmap(key);
-  const char* typeUri = world.unmap(type);
-  if (!keyUri || !typeUri) return LV2_STATE_ERR_UNKNOWN;
-  const std::string typeName = typeUri;
-  PropertyValue stored;
-  if ((typeName == LV2_ATOM__String || typeName == LV2_ATOM__Path || typeName == LV2_ATOM__URI) &&
-      size > 0) {
-    stored = std::string(static_cast<const char*>(value),
-                         strnlen(static_cast<const char*>(value), size));
-  } else if (typeName == LV2_ATOM__Int && size == sizeof(int32_t)) {
-    stored = std::int64_t{*static_cast<const int32_t*>(value)};
-  } else if (typeName == LV2_ATOM__Long && size == sizeof(int64_t)) {
-    stored = std::int64_t{*static_cast<const int64_t*>(value)};
-  } else if (typeName == LV2_ATOM__Float && size == sizeof(float)) {
-    stored = double{*static_cast<const float*>(value)};
-  } else if (typeName == LV2_ATOM__Double && size == sizeof(double)) {
-    stored = *static_cast<const double*>(value);
-  } else if (typeName == LV2_ATOM__Bool && size == sizeof(int32_t)) {
-    stored = *static_cast<const int32_t*>(value) != 0;
-  } else {
-    const auto* bytes = static_cast<const std::uint8_t*>(value);
-    stored = PropertyData(bytes, bytes + size);
-  }
-  collector->properties[keyUri] = PropertyDictionary{{"type", typeName}, {"value", stored}};
-  return LV2_STATE_SUCCESS;
-}
-
-}  // namespace
-
-PropertyDictionary AudioUnit::fullState() {
-  PropertyDictionary ports;
-  for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn)
-      ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
-  }
-  StateCollector collector{world_.get(), {}};
-  const auto* state = static_cast<const LV2_State_Interface*>(
-      lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
-  if (state && state->save) {
-    state->save(lilv_instance_get_handle(instance_), storeProperty, &collector,
-                LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
-  }
-  return PropertyDictionary{{"uri", uri_},
-                            {"name", name_},
-                            {"ports", std::move(ports)},
-                            {"properties", std::move(collector.properties)}};
 }
 
 }  // namespace platform

@@ -30,6 +30,7 @@
 #include "platform/foundation/PropertyList.h"
 #include "platform/foundation/SnapshotPublisher.h"
 #include "platform/music/MidiBlock.h"
+#include "platform/music/TransportPosition.h"
 
 namespace platform {
 
@@ -46,6 +47,12 @@ using MusicalContextBlock = std::function<bool(
     double* tempo, double* timeSignatureNumerator, std::int64_t* timeSignatureDenominator,
     double* currentBeatPosition, std::int64_t* sampleOffsetToNextBeat,
     double* currentMeasureDownbeatPosition)>;
+
+// A preset of a plug-in (pset:Preset): its URI and the name it shows.
+struct AudioUnitPreset {
+  std::string uri;
+  std::string name;
+};
 
 class AudioUnit final : public AudioNode {
  public:
@@ -64,7 +71,14 @@ class AudioUnit final : public AudioNode {
   // (instance-access, data-access). Main thread.
   LilvInstance* lilvInstance() const { return instance_; }
   double sampleRate() const { return sampleRate_; }
+  // The number the plug-in knows `uri` by (urid:map), for editors and tests that read its atoms.
+  std::uint32_t mapURI(const char* uri) const;
   std::uint32_t maximumFramesToRender() const { return maxFrames_; }
+  // The block length the plug-in is told to expect most (buf-size:nominalBlockLength): the
+  // output's period. Main thread, while the graph does not render this instrument; a plug-in
+  // with the options interface hears the change at once.
+  std::uint32_t nominalBlockLength() const;
+  void setNominalBlockLength(std::uint32_t frames);
 
   // Any thread, never blocks. False when the message queue is full (the message is dropped).
   bool sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
@@ -90,6 +104,22 @@ class AudioUnit final : public AudioNode {
   // ("ports"), and the properties it saves through its state interface ("properties", each
   // with its "type" URI and "value").
   PropertyDictionary fullState();
+  // Main thread, also while the graph renders (the plug-in skips the block the restore takes):
+  // gives the plug-in a state fullState made (control inputs by symbol, then its stored
+  // properties), a state file written by LV2 hosts (a Turtle file of lilv's state format), its
+  // presets, or its default state (every control at its default, and the plug-in's own default
+  // state when it has one). False, with one log line, when the state cannot be read.
+  bool restoreFullState(const PropertyDictionary& state);
+  bool restoreStateFromFile(const std::string& path);
+  bool loadPreset(const std::string& presetUri);
+  bool loadDefaultState();
+  // Main thread: the plug-in's presets, by name.
+  std::vector<AudioUnitPreset> presets() const;
+  // Main thread, while the graph does not render this instrument: makes the plug-in instance
+  // again at `sampleRate`, keeping its state. This object, its MIDI queue and its ports stay, so
+  // whoever sends it MIDI keeps doing so; an editor given lilvInstance() must be opened again.
+  // False (and a log line) when the plug-in cannot run at that rate; it then keeps its old one.
+  bool setSampleRate(double sampleRate);
 
   // Control inputs, by port symbol (any thread; the audio thread picks changes up per block).
   std::vector<std::string> parameterSymbols() const;
@@ -100,6 +130,8 @@ class AudioUnit final : public AudioNode {
   // Takes the queued messages into this block's MIDI (at their offsets) and returns the block,
   // for the music player to add its notes to.
   MidiBlock& beginBlock(std::uint32_t frames) noexcept;
+  // Where the sequence stands at the start of this block (the graph tells it from its player).
+  void setTransportPosition(const TransportPosition& position) noexcept { transport_ = position; }
   // Hands the block's MIDI to the plug-in and runs it for `frames` frames.
   void process(std::uint32_t frames) noexcept;
   // The rendered audio of the last block: channel 0 and 1 (a mono plug-in gives the same twice).
@@ -107,6 +139,9 @@ class AudioUnit final : public AudioNode {
 
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
   const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
+  // Everything the plug-in's MIDI input received in the last block, as it received it (the MIDI,
+  // time positions and editor messages); null without such an input. For tests.
+  const LV2_Atom_Sequence* lastAtomInput() const noexcept;
 
   // The plug-in's own editor, both ways and lock-free (main thread; the audio thread moves the
   // messages each block). sendEditorEvent queues an atom (header and body) for the plug-in's
@@ -122,14 +157,25 @@ class AudioUnit final : public AudioNode {
   struct Port {
     enum Kind { audioIn, audioOut, controlIn, controlOut, atomIn, atomOut, cv, other } kind = other;
     std::string symbol;
-    float value = 0.0f;     // control ports: the value the plug-in reads or writes
-    int controlIndex = -1;  // control inputs: index into controlTargets_
-    int bufferIndex = -1;   // index into audioBuffers_ or atomBuffers_
-    float forwarded = NAN;  // control outputs: the value last given to the editor
+    float value = 0.0f;         // control ports: the value the plug-in reads or writes
+    int controlIndex = -1;      // control inputs: index into controlTargets_
+    int bufferIndex = -1;       // index into audioBuffers_ or atomBuffers_
+    float forwarded = NAN;      // control outputs: the value last given to the editor
+    float defaultValue = 0.0f;  // control inputs
   };
-  void connectPorts();
+  void findPorts();     // the port table and buffers, once
+  void connectPorts();  // the instance's ports to them, at every instantiation
+  // Connects, activates and starts the worker for instance_; endInstance undoes it all.
+  void startInstance();
+  void endInstance();
   void runWorkerThread();
+  // Keeps run() from being called (the audio thread renders silence for this instrument) while
+  // the main thread restores a state; false when a block in progress did not end within a second.
+  bool suspendRun();
+  void resumeRun() { runSuspended_.store(false); }
+  bool applyState(LilvState* state, const std::string& what);
   void writeAtomInput(std::uint32_t frames) noexcept;
+  void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;
   void deliverWorkerResponses() noexcept;
 
   std::shared_ptr<Lv2World> world_;
@@ -152,19 +198,29 @@ class AudioUnit final : public AudioNode {
 
   LV2_Atom_Forge forge_{};
   struct {
-    LV2_URID midiEvent, timePosition, beatsPerMinute, beatsPerBar, beatUnit;
+    LV2_URID midiEvent, timePosition, beatsPerMinute, beatsPerBar, beatUnit, speed, frame, bar,
+        barBeat, beat;
   } urids_{};
   LV2_URID chunkType_ = 0;
   std::vector<std::uint8_t> responseBuffer_;
 
-  MpscQueue<MidiEvent, 1024> incoming_;
+  // The queues into and out of the audio thread, named by direction. MIDI comes from any thread
+  // (MIDI inputs, the keyboard, the network) into one lock-free multi-producer queue; the
+  // editor's atoms come from the main thread. beginBlock and writeAtomInput merge both into the
+  // block's input sequence, the editor's first, at frame 0.
+  MpscQueue<MidiEvent, 1024> midiToAudio_;
   std::atomic<bool> releaseAllNotes_{false};
   MidiBlock midi_;
   SnapshotPublisher<MusicalContextBlock> contextBlock_{std::make_unique<MusicalContextBlock>()};
   SnapshotPublisher<MusicalContextBlock>::Reader contextReader_;
+  // Audio thread: the transport this block, and what the plug-in was last told.
+  TransportPosition transport_;
+  TransportPosition sentPosition_{false, -1.0, 0.0};  // never a real position: the first is sent
+  std::uint32_t previousFrames_ = 0;
   double sentTempo_ = 0.0, sentNumerator_ = 0.0;
   std::int64_t sentDenominator_ = 0;
 
+  std::atomic<bool> runSuspended_{false}, inRun_{false};
   std::thread workerThread_;
   std::atomic<bool> workerRunning_{false};
 
@@ -172,8 +228,8 @@ class AudioUnit final : public AudioNode {
   void writeEditorEvents(LV2_Atom_Forge& forge) noexcept;
   void forwardPluginEvents() noexcept;
   static constexpr std::uint32_t kEditorMessageSize = 32768;
-  ByteRing editorEvents_{1 << 16};  // main thread -> audio thread
-  ByteRing pluginEvents_{1 << 18};  // audio thread -> main thread
+  ByteRing guiToAudio_{1 << 16};  // main thread -> audio thread: the editor's atoms
+  ByteRing audioToGui_{1 << 18};  // audio thread -> main thread: the plug-in's outputs
   std::vector<std::uint8_t> editorScratch_ = std::vector<std::uint8_t>(kEditorMessageSize);
   std::atomic<bool> editorAttached_{false};
 };

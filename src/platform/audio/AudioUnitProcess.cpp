@@ -7,6 +7,7 @@
 #include <lv2/time/time.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <optional>
 
@@ -14,11 +15,37 @@
 #include "platform/audio/Lv2Host.h"
 #include "platform/audio/Lv2World.h"
 
+#if defined(__x86_64__) || defined(__SSE2__)
+#include <xmmintrin.h>
+#endif
+
 namespace platform {
+namespace {
+
+// Denormal numbers in a plug-in's decaying tails cost up to a hundred times a normal operation:
+// run() is called with flush-to-zero and denormals-are-zero on, and the thread's own mode is put
+// back after it.
+class DenormalsFlushed {
+ public:
+#if defined(__x86_64__) || defined(__SSE2__)
+  DenormalsFlushed() noexcept : saved_(_mm_getcsr()) {
+    _mm_setcsr(saved_ | kFlushToZero | kDenormalsAreZero);
+  }
+  ~DenormalsFlushed() {
+    _mm_setcsr(saved_);
+  }
+
+ private:
+  static constexpr unsigned kFlushToZero = 0x8000, kDenormalsAreZero = 0x0040;
+  unsigned saved_;
+#endif
+};
+
+}  // namespace
 
 bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
                               std::uint32_t sampleOffset) noexcept {
-  return incoming_.push(MidiEvent{sampleOffset, 3, {status, data1, data2}});
+  return midiToAudio_.push(MidiEvent{sampleOffset, 3, {status, data1, data2}});
 }
 
 MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
@@ -27,7 +54,7 @@ MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
     for (std::uint8_t channel = 0; channel < 16; ++channel)
       midi_.add(MidiEvent{0, 3, {static_cast<std::uint8_t>(0xB0 | channel), 123, 0}});
   }
-  while (auto event = incoming_.pop()) {
+  while (auto event = midiToAudio_.pop()) {
     event->frame = std::min(event->frame, frames - 1);
     if (!midi_.add(*event)) break;
   }
@@ -36,6 +63,17 @@ MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
 
 void AudioUnit::process(std::uint32_t frames) noexcept {
   frames = std::min(frames, maxFrames_);
+  // Seen in this order by the main thread's suspendRun (both sequentially consistent): either it
+  // waits for this block, or this block sees the suspension and stays silent.
+  inRun_.store(true);
+  if (runSuspended_.load()) {
+    inRun_.store(false);
+    for (auto& buffer : audioBuffers_)
+      std::fill_n(buffer.begin(), frames, 0.0f);
+    // This block's MIDI is lost with it: no note may wait for a note off that never comes.
+    releaseAllNotes_.store(true, std::memory_order_relaxed);
+    return;
+  }
   for (Port& p : ports_) {
     if (p.kind == Port::controlIn)
       p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
@@ -47,9 +85,19 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
     }
   }
   writeAtomInput(frames);
-  lilv_instance_run(instance_, frames);
+  {
+    DenormalsFlushed flushed;
+    lilv_instance_run(instance_, frames);
+  }
   forwardPluginEvents();
   deliverWorkerResponses();
+  inRun_.store(false, std::memory_order_release);
+}
+
+const LV2_Atom_Sequence* AudioUnit::lastAtomInput() const noexcept {
+  if (midiInputPort_ < 0) return nullptr;
+  return reinterpret_cast<const LV2_Atom_Sequence*>(
+      atomBuffers_[ports_[midiInputPort_].bufferIndex].data());
 }
 
 void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
@@ -60,30 +108,7 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
   LV2_Atom_Forge_Frame sequenceFrame;
   lv2_atom_forge_sequence_head(&forge, &sequenceFrame, 0);
 
-  if (acceptsTimePosition_) {
-    const MusicalContextBlock* block = contextReader_.acquire();
-    double tempo = 0.0, numerator = 0.0, beat = 0.0, downbeat = 0.0;
-    std::int64_t denominator = 0, toNextBeat = 0;
-    if (block && *block &&
-        (*block)(&tempo, &numerator, &denominator, &beat, &toNextBeat, &downbeat) &&
-        (tempo != sentTempo_ || numerator != sentNumerator_ || denominator != sentDenominator_)) {
-      sentTempo_ = tempo;
-      sentNumerator_ = numerator;
-      sentDenominator_ = denominator;
-      LV2_Atom_Forge_Frame objectFrame;
-      lv2_atom_forge_frame_time(&forge, 0);
-      lv2_atom_forge_object(&forge, &objectFrame, 0, urids_.timePosition);
-      lv2_atom_forge_key(&forge, urids_.beatsPerMinute);
-      lv2_atom_forge_float(&forge, static_cast<float>(tempo));
-      lv2_atom_forge_key(&forge, urids_.beatsPerBar);
-      lv2_atom_forge_float(&forge, static_cast<float>(numerator));
-      lv2_atom_forge_key(&forge, urids_.beatUnit);
-      lv2_atom_forge_int(&forge, static_cast<int32_t>(denominator));
-      lv2_atom_forge_pop(&forge, &objectFrame);
-    }
-    contextReader_.release();
-  }
-
+  if (acceptsTimePosition_) writeTimePosition(forge, frames);
   writeEditorEvents(forge);
   midi_.sortByFrame();
   for (const MidiEvent& event : midi_) {
@@ -93,6 +118,55 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
     lv2_atom_forge_write(&forge, event.bytes, event.size);
   }
   lv2_atom_forge_pop(&forge, &sequenceFrame);
+}
+
+// Sends a time:Position at frame 0 when the transport starts, stops or jumps (the position is not
+// where the last block's would have carried it), and when the tempo or meter changes.
+void AudioUnit::writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept {
+  const MusicalContextBlock* block = contextReader_.acquire();
+  double tempo = 0.0, numerator = 4.0, beat = 0.0, downbeat = 0.0;
+  std::int64_t denominator = 4, toNextBeat = 0;
+  const bool told =
+      block && *block && (*block)(&tempo, &numerator, &denominator, &beat, &toNextBeat, &downbeat);
+  contextReader_.release();
+  const TransportPosition now = transport_;
+  if (now.tempo > 0.0) tempo = now.tempo;  // the sequence's own tempo track decides
+  if (!told && now.tempo <= 0.0) return;   // nobody tells a time
+
+  const double carriedTo =
+      sentPosition_.beat +
+      (sentPosition_.playing ? previousFrames_ * sentPosition_.tempo / (60.0 * sampleRate_) : 0.0);
+  const bool moved = now.playing != sentPosition_.playing || std::abs(now.beat - carriedTo) > 1e-6;
+  const bool changed =
+      tempo != sentTempo_ || numerator != sentNumerator_ || denominator != sentDenominator_;
+  sentPosition_ = {now.playing, now.beat, now.tempo};
+  previousFrames_ = frames;
+  if (!moved && !changed) return;
+  sentTempo_ = tempo;
+  sentNumerator_ = numerator;
+  sentDenominator_ = denominator;
+
+  const double bar = std::floor(now.beat / numerator);
+  LV2_Atom_Forge_Frame objectFrame;
+  lv2_atom_forge_frame_time(&forge, 0);
+  lv2_atom_forge_object(&forge, &objectFrame, 0, urids_.timePosition);
+  lv2_atom_forge_key(&forge, urids_.speed);
+  lv2_atom_forge_float(&forge, now.playing ? 1.0f : 0.0f);
+  lv2_atom_forge_key(&forge, urids_.frame);
+  lv2_atom_forge_long(&forge, std::llround(now.beat * 60.0 / tempo * sampleRate_));
+  lv2_atom_forge_key(&forge, urids_.bar);
+  lv2_atom_forge_long(&forge, static_cast<std::int64_t>(bar));
+  lv2_atom_forge_key(&forge, urids_.barBeat);
+  lv2_atom_forge_float(&forge, static_cast<float>(now.beat - bar * numerator));
+  lv2_atom_forge_key(&forge, urids_.beat);
+  lv2_atom_forge_double(&forge, now.beat);
+  lv2_atom_forge_key(&forge, urids_.beatsPerMinute);
+  lv2_atom_forge_float(&forge, static_cast<float>(tempo));
+  lv2_atom_forge_key(&forge, urids_.beatsPerBar);
+  lv2_atom_forge_float(&forge, static_cast<float>(numerator));
+  lv2_atom_forge_key(&forge, urids_.beatUnit);
+  lv2_atom_forge_int(&forge, static_cast<int32_t>(denominator));
+  lv2_atom_forge_pop(&forge, &objectFrame);
 }
 
 void AudioUnit::deliverWorkerResponses() noexcept {
@@ -112,13 +186,13 @@ void AudioUnit::deliverWorkerResponses() noexcept {
 
 bool AudioUnit::sendEditorEvent(const LV2_Atom& atom) noexcept {
   return sizeof atom + atom.size <= kEditorMessageSize &&
-         editorEvents_.write(&atom, static_cast<std::uint32_t>(sizeof atom + atom.size));
+         guiToAudio_.write(&atom, static_cast<std::uint32_t>(sizeof atom + atom.size));
 }
 
 std::uint32_t AudioUnit::readPluginEvent(std::uint32_t* port, void* buffer,
                                          std::uint32_t capacity) noexcept {
   std::uint8_t message[kEditorMessageSize + sizeof *port];
-  const std::optional<std::uint32_t> read = pluginEvents_.read(message, sizeof message);
+  const std::optional<std::uint32_t> read = audioToGui_.read(message, sizeof message);
   // An event larger than the caller takes is dropped (the editor's buffers take any).
   if (!read || *read < sizeof *port || *read - sizeof *port > capacity) return 0;
   const std::uint32_t size = *read;
@@ -128,7 +202,7 @@ std::uint32_t AudioUnit::readPluginEvent(std::uint32_t* port, void* buffer,
 }
 
 void AudioUnit::writeEditorEvents(LV2_Atom_Forge& forge) noexcept {
-  while (const auto size = editorEvents_.read(editorScratch_.data(), kEditorMessageSize)) {
+  while (const auto size = guiToAudio_.read(editorScratch_.data(), kEditorMessageSize)) {
     if (*size < sizeof(LV2_Atom)) continue;  // not an atom
     lv2_atom_forge_frame_time(&forge, 0);
     lv2_atom_forge_write(&forge, editorScratch_.data(), *size);
@@ -142,7 +216,7 @@ void AudioUnit::forwardPluginEvents() noexcept {
     if (size + sizeof port > editorScratch_.size()) return;
     std::memcpy(editorScratch_.data(), &port, sizeof port);
     std::memcpy(editorScratch_.data() + sizeof port, &atom, size);
-    pluginEvents_.write(editorScratch_.data(), static_cast<std::uint32_t>(sizeof port + size));
+    audioToGui_.write(editorScratch_.data(), static_cast<std::uint32_t>(sizeof port + size));
   };
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     Port& p = ports_[i];

@@ -24,6 +24,14 @@ namespace platform {
 
 class Lv2World;
 
+// The size of every atom port's buffer, also told to plug-ins as the sequence size.
+inline constexpr std::uint32_t kAtomBufferSize = 32768;
+
+// The symbol of the first port that a plug-in needs connected but whose type this host does not
+// know (it would be left unconnected and the plug-in would write through a null pointer), or
+// nothing.
+std::string unknownRequiredPort(Lv2World& world, const LilvPlugin* plugin);
+
 struct Lv2Host {
   Lv2Host(Lv2World& world, const std::string& name, double sampleRate, std::uint32_t maxFrames);
   ~Lv2Host();

@@ -66,7 +66,7 @@ Lv2World::~Lv2World() {
 }
 
 const LilvNode* Lv2World::node(const char* uri) {
-  std::lock_guard lock(nodesMutex_);
+  auto lock = queryLock();
   auto& node = nodes_[uri];
   if (!node) node = lilv_new_uri(world_, uri);
   return node;

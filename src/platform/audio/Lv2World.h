@@ -1,7 +1,10 @@
 #pragma once
 
 // The LV2 world of this process: every installed bundle, loaded once, and the URID map shared by
-// all plug-in instances. Loading and look-ups happen off the audio thread.
+// all plug-in instances. Loading and look-ups happen off the audio thread, and never two at once:
+// lilv is not thread-safe, and instruments are made on a thread of their own while the main
+// thread lists plug-ins or presets. Whoever calls lilv on the world or its plug-ins holds
+// `queryLock()` (it may be taken again by the same thread).
 
 #include <lilv/lilv.h>
 #include <lv2/urid/urid.h>
@@ -23,6 +26,7 @@ class Lv2World {
   Lv2World& operator=(const Lv2World&) = delete;
 
   LilvWorld* world() const { return world_; }
+  std::unique_lock<std::recursive_mutex> queryLock() { return std::unique_lock(queryMutex_); }
   // A node for `uri`, owned by the world.
   const LilvNode* node(const char* uri);
 
@@ -35,7 +39,7 @@ class Lv2World {
   Lv2World();
 
   LilvWorld* world_;
-  std::mutex nodesMutex_;
+  std::recursive_mutex queryMutex_;  // also guards nodes_
   std::unordered_map<std::string, LilvNode*> nodes_;
 
   std::mutex uridMutex_;

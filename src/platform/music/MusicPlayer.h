@@ -16,6 +16,7 @@
 #include "platform/music/MidiBlock.h"
 #include "platform/music/MusicSequence.h"
 #include "platform/music/MusicTrack.h"
+#include "platform/music/TransportPosition.h"
 
 namespace platform {
 
@@ -42,6 +43,8 @@ class MusicPlayer {
 
   // Audio thread: emits this block's notes into `out`, at frames inside the block.
   void process(std::uint32_t frames, double sampleRate, MidiBlock& out) noexcept;
+  // Audio thread: where the last processed block started, after the commands it carried out.
+  const TransportPosition& blockPosition() const noexcept { return blockPosition_; }
 
  private:
   // What the main thread wants the audio thread to do. Each command publishes the whole state,
@@ -99,6 +102,7 @@ class MusicPlayer {
   double sampleRate_ = 48000.0;
   double scannedBeat_ = 0.0;  // notes before this beat have been emitted
   const TrackSnapshot* tempoSnapshot_ = nullptr;
+  TransportPosition blockPosition_;
   PendingNoteOff pending_[kMaxPendingNoteOffs] = {};
   std::size_t pendingCount_ = 0;
 };

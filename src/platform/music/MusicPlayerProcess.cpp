@@ -26,6 +26,7 @@ void MusicPlayer::process(std::uint32_t frames, double sampleRate, MidiBlock& ou
     acknowledged_.store(transport->serial, std::memory_order_release);
   }
   transportReader_.release();
+  if (!running_) blockPosition_ = {false, audioTime_.load(std::memory_order_relaxed), tempo_};
 
   if (running_ && frames > 0) {
     // The tempo is read once per block, at the beat the block starts on.
@@ -36,6 +37,7 @@ void MusicPlayer::process(std::uint32_t frames, double sampleRate, MidiBlock& ou
       anchorFrame_ = blockStart;
       tempo_ = tempo;
     }
+    blockPosition_ = {true, beatAtFrame(blockStart), tempo_};
     // A note belongs to this block when its frame rounds into [start, start + frames).
     const double endBeat = beatAtFrame(blockStart + frames - 0.5);
     emitNoteOffs(endBeat, frames, out);
@@ -60,6 +62,7 @@ void MusicPlayer::process(std::uint32_t frames, double sampleRate, MidiBlock& ou
 void MusicPlayer::apply(const Transport& transport, MidiBlock& out) noexcept {
   const bool jumped = transport.jumpSerial > appliedSerial_;
   if (!transport.playing) {
+    audioTime_.store(transport.beats, std::memory_order_relaxed);  // stopped, or located there
     if (running_) {
       running_ = false;
       releaseAll(out);

@@ -1,13 +1,16 @@
 // The audio graph on real outputs, in real time: a JACK server with the dummy driver, and the
-// null output when no server runs. The server goes away and comes back while the graph plays.
+// null output when no server runs. The server goes away, comes back, and changes its period and
+// rate while the graph plays.
 
 #include "platform/audio/AudioGraph.h"
 
 #include <gtest/gtest.h>
+#include <jack/jack.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 #include "AudioAnalysis.h"
@@ -190,6 +193,89 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   center.removeObserver(observer);
   EXPECT_TRUE(onMainThread);
   EXPECT_TRUE(log.contains("Audio output JACK (system) went away"));
+  platform::MainQueue::setMain(nullptr);
+}
+
+// A JACK client that listens to the graph's left output and keeps its loudest sample.
+class Listener {
+ public:
+  Listener() {
+    client_ = jack_client_open("listener", JackNoStartServer, nullptr);
+    if (!client_) return;
+    port_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+    jack_set_process_callback(client_, &process, this);
+    jack_activate(client_);
+    const char** outputs =
+        jack_get_ports(client_, "^Pelma:", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
+    if (outputs && outputs[0]) jack_connect(client_, outputs[0], "listener:in");
+    jack_free(outputs);
+  }
+  ~Listener() {
+    if (client_) jack_client_close(client_);
+  }
+  // Whether the graph is heard now: a fresh peak, measured from here on.
+  bool hears() {
+    loudest = 0.0f;
+    return eventually([&] { return loudest > 0.01f; });
+  }
+  void setPeriod(jack_nframes_t frames) { jack_set_buffer_size(client_, frames); }
+  std::atomic<float> loudest{0.0f};
+
+ private:
+  // JACK hands the buffer from the graph's client to this one inside libjack, which
+  // ThreadSanitizer does not see: the reads here are not instrumented.
+  __attribute__((no_sanitize("thread"))) static int process(jack_nframes_t frames, void* user) {
+    auto* self = static_cast<Listener*>(user);
+    const auto* samples = static_cast<const float*>(jack_port_get_buffer(self->port_, frames));
+    float loudest = self->loudest;
+    for (jack_nframes_t i = 0; i < frames; ++i)
+      loudest = std::max(loudest, std::abs(samples[i]));
+    self->loudest = loudest;
+    return 0;
+  }
+  jack_client_t* client_ = nullptr;
+  jack_port_t* port_ = nullptr;
+};
+
+// The server's period changes while playing (PipeWire does it; jack_set_buffer_size here), then
+// the server restarts with another period and rate: the instrument is heard throughout, and is
+// made again at the new rate with its settings.
+TEST(AudioGraphOutput, KeepsPlayingWhenTheServersPeriodOrRateChanges) {
+  auto server = std::make_unique<JackServer>(48000, 256);
+  ASSERT_TRUE(server->start());
+  platform::LogCapture log;
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  Playing playing;
+  playing.unit->setParameterValue("osc_tune", 0.8f);
+  ASSERT_TRUE(playing.graph.start());
+  auto listener = std::make_unique<Listener>();
+  playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  ASSERT_TRUE(listener->hears());
+  EXPECT_EQ(playing.unit->nominalBlockLength(), 256u);  // the server's period
+
+  listener->setPeriod(1024);
+  EXPECT_TRUE(listener->hears());
+  EXPECT_TRUE(playing.graph.isRunning());
+
+  listener.reset();
+  server = std::make_unique<JackServer>(44100, 512);  // the old one stops first
+  ASSERT_TRUE(server->start());
+  // What the engine does on every configuration change: start the graph on the best output.
+  ASSERT_TRUE(eventually([&] {
+    mainQueue.runPending();
+    if (!playing.graph.isRunning()) playing.graph.start();
+    return playing.graph.isRunning() && playing.graph.outputName() == "JACK (system)";
+  }));
+  listener = std::make_unique<Listener>();
+  playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  EXPECT_TRUE(listener->hears());
+  EXPECT_EQ(playing.unit->sampleRate(), 44100.0);
+  EXPECT_EQ(playing.unit->nominalBlockLength(), 512u);
+  EXPECT_FLOAT_EQ(playing.unit->parameterValue("osc_tune"), 0.8f);
+  EXPECT_TRUE(log.contains("Audio output: JACK (system), 44100 Hz, 512 frames"));
+  listener.reset();
+  playing.graph.pause();
   platform::MainQueue::setMain(nullptr);
 }
 

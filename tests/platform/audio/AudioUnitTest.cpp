@@ -4,12 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <xmmintrin.h>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <thread>
 
 #include "AudioAnalysis.h"
 #include "OfflineRig.h"
+#include "TemporaryFolder.h"
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
@@ -171,21 +175,55 @@ TEST(AudioUnit, MessagesFromTwoThreadsAllArriveInEachThreadsOrder) {
   EXPECT_EQ(next[1], kPerThread);
 }
 
-TEST(AudioUnit, ReportsItsFullStateAndParameters) {
+// Every way a state comes back, each while the instrument renders on another thread: the
+// property list made from fullState, a preset, the defaults, an LV2 state file; a file that is
+// not there gives one log line.
+TEST(AudioUnit, RestoresItsFullStateAPresetItsDefaultsAndAStateFile) {
   OfflineRig rig("MDA JX10");
-  const auto symbols = rig.unit->parameterSymbols();
-  ASSERT_FALSE(symbols.empty());
-  rig.unit->setParameterValue("osc_mix", 0.25f);
-  EXPECT_EQ(rig.unit->parameterValue("osc_mix"), 0.25f);
-  const auto state = rig.unit->fullState();
+  platform::AudioUnit& unit = *rig.unit;
+  auto parameters = [&] {
+    std::map<std::string, float> values;
+    for (const auto& symbol : unit.parameterSymbols())
+      values[symbol] = unit.parameterValue(symbol);
+    return values;
+  };
+  const auto defaults = parameters();
+  unit.setParameterValue("osc_mix", 0.25f);
+  const auto state = unit.fullState();
   EXPECT_EQ(*state.at("uri").get<std::string>(), "http://drobilla.net/plugins/mda/JX10");
-  const auto& ports = *state.at("ports").get<platform::PropertyDictionary>();
-  EXPECT_EQ(*ports.at("osc_mix").get<double>(), 0.25);
-  EXPECT_EQ(ports.size(), symbols.size());
-  // The state can be kept as a property list file.
-  const auto file = std::filesystem::temp_directory_path() / "pelma-jx10-state.plist";
+  EXPECT_EQ(state.at("ports").get<platform::PropertyDictionary>()->size(), defaults.size());
+  TemporaryFolder folder;
+  const auto file = folder.path() / "jx10.plist";
   ASSERT_TRUE(platform::writePropertyList(state, file));
-  EXPECT_EQ(platform::readPropertyList(file), state);
+
+  std::atomic<bool> done{false};
+  std::thread audio([&] {
+    while (!done)
+      rig.render(256);
+  });
+  const auto presets = unit.presets();
+  ASSERT_GT(presets.size(), 10u);
+  EXPECT_FALSE(presets.front().name.empty());
+  ASSERT_TRUE(unit.loadPreset(presets[3].uri));
+  EXPECT_NE(parameters(), defaults);
+  ASSERT_TRUE(unit.loadDefaultState());
+  EXPECT_EQ(parameters(), defaults);
+  ASSERT_TRUE(unit.restoreFullState(*platform::readPropertyList(file)));
+  EXPECT_EQ(unit.parameterValue("osc_mix"), 0.25f);
+  const auto stateFile = folder.write("state.ttl", R"(
+@prefix lv2: <http://lv2plug.in/ns/lv2core#> .
+@prefix pset: <http://lv2plug.in/ns/ext/presets#> .
+<> a pset:Preset ;
+   lv2:appliesTo <http://drobilla.net/plugins/mda/JX10> ;
+   lv2:port [ lv2:symbol "osc_mix" ; pset:value 0.75 ] .
+)");
+  ASSERT_TRUE(unit.restoreStateFromFile(stateFile));
+  EXPECT_EQ(unit.parameterValue("osc_mix"), 0.75f);
+  platform::LogCapture log;
+  EXPECT_FALSE(unit.restoreStateFromFile(folder.path() / "missing.ttl"));
+  EXPECT_EQ(log.lines().size(), 1u);
+  done = true;
+  audio.join();
 }
 
 TEST(AudioUnit, RunsAPluginThatNeedsTheWorker) {
@@ -228,6 +266,17 @@ TEST(AudioUnit, ObjectMessagesReachThePlugInAtOnce) {
   EXPECT_EQ(chosenBank(), "Just Arrived");
   EXPECT_LT(rig.renderedFrames, 48000u);
   std::filesystem::remove(folder / "arrived.plb");
+}
+
+// run() is called with flush-to-zero and denormals-are-zero on (the probe plays 1 only then), and
+// the rendering thread gets its own mode back.
+TEST(AudioUnit, RunsPlugInsWithDenormalsFlushedAndRestoresTheThreadsMode) {
+  constexpr unsigned kModeBits = ~0x3Fu;  // not the exception flags, which any sum may raise
+  const unsigned before = _mm_getcsr() & kModeBits;
+  OfflineRig rig("Float Mode Probe", 64);
+  const auto rendered = rig.render(64);
+  EXPECT_EQ(rendered.front(), 1.0f);
+  EXPECT_EQ(_mm_getcsr() & kModeBits, before);
 }
 
 }  // namespace

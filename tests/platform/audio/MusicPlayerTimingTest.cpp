@@ -7,6 +7,9 @@
 #include <cmath>
 #include <tuple>
 
+#include <lv2/atom/util.h>
+#include <lv2/time/time.h>
+
 #include "OfflineRig.h"
 #include "platform/foundation/MainQueue.h"
 #include "sequencer/KRStepSequence.h"
@@ -202,5 +205,68 @@ TEST_P(MusicPlayerTiming, MoreNotesThanPendingNoteOffsNeverLeaveANoteSounding) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BlockSizes, MusicPlayerTiming, ::testing::Values(64u, 256u, 1024u));
+
+// A time:Position as an instrument that reads the transport (synthv1) receives it; beats in
+// millionths.
+using Position = std::tuple<std::uint64_t, float, std::int64_t, std::int64_t, std::int64_t,
+                            std::int64_t, float>;  // block, speed, beat, bar, frame, barBeat, bpm
+
+// The instrument hears the transport start, jump and stop, each once, with the whole position.
+TEST(TimePosition, SentWhenTheTransportStartsJumpsOrStops) {
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  OfflineRig rig("synthv1", 256);
+  platform::MusicSequence sequence;
+  sequence.newTrack();
+  sequence.tempoTrack()->newExtendedTempoEvent(0.0, 120.0);
+  mainQueue.runPending();
+  platform::MusicPlayer player;
+  player.setSequence(&sequence);
+  rig.graph.setMusicSequence(&sequence);
+
+  auto map = [&](const char* uri) { return rig.unit->mapURI(uri); };
+  std::vector<Position> received;
+  auto render = [&](int blocks) {
+    rig.render(256 * blocks, [&] {
+      const std::uint64_t block = rig.renderedFrames / 256 - 1;
+      LV2_ATOM_SEQUENCE_FOREACH(rig.unit->lastAtomInput(), event) {
+        const auto* object = reinterpret_cast<const LV2_Atom_Object*>(&event->body);
+        if (object->body.otype != map(LV2_TIME__Position)) continue;
+        const LV2_Atom *speed = nullptr, *beat = nullptr, *bar = nullptr, *frame = nullptr,
+                       *barBeat = nullptr, *bpm = nullptr;
+        lv2_atom_object_get(object, map(LV2_TIME__speed), &speed, map(LV2_TIME__beat), &beat,
+                            map(LV2_TIME__bar), &bar, map(LV2_TIME__frame), &frame,
+                            map(LV2_TIME__barBeat), &barBeat, map(LV2_TIME__beatsPerMinute), &bpm,
+                            0);
+        ASSERT_TRUE(speed && beat && bar && frame && barBeat && bpm);
+        auto body = [](const LV2_Atom* atom, auto type) {
+          return reinterpret_cast<const decltype(type)*>(atom)->body;
+        };
+        received.emplace_back(
+            block, body(speed, LV2_Atom_Float{}), std::llround(body(beat, LV2_Atom_Double{}) * 1e6),
+            body(bar, LV2_Atom_Long{}), body(frame, LV2_Atom_Long{}),
+            std::llround(body(barBeat, LV2_Atom_Float{}) * 1e6), body(bpm, LV2_Atom_Float{}));
+      }
+    });
+  };
+  render(3);  // stopped: told once where it stands
+  player.start();
+  render(40);  // rolling: told once, not every block
+  player.setTime(6.0);
+  render(3);
+  player.stop();
+  render(3);
+
+  // 120 bpm at 48 kHz: a block of 256 frames is 0.010666 beats; stopped after 3 blocks from 6.
+  const std::vector<Position> want = {
+      {0, 0.0f, 0, 0, 0, 0, 120.0f},
+      {3, 1.0f, 0, 0, 0, 0, 120.0f},
+      {43, 1.0f, 6000000, 1, 144000, 2000000, 120.0f},
+      {46, 0.0f, 6032000, 1, 144768, 2032000, 120.0f},
+  };
+  EXPECT_EQ(received, want);
+  rig.graph.setMusicSequence(nullptr);
+  platform::MainQueue::setMain(nullptr);
+}
 
 }  // namespace
