@@ -49,6 +49,7 @@ std::string takeText(LilvNode* node) {
 
 std::vector<ControlPort> controlPorts(const std::string& uri) {
   auto world = platform::Lv2World::shared();
+  const auto lock = world->queryLock();
   LilvWorld* w = world->world();
   LilvNode* pluginUri = lilv_new_uri(w, uri.c_str());
   const LilvPlugin* plugin = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(w), pluginUri);

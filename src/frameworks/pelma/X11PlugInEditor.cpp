@@ -270,45 +270,48 @@ std::string filePath(const LilvNode* uri) {
 std::shared_ptr<AudioUnitViewController> makeX11Editor(std::shared_ptr<platform::AudioUnit> unit,
                                                        QWidget* owner) {
   if (!unit || QGuiApplication::platformName() != QStringLiteral("xcb")) return nullptr;
-  auto world = platform::Lv2World::shared();
-  LilvWorld* w = world->world();
-  LilvNode* pluginUri = lilv_new_uri(w, unit->uri().c_str());
-  const LilvPlugin* plugin = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(w), pluginUri);
-  lilv_node_free(pluginUri);
-  if (!plugin) return nullptr;
+  // What the editor needs from the lilv world, read under its lock; the module loads after.
+  std::string binary, bundle, uiUri;
+  std::vector<std::string> symbols;
+  std::vector<ControlPortInfo> controls;
+  {
+    auto world = platform::Lv2World::shared();
+    const auto lock = world->queryLock();
+    LilvWorld* w = world->world();
+    LilvNode* pluginUri = lilv_new_uri(w, unit->uri().c_str());
+    const LilvPlugin* plugin = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(w), pluginUri);
+    lilv_node_free(pluginUri);
+    if (!plugin) return nullptr;
 
-  const LilvNode* x11 = world->node(LV2_UI__X11UI);
-  LilvUIs* uis = lilv_plugin_get_uis(plugin);
-  const LilvUI* chosen = nullptr;
-  LILV_FOREACH(uis, it, uis) {
-    const LilvUI* ui = lilv_uis_get(uis, it);
-    if (lilv_ui_is_a(ui, x11) && !isForeignToolkit(filePath(lilv_ui_get_binary_uri(ui)))) {
-      chosen = ui;
-      break;
+    const LilvNode* x11 = world->node(LV2_UI__X11UI);
+    LilvUIs* uis = lilv_plugin_get_uis(plugin);
+    LILV_FOREACH(uis, it, uis) {
+      const LilvUI* ui = lilv_uis_get(uis, it);
+      if (lilv_ui_is_a(ui, x11) && !isForeignToolkit(filePath(lilv_ui_get_binary_uri(ui)))) {
+        binary = filePath(lilv_ui_get_binary_uri(ui));
+        bundle = filePath(lilv_ui_get_bundle_uri(ui));
+        uiUri = lilv_node_as_uri(lilv_ui_get_uri(ui));
+        break;
+      }
     }
-  }
-  std::shared_ptr<AudioUnitViewController> controller;
-  if (chosen) {
-    std::vector<std::string> symbols;
-    std::vector<ControlPortInfo> controls;
+    lilv_uis_free(uis);
     const LilvNode* input = world->node(LV2_CORE__InputPort);
     const LilvNode* control = world->node(LV2_CORE__ControlPort);
-    for (uint32_t i = 0; i < lilv_plugin_get_num_ports(plugin); ++i) {
+    for (uint32_t i = 0; i < lilv_plugin_get_num_ports(plugin) && !binary.empty(); ++i) {
       const LilvPort* port = lilv_plugin_get_port_by_index(plugin, i);
       symbols.emplace_back(lilv_node_as_string(lilv_port_get_symbol(plugin, port)));
       if (lilv_port_is_a(plugin, port, input) && lilv_port_is_a(plugin, port, control))
         controls.push_back({i, symbols.back(), 0.0f});
     }
+  }
+  std::shared_ptr<AudioUnitViewController> controller;
+  if (!binary.empty()) {
     auto* view = new X11EditorView(unit, owner);
-    if (view->load(filePath(lilv_ui_get_binary_uri(chosen)),
-                   filePath(lilv_ui_get_bundle_uri(chosen)),
-                   lilv_node_as_uri(lilv_ui_get_uri(chosen)), unit->uri(), std::move(controls),
-                   std::move(symbols))) {
+    if (view->load(binary, bundle, uiUri, unit->uri(), std::move(controls), std::move(symbols))) {
       controller = std::make_shared<AudioUnitViewController>(view);
     } else {
       delete view;
     }
   }
-  lilv_uis_free(uis);
   return controller;
 }
