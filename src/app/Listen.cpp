@@ -53,8 +53,9 @@ int listenLive(const ListenOptions& options) {
                             std::chrono::duration<double>(options.seconds));
   while (!stopRequested.load() &&
          (options.seconds <= 0.0 || std::chrono::steady_clock::now() < deadline)) {
+    // Asleep until there is work; the bound lets a stop request (a signal) end the loop.
+    mainQueue.waitForTask(std::chrono::milliseconds(250));
     mainQueue.runPending();
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 
   // A clean stop: no more input, every note released and faded, then the output closed.

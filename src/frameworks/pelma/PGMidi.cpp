@@ -3,6 +3,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <jack/jack.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -113,9 +115,16 @@ PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
     return;
   }
   try {
-    sourceProbe_ = newInput();
-    destinationProbe_ = std::make_unique<RtMidiOut>(api_, clientName_ + " MIDI probe");
-    destinationProbe_->setErrorCallback(logRtMidiError, nullptr);
+    if (system_ == System::jack) {
+      // Ports are listed through a client that is never activated: RtMidi's probes would be
+      // two more clients woken every period for nothing.
+      jackLister_ = jack_client_open((clientName_ + " ports").c_str(), JackNoStartServer, nullptr);
+      if (!jackLister_) throw RtMidiError("cannot open a JACK client", RtMidiError::DRIVER_ERROR);
+    } else {
+      sourceProbe_ = newInput();
+      destinationProbe_ = std::make_unique<RtMidiOut>(api_, clientName_ + " MIDI probe");
+      destinationProbe_->setErrorCallback(logRtMidiError, nullptr);
+    }
 
     virtualSource_ = std::make_shared<PGMidiSource>(clientName_, false);
     // Its own client name: the audio output's client may already be called clientName_.
@@ -136,10 +145,10 @@ PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
                 system_ == System::alsa ? "ALSA sequencer" : "JACK", clientName_);
 
   // The ports there are at start-up; the delegate is told only of later changes.
-  for (const std::string& name : portNames(*sourceProbe_)) {
+  for (const std::string& name : sourcePortNames()) {
     if (auto source = openSource(name)) sources_.push_back(source);
   }
-  for (const std::string& name : portNames(*destinationProbe_)) {
+  for (const std::string& name : destinationPortNames()) {
     if (!isOurPort(name)) destinations_.push_back(std::make_shared<PGMidiDestination>(name));
   }
 }
@@ -153,6 +162,28 @@ PGMidi::~PGMidi() {
   }
   pollWake_.notify_all();
   if (pollThread_.joinable()) pollThread_.join();
+  if (jackLister_) jack_client_close(jackLister_);
+}
+
+std::vector<std::string> PGMidi::jackPortNames(unsigned long direction) const {
+  std::vector<std::string> names;
+  if (const char** ports =
+          jack_get_ports(jackLister_, nullptr, JACK_DEFAULT_MIDI_TYPE, direction)) {
+    for (const char** port = ports; *port; ++port)
+      names.emplace_back(*port);
+    jack_free(ports);
+  }
+  return names;
+}
+
+std::vector<std::string> PGMidi::sourcePortNames() const {
+  if (jackLister_) return jackPortNames(JackPortIsOutput);
+  return sourceProbe_ ? portNames(*sourceProbe_) : std::vector<std::string>{};
+}
+
+std::vector<std::string> PGMidi::destinationPortNames() const {
+  if (jackLister_) return jackPortNames(JackPortIsInput);
+  return destinationProbe_ ? portNames(*destinationProbe_) : std::vector<std::string>{};
 }
 
 std::unique_ptr<RtMidiIn> PGMidi::newInput() const {
@@ -273,8 +304,8 @@ void PGMidi::connectToNetworkPeer(const std::string& host, std::uint16_t port) {
 
 void PGMidi::refresh() {
   if (system_ == System::none) return;
-  const std::vector<std::string> sourceNames = portNames(*sourceProbe_);
-  const std::vector<std::string> destinationNames = portNames(*destinationProbe_);
+  const std::vector<std::string> sourceNames = sourcePortNames();
+  const std::vector<std::string> destinationNames = destinationPortNames();
 
   std::vector<std::shared_ptr<PGMidiSource>> gone;
   std::erase_if(sources_, [&](const auto& source) {

@@ -24,6 +24,8 @@
 #include <vector>
 
 #include "frameworks/pelma/NetworkMidiSession.h"
+
+typedef struct _jack_client jack_client_t;
 #include "platform/foundation/WeakRef.h"
 
 namespace platform {
@@ -167,6 +169,11 @@ class PGMidi {
   std::shared_ptr<PGMidiSource> virtualSource_;
   std::vector<std::shared_ptr<PGMidiSource>> sources_;
   std::vector<std::shared_ptr<PGMidiDestination>> destinations_;
+  // The MIDI system's ports: listed by an unactivated client on JACK, by RtMidi probes on ALSA.
+  std::vector<std::string> sourcePortNames() const;
+  std::vector<std::string> destinationPortNames() const;
+  std::vector<std::string> jackPortNames(unsigned long direction) const;
+  jack_client_t* jackLister_ = nullptr;
   std::unique_ptr<RtMidiIn> sourceProbe_;
   std::unique_ptr<RtMidiOut> destinationProbe_;
   unsigned nextInputNumber_ = 1;

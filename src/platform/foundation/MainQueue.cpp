@@ -24,8 +24,16 @@ void MainQueue::setMain(MainQueue* queue) {
 }
 
 void ManualMainQueue::async(Task task) {
-  std::lock_guard lock(mutex_);
-  tasks_.push_back(std::move(task));
+  {
+    std::lock_guard lock(mutex_);
+    tasks_.push_back(std::move(task));
+  }
+  queued_.notify_one();
+}
+
+bool ManualMainQueue::waitForTask(std::chrono::milliseconds limit) {
+  std::unique_lock lock(mutex_);
+  return queued_.wait_for(lock, limit, [this] { return !tasks_.empty(); });
 }
 
 std::size_t ManualMainQueue::runPending() {

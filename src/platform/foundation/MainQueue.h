@@ -4,6 +4,8 @@
 // main thread. Any thread may queue a task. The application installs the queue that drives its
 // event loop; until then (and in tests) a ManualMainQueue holds the tasks until runPending().
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -32,9 +34,12 @@ class ManualMainQueue final : public MainQueue {
   // Runs queued tasks, including tasks they queue, until none is left; returns how many ran.
   std::size_t runPending();
   std::size_t pendingCount() const;
+  // Sleeps until a task is queued or `limit` has passed; true when a task is waiting.
+  bool waitForTask(std::chrono::milliseconds limit);
 
  private:
   mutable std::mutex mutex_;
+  std::condition_variable queued_;
   std::deque<Task> tasks_;
 };
 
