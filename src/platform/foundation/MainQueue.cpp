@@ -24,10 +24,10 @@ void MainQueue::setMain(MainQueue* queue) {
 }
 
 void ManualMainQueue::async(Task task) {
-  {
-    std::lock_guard lock(mutex_);
-    tasks_.push_back(std::move(task));
-  }
+  // Notified under the lock: once the lock is released the main thread may run the task and
+  // destroy the queue.
+  std::lock_guard lock(mutex_);
+  tasks_.push_back(std::move(task));
   queued_.notify_one();
 }
 
