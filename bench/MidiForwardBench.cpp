@@ -13,10 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "ManualInstrument.h"
 #include "midi/MIDIPacketList.h"
 #include "midi/MidiEventRouter.h"
-#include "platform/audio/AudioComponent.h"
-#include "platform/audio/AudioGraph.h"
 #include "platform/foundation/MainQueue.h"
 #include "sequencer/KRSequencerController.h"
 
@@ -37,28 +36,12 @@ int main(int argc, char** argv) {
   QApplication app(argc, argv);
   const long packets = argc > 1 ? std::atol(argv[1]) : 2000000;
 
-  platform::AudioGraph graph;
-  graph.enableManualRenderingMode(48000.0, 256);
-  std::shared_ptr<platform::AudioUnit> unit;
-  for (const auto& component :
-       platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
-           {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0})) {
-    if (component.name == "MDA JX10") {
-      std::string error;
-      unit = platform::AudioUnitComponentManager::shared().instantiateNow(
-          component.audioComponentDescription, 48000.0, 256, &error);
-    }
-  }
-  if (!unit) {
+  ManualInstrument instrument("MDA JX10");
+  if (!instrument.unit) {
     std::fprintf(stderr, "bench_midi_forward: mda JX10 is not installed\n");
     return 1;
   }
-  graph.attach(unit);
-  graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(48000.0, 2));
-  graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
-  graph.start();
-  std::vector<float> left(256), right(256);
-  float* out[2] = {left.data(), right.data()};
+  auto& unit = instrument.unit;
 
   platform::ManualMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
@@ -76,7 +59,7 @@ int main(int argc, char** argv) {
       for (int i = 0; i < kBatch; ++i)
         send(list, message);
       spent += threadNanoseconds() - start;
-      graph.renderOffline(256, out);  // drains the instrument's queue
+      instrument.renderBlock();  // drains the instrument's queue
       mainQueue.runPending();
     }
     const double perPacket = spent / static_cast<double>(packets);

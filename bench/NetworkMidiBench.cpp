@@ -28,11 +28,10 @@
 #include <thread>
 #include <vector>
 
+#include "ManualInstrument.h"
 #include "frameworks/pelma/NetworkMidiSession.h"
 #include "frameworks/pelma/PGMidi.h"
 #include "midi/MidiEventRouter.h"
-#include "platform/audio/AudioComponent.h"
-#include "platform/audio/AudioGraph.h"
 #include "platform/foundation/MainQueue.h"
 #include "sequencer/KRSequencerController.h"
 
@@ -159,27 +158,12 @@ int main(int argc, char** argv) {
   const int notes = argc > 1 ? std::atoi(argv[1]) : 2000;
   const double idleSeconds = argc > 2 ? std::atof(argv[2]) : 20.0;
 
-  std::string error;
-  std::shared_ptr<platform::AudioUnit> unit;
-  for (const auto& component :
-       platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
-           {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0})) {
-    if (component.name == "MDA JX10")
-      unit = platform::AudioUnitComponentManager::shared().instantiateNow(
-          component.audioComponentDescription, 48000.0, 256, &error);
-  }
-  if (!unit) {
+  ManualInstrument instrument("MDA JX10");
+  if (!instrument.unit) {
     std::fprintf(stderr, "bench_network_midi: mda JX10 is not installed\n");
     return 1;
   }
-  platform::AudioGraph graph;
-  graph.enableManualRenderingMode(48000.0, 256);
-  graph.attach(unit);
-  graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(48000.0, 2));
-  graph.connect(graph.mainMixerNode(), graph.outputNode(), std::nullopt);
-  graph.start();
-  std::vector<float> left(256), right(256);
-  float* out[2] = {left.data(), right.data()};
+  auto& unit = instrument.unit;
 
   platform::ManualMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
@@ -223,7 +207,7 @@ int main(int argc, char** argv) {
       std::this_thread::yield();
     latencies.push_back(
         static_cast<double>(stamping.queuedAt.load() - sent.time_since_epoch().count()) / 1e3);
-    graph.renderOffline(256, out);  // the instrument takes the note
+    instrument.renderBlock();  // the instrument takes the note
     mainQueue.runPending();
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
