@@ -1,6 +1,8 @@
 #include "platform/ui/TableViewController.h"
 
 #include <QListWidget>
+#include <QPainter>
+#include <QStyledItemDelegate>
 #include <QVBoxLayout>
 
 namespace platform {
@@ -10,17 +12,37 @@ constexpr int kSectionRole = Qt::UserRole + 1;
 constexpr int kRowRole = Qt::UserRole + 2;
 constexpr int kAccessoryRole = Qt::UserRole + 3;
 
-QString shownText(const TableViewCell& cell) {
-  switch (cell.accessory) {
-    case CellAccessory::checkmark:
-      return cell.text + QStringLiteral("\t\u2713");
-    case CellAccessory::disclosureIndicator:
-      return cell.text + QStringLiteral("\t\u203A");
-    case CellAccessory::none:
-      break;
+// Draws a row as usual and its accessory at the row's right edge, so the check marks of a
+// section line up whatever the lengths of their texts.
+class AccessoryDelegate : public QStyledItemDelegate {
+ public:
+  using QStyledItemDelegate::QStyledItemDelegate;
+
+  void paint(QPainter* painter, const QStyleOptionViewItem& option,
+             const QModelIndex& index) const override {
+    QStyledItemDelegate::paint(painter, option, index);
+    QString glyph;
+    QColor colour(255, 209, 117);  // the host's amber, as on lit buttons
+    switch (static_cast<CellAccessory>(index.data(kAccessoryRole).toInt())) {
+      case CellAccessory::checkmark:
+        glyph = QStringLiteral("\u2713");
+        break;
+      case CellAccessory::disclosureIndicator:
+        glyph = QStringLiteral("\u203A");
+        colour = QColor(140, 150, 160);
+        break;
+      case CellAccessory::none:
+        return;
+    }
+    painter->save();
+    painter->setPen(colour);
+    QFont font = option.font;
+    font.setPixelSize(18);
+    painter->setFont(font);
+    painter->drawText(option.rect.adjusted(0, 0, -14, 0), Qt::AlignRight | Qt::AlignVCenter, glyph);
+    painter->restore();
   }
-  return cell.text;
-}
+};
 
 // Text rows are padded; rows drawn by widgets lay out their own insets, at their exact height.
 QString listStyle(bool textRows) {
@@ -41,6 +63,7 @@ TableViewController::TableViewController(QWidget* parent) : QWidget(parent) {
   list_->setObjectName(QStringLiteral("tableView"));
   list_->setFocusPolicy(Qt::NoFocus);
   list_->setStyleSheet(listStyle(/*textRows=*/true));
+  list_->setItemDelegate(new AccessoryDelegate(list_));
   layout->addWidget(list_);
   connect(list_, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {
     if (!item->data(kRowRole).isValid()) return;  // a header
@@ -72,7 +95,7 @@ void TableViewController::reloadData() {
     const std::int64_t rows = numberOfRowsInSection(section);
     for (std::int64_t row = 0; row < rows; ++row) {
       const TableViewCell cell = cellForRowAtIndexPath({section, row});
-      auto* item = new QListWidgetItem(shownText(cell), list_);
+      auto* item = new QListWidgetItem(cell.text, list_);
       item->setData(kSectionRole, QVariant::fromValue<qlonglong>(section));
       item->setData(kRowRole, QVariant::fromValue<qlonglong>(row));
       item->setData(kAccessoryRole, static_cast<int>(cell.accessory));
