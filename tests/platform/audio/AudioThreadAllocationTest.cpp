@@ -5,35 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
+#include "AudioThreadAllocations.h"
 #include "JackServer.h"
 #include "OfflineRig.h"
-#include "platform/foundation/AudioThread.h"
 #include "platform/foundation/MainQueue.h"
 #include "platform/music/MusicPlayer.h"
 #include "sequencer/KRStepSequence.h"
 
 namespace {
-std::atomic<long> audioThreadAllocations{0};
-}
 
-void* operator new(std::size_t size) {
-  if (platform::onAudioThread()) audioThreadAllocations++;
-  if (void* p = std::malloc(size ? size : 1)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-  if (p && platform::onAudioThread()) audioThreadAllocations++;
-  std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-  operator delete(p);
-}
-
-namespace {
+using testing_support::audioThreadAllocations;
 
 std::shared_ptr<KRStepSequenceKey> key(int number) {
   auto k = std::make_shared<KRStepSequenceKey>();
