@@ -9,8 +9,10 @@
 #include "platform/foundation/Log.h"
 #include "sequencer/KRSeqBlockView.h"
 #include "sequencer/KRStepSequence.h"
+#include "support/StepKeys.h"
 
 using platform::Range;
+using testing_support::stepKey;
 
 namespace {
 
@@ -18,17 +20,6 @@ const QColor kAmber = QColor::fromRgbF(1.0f, 0.82f, 0.459f, 1.0f);
 
 std::uint64_t asUnsigned(std::int64_t length) {
   return static_cast<std::uint64_t>(length);
-}
-
-KRStepSequenceKeyArray keys(std::vector<int> notes) {
-  KRStepSequenceKeyArray result;
-  for (int note : notes) {
-    auto key = std::make_shared<KRStepSequenceKey>();
-    key->setNumber(note);
-    key->setVelocity(0.5f);
-    result.push_back(key);
-  }
-  return result;
 }
 
 // A 320 x 64 grid (blocks 20 wide) on a fresh sequence.
@@ -118,7 +109,7 @@ TEST_F(KRSeqTrackViewTest, PlayheadJumpsOverTheInnerRectangleOfItsStep) {
 }
 
 TEST_F(KRSeqTrackViewTest, BlocksFollowModelChanges) {
-  sequence->setKeysToRange(keys({60, 64}), Range{2, 1});
+  sequence->setKeysToRange({stepKey(60), stepKey(64)}, Range{2, 1});
   sequence->setTieAtRange(true, Range{2, 1});
   const KRSeqBlockView* block = grid.blocks()[2];
   EXPECT_FALSE(block->bkgTie().hidden);
@@ -133,7 +124,7 @@ TEST_F(KRSeqTrackViewTest, BlocksFollowModelChanges) {
 }
 
 TEST_F(KRSeqTrackViewTest, IgnoresWrappedAndOutOfRowUpdates) {
-  sequence->setKeysAtPosition(keys({62}), 3);  // single edits tell the delegate too
+  sequence->setKeysAtPosition({stepKey(62)}, 3);  // single edits tell the delegate too
   EXPECT_EQ(grid.blocks()[3]->labelText(), "D5 ");
   sequence->stepAtIndex(3).clear();
   grid.sequenceUpdatedAtRange(Range{3, std::numeric_limits<std::uint64_t>::max()});

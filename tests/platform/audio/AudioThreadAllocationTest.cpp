@@ -13,17 +13,12 @@
 #include "platform/foundation/MainQueue.h"
 #include "platform/music/MusicPlayer.h"
 #include "sequencer/KRStepSequence.h"
+#include "support/StepKeys.h"
 
 namespace {
 
 using testing_support::audioThreadAllocations;
-
-std::shared_ptr<KRStepSequenceKey> key(int number) {
-  auto k = std::make_shared<KRStepSequenceKey>();
-  k->setNumber(number);
-  k->setVelocity(0.7f);
-  return k;
-}
+using testing_support::stepKey;
 
 // A sequencer as the screens will drive it: a looped bar edited while it plays.
 struct Session {
@@ -36,7 +31,7 @@ struct Session {
     iterator = std::make_unique<platform::MusicEventIterator>(*track);
     steps.setMusicEventIterator(iterator.get());
     steps.setMusicTrack(track);
-    steps.setKeysToRange({key(60), key(64), key(67)}, {0, 16});
+    steps.setKeysToRange({stepKey(60), stepKey(64), stepKey(67)}, {0, 16});
     mainQueue.runPending();
     player.setSequence(&sequence);
     graph.setMusicSequence(&sequence);
@@ -48,7 +43,7 @@ struct Session {
   }
   // One main-thread task of editing.
   void edit(int round) {
-    steps.setKeysToRange({key(48 + round % 24)}, {static_cast<std::uint64_t>(round % 16), 1});
+    steps.setKeysToRange({stepKey(48 + round % 24)}, {static_cast<std::uint64_t>(round % 16), 1});
     steps.setGate(0.2f + 0.05f * (round % 10));
     steps.setSwing(0.1f * (round % 5));
     sequence.tempoTrack()->clear(0.0, 100.0);

@@ -13,6 +13,7 @@
 #include "OfflineRig.h"
 #include "platform/foundation/MainQueue.h"
 #include "sequencer/KRStepSequence.h"
+#include "support/StepKeys.h"
 
 using namespace testing_support;
 using platform::Range;
@@ -20,13 +21,6 @@ using platform::Range;
 namespace {
 
 constexpr double kRate = 48000.0;
-
-std::shared_ptr<KRStepSequenceKey> key(int number, float velocity = 100.0f / 128) {
-  auto k = std::make_shared<KRStepSequenceKey>();
-  k->setNumber(number);
-  k->setVelocity(velocity);
-  return k;
-}
 
 using Timed = std::tuple<std::uint64_t, std::uint8_t, std::uint8_t>;  // frame, status, note
 
@@ -95,11 +89,11 @@ class MusicPlayerTiming : public ::testing::TestWithParam<std::uint32_t> {
 
 TEST_P(MusicPlayerTiming, EveryNoteOnAndOffLandsOnItsExactFrame) {
   steps.setSwing(0.3f);  // odd steps fall between frames
-  steps.setKeysToRange({key(60), key(64)}, {0, 1});
-  steps.setKeysToRange({key(62)}, {3, 1});
-  steps.setKeysToRange({key(65)}, {6, 3});
+  steps.setKeysToRange({stepKey(60), stepKey(64)}, {0, 1});
+  steps.setKeysToRange({stepKey(62)}, {3, 1});
+  steps.setKeysToRange({stepKey(65)}, {6, 3});
   steps.setTieAtRange(true, {13, 1});
-  steps.setKeysToRange({key(67)}, {15, 1});  // swung and longer than the loop end
+  steps.setKeysToRange({stepKey(67)}, {15, 1});  // swung and longer than the loop end
   steps.setTieAtRange(true, {15, 1});
   mainQueue.runPending();
   ASSERT_TRUE(player.start());
