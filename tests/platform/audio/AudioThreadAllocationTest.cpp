@@ -10,9 +10,7 @@
 #include "AudioThreadAllocations.h"
 #include "JackServer.h"
 #include "OfflineRig.h"
-#include "platform/foundation/MainQueue.h"
-#include "platform/music/MusicPlayer.h"
-#include "sequencer/KRStepSequence.h"
+#include "support/LoopedBar.h"
 #include "support/StepKeys.h"
 
 namespace {
@@ -20,26 +18,12 @@ namespace {
 using testing_support::audioThreadAllocations;
 using testing_support::stepKey;
 
-// A sequencer as the screens will drive it: a looped bar edited while it plays.
-struct Session {
-  explicit Session(platform::AudioGraph& graph) : graph(graph) {
-    platform::MainQueue::setMain(&mainQueue);
-    track = sequence.newTrack();
-    track->setLoopInfo({4.0, 0});
-    track->setTrackLength(4.0);
-    sequence.tempoTrack()->newExtendedTempoEvent(0.0, 120.0);
-    iterator = std::make_unique<platform::MusicEventIterator>(*track);
-    steps.setMusicEventIterator(iterator.get());
-    steps.setMusicTrack(track);
+// A sequencer as the screens will drive it: a looped bar of chords edited while it plays.
+struct Session : testing_support::LoopedBar {
+  explicit Session(platform::AudioGraph& graph) : LoopedBar(graph) {
     steps.setKeysToRange({stepKey(60), stepKey(64), stepKey(67)}, {0, 16});
     mainQueue.runPending();
-    player.setSequence(&sequence);
-    graph.setMusicSequence(&sequence);
     player.start();
-  }
-  ~Session() {
-    graph.setMusicSequence(nullptr);
-    platform::MainQueue::setMain(nullptr);
   }
   // One main-thread task of editing.
   void edit(int round) {
@@ -50,14 +34,6 @@ struct Session {
     sequence.tempoTrack()->newExtendedTempoEvent(0.0, 90.0 + round % 60);
     mainQueue.runPending();
   }
-
-  platform::AudioGraph& graph;
-  platform::ManualMainQueue mainQueue;
-  platform::MusicSequence sequence;
-  platform::MusicTrack* track;
-  std::unique_ptr<platform::MusicEventIterator> iterator;
-  KRStepSequence steps;
-  platform::MusicPlayer player;
 };
 
 TEST(AudioThreadAllocations, NoneWhileRenderingOffline) {
