@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QImage>
 #include <QTest>
 #include <vector>
 
@@ -31,13 +30,7 @@ TEST_F(KRWheelControlTest, SetValueClampsMovesTheThumbAndReportsNothing) {
   EXPECT_EQ(wheel.value(), 1.0f);
   wheel.setValue(0.5f);
   EXPECT_EQ(wheel.thumbLayer().position, QPointF(0, 25));
-  EXPECT_EQ(wheel.thumbLayer().path.boundingRect(), QRectF(0, 0, 40, 10));
   EXPECT_TRUE(reported.empty());
-
-  // Drawn: the light grey bar over the dark background.
-  const QImage image = wheel.grab().toImage();
-  EXPECT_EQ(image.pixel(20, 30), QColor::fromRgbF(0.8f, 0.8f, 0.8f).rgb());
-  EXPECT_EQ(image.pixel(20, 40), QColor::fromRgbF(0.212f, 0.251f, 0.286f).rgb());
 }
 
 TEST_F(KRWheelControlTest, DragMapsThePointerHeightAbsolutelyAndReportsOnlyChanges) {
@@ -67,15 +60,6 @@ TEST_F(KRWheelControlTest, SpringWheelReturnsToCentreWithExactlyOneEvent) {
   moveTo(0);
   wheel.hide();
   EXPECT_EQ(reported, (std::vector<float>{1.0f, 0.5f}));
-}
-
-TEST_F(KRWheelControlTest, ResizeRebuildsBackgroundButKeepsThumbWidth) {
-  wheel.show();
-  wheel.setValue(0.5f);
-  wheel.resize(80, 110);
-  EXPECT_EQ(wheel.bkgLayer().path.boundingRect(), QRectF(0, 0, 80, 110));
-  EXPECT_EQ(wheel.thumbLayer().path.boundingRect().width(), 40.0);
-  EXPECT_EQ(wheel.thumbLayer().position, QPointF(0, 50));
 }
 
 }  // namespace

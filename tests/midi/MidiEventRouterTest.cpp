@@ -127,14 +127,4 @@ TEST_F(MidiEventRouterTest, ASourceIsRegisteredWhateverItsActiveFlagAndOnlyOnce)
   mainQueue.runPending();
 }
 
-TEST_F(MidiEventRouterTest, DestinationsAreOnlyLogged) {
-  PGMidiDestination destination("Synth In");
-  platform::LogCapture log;
-  router.destinationAdded(&wrapper, &destination);
-  router.destinationRemoved(&wrapper, &destination);
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"MIDI destination added Synth In",
-                                                   "MIDI destination removed Synth In"}));
-  EXPECT_TRUE(heard().empty());
-}
-
 }  // namespace

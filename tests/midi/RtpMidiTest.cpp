@@ -25,18 +25,9 @@ struct Received {
 // byte(s) for `list` with `flags` (J 0x40, Z 0x20) and then `journal`.
 Bytes datagram(std::uint16_t sequence, const Bytes& list, std::uint8_t flags = 0,
                const Bytes& journal = {}) {
-  Bytes data{0x80,
-             0x61,
-             static_cast<std::uint8_t>(sequence >> 8),
-             static_cast<std::uint8_t>(sequence),
-             0,
-             0,
-             0x03,
-             0xE8,
-             0,
-             0,
-             0,
-             7};
+  const auto high = static_cast<std::uint8_t>(sequence >> 8);
+  const auto low = static_cast<std::uint8_t>(sequence);
+  Bytes data{0x80, 0x61, high, low, 0, 0, 0x03, 0xE8, 0, 0, 0, 7};
   if (list.size() > 15) {
     data.push_back(static_cast<std::uint8_t>(0x80 | flags | list.size() >> 8));
     data.push_back(static_cast<std::uint8_t>(list.size()));

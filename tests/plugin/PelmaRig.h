@@ -1,14 +1,10 @@
 #pragma once
 
 // Pelma played by the host's own audio unit in an offline graph (see OfflineRig), with what the
-// plug-in's tests need besides: its LV2 state as Turtle and its presets, saved and restored
-// through lilv as other hosts do (the application itself only saves), and the events of its
-// notify output.
+// plug-in's tests need besides: its state and presets, saved and restored through the unit, and
+// the events of its notify output.
 
-#include <lilv/lilv.h>
 #include <lv2/atom/atom.h>
-#include <lv2/presets/presets.h>
-#include <lv2/state/state.h>
 
 #include <chrono>
 #include <cstdint>
@@ -17,7 +13,7 @@
 #include <vector>
 
 #include "lv2/PelmaUris.h"
-#include "platform/audio/Lv2World.h"
+#include "platform/foundation/PropertyList.h"
 #include "support/OfflineRig.h"
 
 class PelmaRig : public testing_support::OfflineRig {
@@ -55,70 +51,36 @@ class PelmaRig : public testing_support::OfflineRig {
     return events;
   }
 
-  // The instance's state as Turtle: its control inputs and what the plug-in saves.
-  std::string saveState() {
-    LilvState* state = lilv_state_new_from_instance(
-        plugin(), unit->lilvInstance(), world().mapFeature(), nullptr, nullptr, nullptr, nullptr,
-        [](const char* symbol, void* self, std::uint32_t* size,
-           std::uint32_t* type) -> const void* {
-          auto* rig = static_cast<PelmaRig*>(self);
-          rig->savedValue_ = rig->unit->parameterValue(symbol);
-          *size = sizeof(float);
-          *type = world().map(LV2_ATOM__Float);
-          return &rig->savedValue_;
-        },
-        this, LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, nullptr);
-    char* text = lilv_state_to_string(world().world(), world().mapFeature(), world().unmapFeature(),
-                                      state, "urn:pelma:test-state", "file:///tmp/");
-    std::string result = text ? text : "";
-    lilv_free(text);
-    lilv_state_free(state);
-    return result;
+  // What the plug-in saves through its state interface, as the host's unit collects it
+  // (AudioUnit::fullState): the whole state, and from it the chosen bank's name and the sound as
+  // text ("cutoff = 300" lines).
+  struct Saved {
+    platform::PropertyDictionary state;
+    std::string bank;
+    std::string sound;
+    bool operator==(const Saved& other) const { return state == other.state; }
+  };
+  Saved saveState() {
+    Saved saved{unit->fullState(), {}, {}};
+    const auto& properties = *saved.state.at("properties").get<platform::PropertyDictionary>();
+    auto text = [&](const char* key) {
+      if (!properties.count(key)) return std::string();
+      const auto* value =
+          properties.at(key).get<platform::PropertyDictionary>()->at("value").get<std::string>();
+      return value ? *value : std::string();
+    };
+    saved.bank = text(pelma::kStateBankUri);
+    saved.sound = text(pelma::kStateParametersUri);
+    return saved;
   }
+  // Between blocks: nothing renders meanwhile.
+  void restoreState(const Saved& saved) { EXPECT_TRUE(unit->restoreFullState(saved.state)); }
 
-  // The state is restored between blocks (nothing renders meanwhile), its ports through the
-  // unit's control inputs.
-  void restoreState(const std::string& turtle) {
-    restore(lilv_state_new_from_string(world().world(), world().mapFeature(), turtle.c_str()));
-  }
-
-  // False when the plug-in has no preset of that label.
-  bool loadPreset(const std::string& label) {
-    LilvNode* labelPredicate = lilv_new_uri(world().world(), LILV_NS_RDFS "label");
-    LilvNodes* presets = lilv_plugin_get_related(plugin(), world().node(LV2_PRESETS__Preset));
-    LilvState* state = nullptr;
-    LILV_FOREACH(nodes, it, presets) {
-      const LilvNode* preset = lilv_nodes_get(presets, it);
-      lilv_world_load_resource(world().world(), preset);
-      LilvNode* name = lilv_world_get(world().world(), preset, labelPredicate, nullptr);
-      if (name && label == lilv_node_as_string(name))
-        state = lilv_state_new_from_world(world().world(), world().mapFeature(), preset);
-      lilv_node_free(name);
+  // False when the plug-in has no preset of that name.
+  bool loadPreset(const std::string& name) {
+    for (const auto& preset : unit->presets()) {
+      if (preset.name == name) return unit->loadPreset(preset.uri);
     }
-    lilv_nodes_free(presets);
-    lilv_node_free(labelPredicate);
-    return restore(state);
+    return false;
   }
-
- private:
-  static platform::Lv2World& world() { return *platform::Lv2World::shared(); }
-  const LilvPlugin* plugin() {
-    return lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world().world()),
-                                   world().node(pelma::kPluginUri));
-  }
-  bool restore(LilvState* state) {
-    if (!state) return false;
-    lilv_state_restore(
-        state, unit->lilvInstance(),
-        [](const char* symbol, void* self, const void* value, std::uint32_t size,
-           std::uint32_t type) {
-          if (size == sizeof(float) && type == world().map(LV2_ATOM__Float))
-            static_cast<PelmaRig*>(self)->set(symbol, *static_cast<const float*>(value));
-        },
-        this, 0, nullptr);
-    lilv_state_free(state);
-    return true;
-  }
-
-  float savedValue_ = 0;
 };

@@ -9,35 +9,6 @@
 
 namespace {
 
-std::vector<QPointF> corners(const QPainterPath& path) {
-  std::vector<QPointF> points;
-  for (int i = 0; i < path.elementCount(); ++i)
-    points.emplace_back(path.elementAt(i));
-  return points;
-}
-
-TEST(KRSeqBlockViewTest, ShapesAreInsetFourAndEightWithATabForTies) {
-  KRSeqBlockView block(QRect(0, 0, 60, 100));
-  EXPECT_EQ(corners(block.bkgNormal().path),
-            (std::vector<QPointF>{{4, 4}, {52, 4}, {52, 92}, {4, 92}, {4, 4}}));
-  EXPECT_EQ(corners(block.bkgTie().path),
-            (std::vector<QPointF>{
-                {4, 4}, {52, 4}, {52, 46}, {60, 50}, {52, 54}, {52, 92}, {4, 92}, {4, 4}}));
-  EXPECT_EQ(block.labelFrame(), QRectF(6, 6, 48, 88));
-  EXPECT_EQ(block.labelFont().pixelSize(), 14);
-  EXPECT_EQ(block.labelFont().weight(), QFont::ExtraLight);
-
-  // Rebuilt on resize; the tab is drawn into the right inset at mid-height only.
-  KRStepSequenceStep tied;
-  tied.setTie(true);
-  block.setStep(tied);
-  block.resize(40, 80);
-  const QImage image = block.grab().toImage();
-  EXPECT_EQ(block.bkgTie().path.boundingRect(), QRectF(4, 4, 36, 68));
-  EXPECT_NE(image.pixel(36, 40), image.pixel(1, 1));
-  EXPECT_EQ(image.pixel(36, 20), image.pixel(1, 1));
-}
-
 TEST(KRSeqBlockViewTest, NoteNamesCountOctavesFromZeroInKeyOrder) {
   KRSeqBlockView block(QRect(0, 0, 60, 100));
   KRStepSequenceStep step;

@@ -9,9 +9,11 @@
 
 #include "platform/foundation/MainQueue.h"
 #include "platform/music/MusicSequence.h"
+#include "support/StepKeys.h"
 
 using platform::MIDINoteMessage;
 using platform::Range;
+using testing_support::stepKey;
 
 namespace {
 
@@ -21,13 +23,6 @@ struct RecordingDelegate : KRStepSequenceDelegate {
   void sequenceUpdatedAtRange(Range range) override { ranges.push_back(range); }
   std::vector<Range> ranges;
 };
-
-std::shared_ptr<KRStepSequenceKey> key(std::int32_t number, float velocity) {
-  auto k = std::make_shared<KRStepSequenceKey>();
-  k->setNumber(number);
-  k->setVelocity(velocity);
-  return k;
-}
 
 // One note event as it stands on the track.
 struct Written {
@@ -66,7 +61,7 @@ class KRStepSequenceTest : public ::testing::Test {
   // Note (60 + step) at full velocity in every step, rendered over the whole bar.
   void fillEveryStep() {
     for (std::uint64_t i = 0; i < 16; ++i) {
-      sequence.setKeysAtPosition({key(60 + static_cast<int>(i), 1.0f)}, i);
+      sequence.setKeysAtPosition({stepKey(60 + static_cast<int>(i), 1.0f)}, i);
     }
     sequence.updateMusicTrackInRange({0, 16});
   }
@@ -118,8 +113,9 @@ TEST_F(KRStepSequenceTest, LengthsFollowGateAndTieRuns) {
 
 TEST_F(KRStepSequenceTest, RenderingWritesEachKeyWithItsBytesAndLength) {
   // Full velocity is written as 128 on purpose; numbers and velocities are cut to 8 bits.
-  sequence.setKeysToRange({key(60, 1.0f), key(64, 127.0f / 128), key(300, 0.5f)}, {2, 2});
-  sequence.setKeysAtPosition({key(50, 2.0f), key(51, -0.5f), key(52, NAN)}, 7);
+  sequence.setKeysToRange({stepKey(60, 1.0f), stepKey(64, 127.0f / 128), stepKey(300, 0.5f)},
+                          {2, 2});
+  sequence.setKeysAtPosition({stepKey(50, 2.0f), stepKey(51, -0.5f), stepKey(52, NAN)}, 7);
   sequence.setTieAtPosition(true, 3);
   sequence.updateMusicTrackInRange({2, 6});
   EXPECT_EQ(written(), (std::vector<Written>{{0.5, 60, 128, 0.125f},
@@ -150,11 +146,11 @@ TEST_F(KRStepSequenceTest, RenderingClearsExactlyTheRangesTimeSpan) {
 }
 
 TEST_F(KRStepSequenceTest, EditsNotifyOncePerRangeAndPerPositionOtherwise) {
-  sequence.setKeysToRange({key(60, 1.0f)}, {2, 3});
+  sequence.setKeysToRange({stepKey(60, 1.0f)}, {2, 3});
   EXPECT_EQ(delegate.ranges, (std::vector<Range>{{2, 3}}));
   delegate.ranges.clear();
 
-  sequence.setKeysAtPosition({key(62, 1.0f)}, 9);  // clears first, so two notifications
+  sequence.setKeysAtPosition({stepKey(62, 1.0f)}, 9);  // clears first, so two notifications
   sequence.clearStepAtPosition(9);
   sequence.setTieAtPosition(true, 9);
   EXPECT_EQ(delegate.ranges, (std::vector<Range>{{9, 1}, {9, 1}, {9, 1}, {9, 1}}));
@@ -174,13 +170,13 @@ TEST_F(KRStepSequenceTest, DelegateIsHeldWeakly) {
     EXPECT_EQ(shortLived.ranges.size(), 1u);
   }
   EXPECT_EQ(sequence.delegate(), nullptr);
-  sequence.setKeysToRange({key(60, 1.0f)}, {0, 2});  // must not reach the destroyed delegate
+  sequence.setKeysToRange({stepKey(60, 1.0f)}, {0, 2});  // must not reach the destroyed delegate
   EXPECT_EQ(sequence.stepAtIndex(1).keys().size(), 1u);
 }
 
 TEST_F(KRStepSequenceTest, WritingOrClearingAStepDropsItsTie) {
   sequence.setTieAtRange(true, {0, 4});
-  sequence.setKeysAtPosition({key(60, 1.0f)}, 1);
+  sequence.setKeysAtPosition({stepKey(60, 1.0f)}, 1);
   sequence.clearStepsInRange({2, 1});
   EXPECT_TRUE(sequence.stepAtIndex(0).tie());
   EXPECT_FALSE(sequence.stepAtIndex(1).tie());
@@ -189,7 +185,7 @@ TEST_F(KRStepSequenceTest, WritingOrClearingAStepDropsItsTie) {
 }
 
 TEST_F(KRStepSequenceTest, RangeOperationsEditEveryStepAndShareTheKeys) {
-  auto chord = KRStepSequenceKeyArray{key(60, 1.0f), key(67, 0.5f)};
+  auto chord = KRStepSequenceKeyArray{stepKey(60, 1.0f), stepKey(67, 0.5f)};
   sequence.setKeysToRange(chord, {4, 3});
   for (int i = 4; i < 7; ++i)
     EXPECT_EQ(sequence.stepAtIndex(i).keys(), chord);
@@ -210,7 +206,7 @@ TEST_F(KRStepSequenceTest, RangeOperationsEditEveryStepAndShareTheKeys) {
 }
 
 TEST_F(KRStepSequenceTest, ATieChangeReRendersOnlyTheGivenRange) {
-  sequence.setKeysAtPosition({key(60, 1.0f)}, 3);
+  sequence.setKeysAtPosition({stepKey(60, 1.0f)}, 3);
   sequence.setTieAtRange(true, {3, 2});
   EXPECT_EQ(written().at(0).duration, 0.625f);
   sequence.setTieAtRange(false, {4, 1});  // step 3's run now ends at 4...
@@ -229,8 +225,8 @@ TEST_F(KRStepSequenceTest, GateIsKeptOffZeroAndOneAndRewritesEveryNoteInPlace) {
   EXPECT_EQ(sequence.gate(), -0.25f);
   sequence.setGate(0.5f);
 
-  sequence.setKeysToRange({key(60, 1.0f)}, {3, 1});
-  sequence.setKeysToRange({key(62, 1.0f)}, {8, 1});
+  sequence.setKeysToRange({stepKey(60, 1.0f)}, {3, 1});
+  sequence.setKeysToRange({stepKey(62, 1.0f)}, {8, 1});
   sequence.setTieAtRange(true, {3, 3});  // re-renders 3..5: step 3 spans three steps
   EXPECT_EQ(written(), (std::vector<Written>{{0.75, 60, 128, 0.875f}, {2.0, 62, 128, 0.125f}}));
 
@@ -267,7 +263,7 @@ TEST_F(KRStepSequenceTest, EmptyAndWrappedRangesChangeNothingButStillNotify) {
   const auto before = written();
   delegate.ranges.clear();
 
-  sequence.setKeysToRange({key(1, 1.0f)}, {5, 0});
+  sequence.setKeysToRange({stepKey(1, 1.0f)}, {5, 0});
   sequence.clearStepsInRange({5, kWrappedLength});  // end wraps to 4: clear(1.25, 1.0) is empty
   sequence.invertTieAtRange({15, kWrappedLength});
   sequence.setTieAtRange(true, {3, kWrappedLength - 1});  // a length of -2
@@ -286,11 +282,11 @@ TEST_F(KRStepSequenceTest, PositionsPastFifteenThrowAndLeaveTheSequenceUsable) {
   EXPECT_THROW(sequence.stepAtIndex(-1), std::out_of_range);
   EXPECT_THROW(sequence.clearStepAtPosition(16), std::out_of_range);
   EXPECT_THROW(sequence.setTieAtPosition(true, 99), std::out_of_range);
-  EXPECT_THROW(sequence.setKeysToRange({key(60, 1.0f)}, {14, 3}), std::out_of_range);
+  EXPECT_THROW(sequence.setKeysToRange({stepKey(60, 1.0f)}, {14, 3}), std::out_of_range);
   EXPECT_EQ(sequence.stepAtIndex(15).keys().size(), 1u);  // steps before the bad one were written
 
   delegate.ranges.clear();
-  sequence.setKeysAtPosition({key(60, 1.0f)}, 0);  // notifications are on again
+  sequence.setKeysAtPosition({stepKey(60, 1.0f)}, 0);  // notifications are on again
   EXPECT_EQ(delegate.ranges.size(), 2u);
 }
 
@@ -298,7 +294,7 @@ TEST_F(KRStepSequenceTest, WithoutATrackEditsStillWorkAndNothingIsWritten) {
   KRStepSequence detached;
   RecordingDelegate seen;
   detached.setDelegate(&seen);
-  detached.setKeysToRange({key(60, 1.0f)}, {0, 16});
+  detached.setKeysToRange({stepKey(60, 1.0f)}, {0, 16});
   detached.setSwing(0.5f);
   detached.setGate(0.25f);
   EXPECT_EQ(detached.stepAtIndex(15).keys().size(), 1u);

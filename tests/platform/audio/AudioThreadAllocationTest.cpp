@@ -5,81 +5,35 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
+#include "AudioThreadAllocations.h"
 #include "JackServer.h"
 #include "OfflineRig.h"
-#include "platform/foundation/AudioThread.h"
-#include "platform/foundation/MainQueue.h"
-#include "platform/music/MusicPlayer.h"
-#include "sequencer/KRStepSequence.h"
-
-namespace {
-std::atomic<long> audioThreadAllocations{0};
-}
-
-void* operator new(std::size_t size) {
-  if (platform::onAudioThread()) audioThreadAllocations++;
-  if (void* p = std::malloc(size ? size : 1)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-  if (p && platform::onAudioThread()) audioThreadAllocations++;
-  std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-  operator delete(p);
-}
+#include "support/LoopedBar.h"
+#include "support/StepKeys.h"
 
 namespace {
 
-std::shared_ptr<KRStepSequenceKey> key(int number) {
-  auto k = std::make_shared<KRStepSequenceKey>();
-  k->setNumber(number);
-  k->setVelocity(0.7f);
-  return k;
-}
+using testing_support::audioThreadAllocations;
+using testing_support::stepKey;
 
-// A sequencer as the screens will drive it: a looped bar edited while it plays.
-struct Session {
-  explicit Session(platform::AudioGraph& graph) : graph(graph) {
-    platform::MainQueue::setMain(&mainQueue);
-    track = sequence.newTrack();
-    track->setLoopInfo({4.0, 0});
-    track->setTrackLength(4.0);
-    sequence.tempoTrack()->newExtendedTempoEvent(0.0, 120.0);
-    iterator = std::make_unique<platform::MusicEventIterator>(*track);
-    steps.setMusicEventIterator(iterator.get());
-    steps.setMusicTrack(track);
-    steps.setKeysToRange({key(60), key(64), key(67)}, {0, 16});
+// A sequencer as the screens will drive it: a looped bar of chords edited while it plays.
+struct Session : testing_support::LoopedBar {
+  explicit Session(platform::AudioGraph& graph) : LoopedBar(graph) {
+    steps.setKeysToRange({stepKey(60), stepKey(64), stepKey(67)}, {0, 16});
     mainQueue.runPending();
-    player.setSequence(&sequence);
-    graph.setMusicSequence(&sequence);
     player.start();
-  }
-  ~Session() {
-    graph.setMusicSequence(nullptr);
-    platform::MainQueue::setMain(nullptr);
   }
   // One main-thread task of editing.
   void edit(int round) {
-    steps.setKeysToRange({key(48 + round % 24)}, {static_cast<std::uint64_t>(round % 16), 1});
+    steps.setKeysToRange({stepKey(48 + round % 24)}, {static_cast<std::uint64_t>(round % 16), 1});
     steps.setGate(0.2f + 0.05f * (round % 10));
     steps.setSwing(0.1f * (round % 5));
     sequence.tempoTrack()->clear(0.0, 100.0);
     sequence.tempoTrack()->newExtendedTempoEvent(0.0, 90.0 + round % 60);
     mainQueue.runPending();
   }
-
-  platform::AudioGraph& graph;
-  platform::ManualMainQueue mainQueue;
-  platform::MusicSequence sequence;
-  platform::MusicTrack* track;
-  std::unique_ptr<platform::MusicEventIterator> iterator;
-  KRStepSequence steps;
-  platform::MusicPlayer player;
 };
 
 TEST(AudioThreadAllocations, NoneWhileRenderingOffline) {

@@ -12,53 +12,28 @@
 
 #include "OfflineRig.h"
 #include "platform/foundation/MainQueue.h"
-#include "sequencer/KRStepSequence.h"
+#include "support/LoopedBar.h"
+#include "support/StepKeys.h"
 
 using namespace testing_support;
-using platform::Range;
 
 namespace {
 
 constexpr double kRate = 48000.0;
 
-std::shared_ptr<KRStepSequenceKey> key(int number, float velocity = 100.0f / 128) {
-  auto k = std::make_shared<KRStepSequenceKey>();
-  k->setNumber(number);
-  k->setVelocity(velocity);
-  return k;
-}
-
 using Timed = std::tuple<std::uint64_t, std::uint8_t, std::uint8_t>;  // frame, status, note
 
 class MusicPlayerTiming : public ::testing::TestWithParam<std::uint32_t> {
  protected:
-  void SetUp() override {
-    platform::MainQueue::setMain(&mainQueue);
-    rig = std::make_unique<OfflineRig>("MDA JX10", GetParam());
-    track = sequence.newTrack();
-    track->setLoopInfo({4.0, 0});
-    track->setTrackLength(4.0);
-    sequence.tempoTrack()->newExtendedTempoEvent(0.0, 120.0);
-    iterator = std::make_unique<platform::MusicEventIterator>(*track);
-    steps.setMusicEventIterator(iterator.get());
-    steps.setMusicTrack(track);
-    player.setSequence(&sequence);
-    rig->graph.setMusicSequence(&sequence);
-  }
-  void TearDown() override {
-    rig->graph.setMusicSequence(nullptr);
-    platform::MainQueue::setMain(nullptr);
-  }
-
   // Renders `frames` frames; the main queue runs between blocks, as the main thread would.
   void render(std::size_t frames) {
-    rig->render(frames, [&] { mainQueue.runPending(); });
+    rig.render(frames, [&] { bar.mainQueue.runPending(); });
   }
 
   // Every note on and off the player sent, in arrival order.
   std::vector<Timed> notes() const {
     std::vector<Timed> result;
-    for (const auto& m : rig->received) {
+    for (const auto& m : rig.received) {
       if ((m.status & 0xE0) == 0x80) result.emplace_back(m.frame, m.status & 0xF0, m.data1);
     }
     return result;
@@ -84,25 +59,20 @@ class MusicPlayerTiming : public ::testing::TestWithParam<std::uint32_t> {
     return result;
   }
 
-  platform::ManualMainQueue mainQueue;
-  std::unique_ptr<OfflineRig> rig;
-  platform::MusicSequence sequence;
-  platform::MusicTrack* track = nullptr;
-  std::unique_ptr<platform::MusicEventIterator> iterator;
-  KRStepSequence steps;
-  platform::MusicPlayer player;
+  OfflineRig rig{"MDA JX10", GetParam()};
+  LoopedBar bar{rig.graph};
 };
 
 TEST_P(MusicPlayerTiming, EveryNoteOnAndOffLandsOnItsExactFrame) {
-  steps.setSwing(0.3f);  // odd steps fall between frames
-  steps.setKeysToRange({key(60), key(64)}, {0, 1});
-  steps.setKeysToRange({key(62)}, {3, 1});
-  steps.setKeysToRange({key(65)}, {6, 3});
-  steps.setTieAtRange(true, {13, 1});
-  steps.setKeysToRange({key(67)}, {15, 1});  // swung and longer than the loop end
-  steps.setTieAtRange(true, {15, 1});
-  mainQueue.runPending();
-  ASSERT_TRUE(player.start());
+  bar.steps.setSwing(0.3f);  // odd steps fall between frames
+  bar.steps.setKeysToRange({stepKey(60), stepKey(64)}, {0, 1});
+  bar.steps.setKeysToRange({stepKey(62)}, {3, 1});
+  bar.steps.setKeysToRange({stepKey(65)}, {6, 3});
+  bar.steps.setTieAtRange(true, {13, 1});
+  bar.steps.setKeysToRange({stepKey(67)}, {15, 1});  // swung and longer than the loop end
+  bar.steps.setTieAtRange(true, {15, 1});
+  bar.mainQueue.runPending();
+  ASSERT_TRUE(bar.player.start());
   render(240000);  // 2.5 loops at 120 bpm
 
   auto received = notes();
@@ -113,20 +83,20 @@ TEST_P(MusicPlayerTiming, EveryNoteOnAndOffLandsOnItsExactFrame) {
     }
   }
   std::sort(received.begin(), received.end());
-  EXPECT_EQ(received, expected(track->events(), 120.0, 240000));
-  EXPECT_NEAR(player.getTime(), 10.0, 1e-9);  // keeps growing across loops
+  EXPECT_EQ(received, expected(bar.track->events(), 120.0, 240000));
+  EXPECT_NEAR(bar.player.getTime(), 10.0, 1e-9);  // keeps growing across loops
 }
 
 TEST_P(MusicPlayerTiming, ATempoChangeAppliesFromTheNextBlock) {
-  track->newMIDINoteEvent(0.0, {0, 60, 100, 0, 0.5f});
-  track->newMIDINoteEvent(2.5, {0, 62, 100, 0, 0.5f});
-  mainQueue.runPending();
-  player.start();
+  bar.track->newMIDINoteEvent(0.0, {0, 60, 100, 0, 0.5f});
+  bar.track->newMIDINoteEvent(2.5, {0, 62, 100, 0, 0.5f});
+  bar.mainQueue.runPending();
+  bar.player.start();
   const std::uint64_t change = 48128;  // a block boundary for every block size tested
   render(change);
-  sequence.tempoTrack()->clear(0.0, 100.0);
-  sequence.tempoTrack()->newExtendedTempoEvent(0.0, 90.0);
-  mainQueue.runPending();  // the main thread's task ends: the new tempo is published
+  bar.sequence.tempoTrack()->clear(0.0, 100.0);
+  bar.sequence.tempoTrack()->newExtendedTempoEvent(0.0, 90.0);
+  bar.mainQueue.runPending();  // the main thread's task ends: the new tempo is published
   render(96000);
 
   // Up to the change, 120 bpm; from its block on, 90 bpm from the beat reached there.
@@ -145,43 +115,43 @@ TEST_P(MusicPlayerTiming, ATempoChangeAppliesFromTheNextBlock) {
 }
 
 TEST_P(MusicPlayerTiming, StopReleasesSoundingNotesAndEditsApplyWhilePlaying) {
-  track->newMIDINoteEvent(0.0, {0, 48, 100, 0, 3.0f});
-  mainQueue.runPending();
-  player.start();
+  bar.track->newMIDINoteEvent(0.0, {0, 48, 100, 0, 3.0f});
+  bar.mainQueue.runPending();
+  bar.player.start();
   render(24000);  // beat 1: note 48 sounds
   // An edit made while playing is heard from the next loop pass on.
-  track->newMIDINoteEvent(1.0, {0, 50, 100, 0, 0.25f});
+  bar.track->newMIDINoteEvent(1.0, {0, 50, 100, 0, 0.25f});
   render(96000 - 24000);  // to beat 4
   render(36000);          // to beat 5.5
   const auto beforeStop = notes().size();
-  player.stop();
+  bar.player.stop();
   render(512);
   const auto received = notes();
   ASSERT_GE(received.size(), beforeStop + 1);
   // The notes still sounding (48 of the second pass) end at the first frame after the stop.
-  EXPECT_EQ(received.back(), Timed(rig->renderedFrames - 512, 0x80, 48));
+  EXPECT_EQ(received.back(), Timed(rig.renderedFrames - 512, 0x80, 48));
   const auto n50 = std::count_if(received.begin(), received.end(), [](const Timed& t) {
     return std::get<1>(t) == 0x90 && std::get<2>(t) == 50;
   });
   EXPECT_EQ(n50, 1);  // only from the second pass; the first had already passed beat 1
-  EXPECT_FALSE(player.isPlaying());
+  EXPECT_FALSE(bar.player.isPlaying());
   render(48000);
   EXPECT_EQ(notes().size(), received.size());  // nothing after the stop
 }
 
 TEST_P(MusicPlayerTiming, CommandsGivenWhileNoAudioRunsEndInTheLatestState) {
-  track->newMIDINoteEvent(0.0, {0, 60, 100, 0, 0.5f});
-  track->newMIDINoteEvent(2.0, {0, 62, 100, 0, 0.5f});
-  mainQueue.runPending();
+  bar.track->newMIDINoteEvent(0.0, {0, 60, 100, 0, 0.5f});
+  bar.track->newMIDINoteEvent(2.0, {0, 62, 100, 0, 0.5f});
+  bar.mainQueue.runPending();
   for (int i = 0; i < 500; ++i) {  // far more than a block could ever see one by one
-    player.start();
-    player.stop();
+    bar.player.start();
+    bar.player.stop();
   }
-  player.setTime(2.0);
-  player.start();
-  EXPECT_EQ(player.getTime(), 2.0);
+  bar.player.setTime(2.0);
+  bar.player.start();
+  EXPECT_EQ(bar.player.getTime(), 2.0);
   render(24000);  // one beat
-  EXPECT_NEAR(player.getTime(), 3.0, 1e-9);
+  EXPECT_NEAR(bar.player.getTime(), 3.0, 1e-9);
   ASSERT_FALSE(notes().empty());
   EXPECT_EQ(notes().front(), Timed(0, 0x90, 62));
 }
@@ -190,11 +160,11 @@ TEST_P(MusicPlayerTiming, MoreNotesThanPendingNoteOffsNeverLeaveANoteSounding) {
   // 512 long notes fill every pending note off; a short note of another key then starts on the
   // last frame of the first block of every size tested (63: 64 - 1 frames at 120 bpm).
   for (int i = 0; i < 512; ++i)
-    track->newMIDINoteEvent(0.0, {0, static_cast<std::uint8_t>(70 + i % 40), 100, 0, 1.0f});
+    bar.track->newMIDINoteEvent(0.0, {0, static_cast<std::uint8_t>(70 + i % 40), 100, 0, 1.0f});
   const double lastFrameOfABlock = (GetParam() - 1) / (kRate / 2.0);
-  track->newMIDINoteEvent(lastFrameOfABlock, {0, 60, 100, 0, 0.25f});
-  mainQueue.runPending();
-  ASSERT_TRUE(player.start());
+  bar.track->newMIDINoteEvent(lastFrameOfABlock, {0, 60, 100, 0, 0.25f});
+  bar.mainQueue.runPending();
+  ASSERT_TRUE(bar.player.start());
   render(36000);  // 1.5 beats: every note has ended
 
   bool sounding[128] = {};

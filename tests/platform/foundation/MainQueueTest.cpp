@@ -45,16 +45,5 @@ TEST(ManualMainQueue, KeepsEachThreadsOrder) {
   }
 }
 
-TEST(MainQueue, DispatchGoesToTheInstalledQueue) {
-  ManualMainQueue installed;
-  MainQueue::setMain(&installed);
-  bool ran = false;
-  dispatchAsyncMain([&] { ran = true; });
-  MainQueue::setMain(nullptr);
-  EXPECT_EQ(installed.pendingCount(), 1u);
-  installed.runPending();
-  EXPECT_TRUE(ran);
-}
-
 }  // namespace
 }  // namespace platform

@@ -17,6 +17,7 @@
 
 #include "../PelmaRig.h"
 #include "bank/Bank.h"
+#include "platform/audio/Lv2World.h"
 #include "support/Processes.h"
 #include "support/TemporaryFolder.h"
 // Xlib last: its macros (None, Bool, Status) break Qt's and GoogleTest's headers.
@@ -130,9 +131,9 @@ class EditorWithPlugin : public ::testing::Test {
   QComboBox* chooser(const char* name) const {
     return editor_->findChild<QComboBox*>(QString::fromLatin1(name));
   }
-  // The plug-in's own value of a parameter, from its saved state.
+  // The plug-in's own value of a parameter, from its saved sound.
   float pluginValue(std::string_view symbol) {
-    const std::string state = instrument_->saveState();
+    const std::string state = instrument_->saveState().sound;
     std::smatch match;
     const std::regex line(std::string(symbol) + " = ([-0-9.e]+)");
     if (!std::regex_search(state, match, line)) return NAN;
@@ -222,7 +223,7 @@ TEST_F(EditorWithPlugin, PatchChoicesInEitherPlaceAndStateRestoresShowInBoth) {
     for (std::size_t i = 0; i < kParameterCount; ++i)
       EXPECT_FLOAT_EQ(shownValue(i), bank.patches[patch].values[i]) << kParameters[i].symbol;
   };
-  const std::string saved = instrument_->saveState();
+  const auto saved = instrument_->saveState();
   instrument_->midi(0xC0, 3);
   runBlocks();
   showsPatch(3);
