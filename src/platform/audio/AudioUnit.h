@@ -189,9 +189,11 @@ class AudioUnit final : public AudioNode {
 
   std::vector<Port> ports_;
   std::vector<std::unique_ptr<std::atomic<float>>> controlTargets_;  // one per control input
+  std::atomic<bool> controlsChanged_{true};  // a target changed since the audio thread copied them
   std::vector<std::vector<float>> audioBuffers_;
   std::vector<float> silence_;
   std::vector<std::vector<std::uint8_t>> atomBuffers_;
+  std::vector<int> atomOutputBuffers_;  // the atom outputs' buffers, reset every block
   int midiInputPort_ = -1;
   bool acceptsTimePosition_ = false;
   int outputPorts_[2] = {-1, -1};

@@ -94,6 +94,7 @@ void AudioUnit::findPorts() {
       p.kind = isInput ? Port::atomIn : Port::atomOut;
       p.bufferIndex = static_cast<int>(atomBuffers_.size());
       atomBuffers_.emplace_back(kAtomBufferSize, 0);
+      if (!isInput) atomOutputBuffers_.push_back(p.bufferIndex);
       if (isInput && midiInputPort_ < 0 && lilv_port_supports_event(plugin_, port, midiEvent)) {
         midiInputPort_ = static_cast<int>(index);
         acceptsTimePosition_ = lilv_port_supports_event(plugin_, port, position);
@@ -159,6 +160,7 @@ void AudioUnit::setParameterValue(const std::string& symbol, float value) {
     if (p.kind == Port::controlIn && p.symbol == symbol)
       controlTargets_[p.controlIndex]->store(value);
   }
+  controlsChanged_.store(true, std::memory_order_release);
 }
 
 }  // namespace platform

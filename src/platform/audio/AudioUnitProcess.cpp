@@ -15,33 +15,7 @@
 #include "platform/audio/Lv2Host.h"
 #include "platform/audio/Lv2World.h"
 
-#if defined(__x86_64__) || defined(__SSE2__)
-#include <xmmintrin.h>
-#endif
-
 namespace platform {
-namespace {
-
-// Denormal numbers in a plug-in's decaying tails cost up to a hundred times a normal operation:
-// run() is called with flush-to-zero and denormals-are-zero on, and the thread's own mode is put
-// back after it.
-class DenormalsFlushed {
- public:
-#if defined(__x86_64__) || defined(__SSE2__)
-  DenormalsFlushed() noexcept : saved_(_mm_getcsr()) {
-    _mm_setcsr(saved_ | kFlushToZero | kDenormalsAreZero);
-  }
-  ~DenormalsFlushed() {
-    _mm_setcsr(saved_);
-  }
-
- private:
-  static constexpr unsigned kFlushToZero = 0x8000, kDenormalsAreZero = 0x0040;
-  unsigned saved_;
-#endif
-};
-
-}  // namespace
 
 bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint8_t data2,
                               std::uint32_t sampleOffset) noexcept {
@@ -50,7 +24,9 @@ bool AudioUnit::sendMIDIEvent(std::uint8_t status, std::uint8_t data1, std::uint
 
 MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
   midi_.clear();
-  if (releaseAllNotes_.exchange(false, std::memory_order_acquire)) {
+  // Read before the exchange: a locked read-modify-write every block for a flag that is rarely set.
+  if (releaseAllNotes_.load(std::memory_order_relaxed) &&
+      releaseAllNotes_.exchange(false, std::memory_order_acquire)) {
     for (std::uint8_t channel = 0; channel < 16; ++channel)
       midi_.add(MidiEvent{0, 3, {static_cast<std::uint8_t>(0xB0 | channel), 123, 0}});
   }
@@ -74,21 +50,23 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
     releaseAllNotes_.store(true, std::memory_order_relaxed);
     return;
   }
-  for (Port& p : ports_) {
-    if (p.kind == Port::controlIn)
-      p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
-    if (p.kind == Port::atomOut) {
-      // Each block an output sequence starts as an empty chunk of full capacity.
-      auto* atom = reinterpret_cast<LV2_Atom*>(atomBuffers_[p.bufferIndex].data());
-      atom->size = static_cast<uint32_t>(atomBuffers_[p.bufferIndex].size() - sizeof(LV2_Atom));
-      atom->type = chunkType_;
+  // The control values are copied only after the main thread changed one (the flag is cleared
+  // first, so a change made during the copy is copied again next block).
+  if (controlsChanged_.load(std::memory_order_relaxed) &&
+      controlsChanged_.exchange(false, std::memory_order_acquire)) {
+    for (Port& p : ports_) {
+      if (p.kind == Port::controlIn)
+        p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
     }
   }
-  writeAtomInput(frames);
-  {
-    DenormalsFlushed flushed;
-    lilv_instance_run(instance_, frames);
+  for (const int buffer : atomOutputBuffers_) {
+    // Each block an output sequence starts as an empty chunk of full capacity.
+    auto* atom = reinterpret_cast<LV2_Atom*>(atomBuffers_[buffer].data());
+    atom->size = static_cast<uint32_t>(atomBuffers_[buffer].size() - sizeof(LV2_Atom));
+    atom->type = chunkType_;
   }
+  writeAtomInput(frames);
+  lilv_instance_run(instance_, frames);  // the graph's callback has flushed denormals
   forwardPluginEvents();
   deliverWorkerResponses();
   inRun_.store(false, std::memory_order_release);

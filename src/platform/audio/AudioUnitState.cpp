@@ -189,6 +189,7 @@ bool AudioUnit::loadDefaultState() {
   for (const Port& p : ports_) {
     if (p.kind == Port::controlIn) controlTargets_[p.controlIndex]->store(p.defaultValue);
   }
+  controlsChanged_.store(true, std::memory_order_release);
   auto lock = world_->queryLock();
   const LilvNode* plugin = lilv_plugin_get_uri(plugin_);
   if (!lilv_world_ask(world_->world(), plugin, world_->node(LV2_STATE__state), nullptr))

@@ -86,7 +86,9 @@ class JackOutput final : public AudioOutput {
     float* channels[2] = {static_cast<float*>(jack_port_get_buffer(self->ports_[0], frames)),
                           static_cast<float*>(jack_port_get_buffer(self->ports_[1], frames))};
     self->renderer_.render(self, channels, 2, frames);
-    self->blocks_.fetch_add(1, std::memory_order_release);
+    // Only this thread counts: a plain store, not a locked read-modify-write, every period.
+    self->blocks_.store(self->blocks_.load(std::memory_order_relaxed) + 1,
+                        std::memory_order_release);
     return 0;
   }
 
