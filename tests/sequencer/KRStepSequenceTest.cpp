@@ -184,27 +184,6 @@ TEST_F(KRStepSequenceTest, WritingOrClearingAStepDropsItsTie) {
   EXPECT_TRUE(sequence.stepAtIndex(3).tie());
 }
 
-TEST_F(KRStepSequenceTest, RangeOperationsEditEveryStepAndShareTheKeys) {
-  auto chord = KRStepSequenceKeyArray{stepKey(60, 1.0f), stepKey(67, 0.5f)};
-  sequence.setKeysToRange(chord, {4, 3});
-  for (int i = 4; i < 7; ++i)
-    EXPECT_EQ(sequence.stepAtIndex(i).keys(), chord);
-  EXPECT_TRUE(sequence.stepAtIndex(7).keys().empty());
-  EXPECT_EQ(written().size(), 6u);
-
-  sequence.setTieAtPosition(true, 5);
-  sequence.invertTieAtRange({4, 3});
-  EXPECT_TRUE(sequence.stepAtIndex(4).tie());
-  EXPECT_FALSE(sequence.stepAtIndex(5).tie());
-  EXPECT_TRUE(sequence.stepAtIndex(6).tie());
-  EXPECT_EQ(timeOfNote(60), 1.0);
-  EXPECT_EQ(written().at(0).duration, 0.375f);  // step 4 is tied into step 5
-
-  sequence.clearStepsInRange({4, 3});
-  EXPECT_TRUE(written().empty());
-  EXPECT_FALSE(sequence.stepAtIndex(6).tie());
-}
-
 TEST_F(KRStepSequenceTest, ATieChangeReRendersOnlyTheGivenRange) {
   sequence.setKeysAtPosition({stepKey(60, 1.0f)}, 3);
   sequence.setTieAtRange(true, {3, 2});
