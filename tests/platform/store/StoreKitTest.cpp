@@ -161,16 +161,14 @@ TEST_F(Store, CatalogsThatCannotBeReadEndTheRequestWithAReason) {
   EXPECT_FALSE(SKPaymentQueue::canMakePayments());  // no store configured
 }
 
-TEST_F(Store, PurchasesAskTheSheetUnlessFreeAndKeepTheirReceipts) {
+// The sheet asked for a paid product and not for a free one is the shop's test (Shop.Buying...).
+TEST_F(Store, ACancelledSheetFailsThePurchaseAndUnfinishedOnesComeAgainOnTheNextRun) {
   const auto response = products({"org.test.a", "org.test.b"});
   auto& queue = SKPaymentQueue::defaultQueue();
   queue.addTransactionObserver(&recorder);
-  std::vector<std::string> asked;
   bool answer = false;
-  queue.setPaymentSheet([&](const platform::SKProduct& product, std::function<void(bool)> done) {
-    asked.push_back(product.productIdentifier());
-    done(answer);
-  });
+  queue.setPaymentSheet(
+      [&](const platform::SKProduct&, std::function<void(bool)> done) { done(answer); });
   using S = SKPaymentTransactionState;
   queue.addPayment(platform::SKPayment::paymentWithProduct(response.products[0]));  // cancelled
   ASSERT_TRUE(pumpUntil([&] { return recorder.states.size() == 2; }));
@@ -179,15 +177,10 @@ TEST_F(Store, PurchasesAskTheSheetUnlessFreeAndKeepTheirReceipts) {
   queue.addPayment(platform::SKPayment::paymentWithProduct(response.products[0]));  // bought
   queue.addPayment(platform::SKPayment::paymentWithProduct(response.products[1]));  // free
   ASSERT_TRUE(pumpUntil([&] { return recorder.states.size() == 6; }));
-  EXPECT_EQ(asked, (std::vector<std::string>{"org.test.b", "org.test.b"}));
   EXPECT_EQ(recorder.states.back(), S::purchased);
-  EXPECT_EQ(recorder.transactions.back()->downloads().size(), 1u);
-  const std::string receipts = readFile((root / "store" / "receipts.json").string());
-  EXPECT_NE(receipts.find("org.test.a"), std::string::npos);
-  EXPECT_NE(receipts.find("org.test.b"), std::string::npos);
   queue.setPaymentSheet(nullptr);
 
-  // The next run: the two unfinished purchases come again, purchased, to the first observer.
+  // The next run: the purchase left unfinished comes again, purchased, to the first observer.
   queue.finishTransaction(recorder.transactions.back());
   {
     Recorder nextRun;
