@@ -145,23 +145,7 @@ TEST_F(KRStepSequenceTest, RenderingClearsExactlyTheRangesTimeSpan) {
   EXPECT_EQ(times, (std::vector<double>{0.49, 0.875}));
 }
 
-TEST_F(KRStepSequenceTest, EditsNotifyOncePerRangeAndPerPositionOtherwise) {
-  sequence.setKeysToRange({stepKey(60, 1.0f)}, {2, 3});
-  EXPECT_EQ(delegate.ranges, (std::vector<Range>{{2, 3}}));
-  delegate.ranges.clear();
-
-  sequence.setKeysAtPosition({stepKey(62, 1.0f)}, 9);  // clears first, so two notifications
-  sequence.clearStepAtPosition(9);
-  sequence.setTieAtPosition(true, 9);
-  EXPECT_EQ(delegate.ranges, (std::vector<Range>{{9, 1}, {9, 1}, {9, 1}, {9, 1}}));
-  delegate.ranges.clear();
-
-  sequence.setSwing(0.5f);
-  sequence.setGate(0.3f);
-  sequence.updateMusicTrackInRange({0, 16});
-  EXPECT_TRUE(delegate.ranges.empty());
-}
-
+// That edits tell the delegate is seen on the grid (KRSeqTrackViewTest.BlocksFollowModelChanges).
 TEST_F(KRStepSequenceTest, DelegateIsHeldWeakly) {
   {
     RecordingDelegate shortLived;
