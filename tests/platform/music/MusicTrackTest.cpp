@@ -68,21 +68,7 @@ TEST_F(MusicTrackTest, IteratorSeeksAndWalksInTimeOrder) {
   EXPECT_FALSE(iterator.hasCurrentEvent());
 }
 
-TEST_F(MusicTrackTest, EditsArePublishedWhenTheMainTaskEnds) {
-  track.publishNow();
-  const std::uint64_t before = track.published().version;
-  track.newMIDINoteEvent(0.0, note(60));
-  track.clear(0.0, 1.0);
-  track.newMIDINoteEvent(0.0, note(64));
-  // Until the main queue runs, readers still see the old state...
-  EXPECT_TRUE(track.published().events.empty());
-  EXPECT_EQ(mainQueue.pendingCount(), 1u);  // one publish for the whole burst of edits
-  mainQueue.runPending();
-  // ...and then all of the task's edits at once.
-  EXPECT_EQ(numbers(track.published().events), std::vector<int>{64});
-  EXPECT_EQ(track.published().version, before + 1);
-}
-
+// One publication per main-thread task, whole, is MusicTrackConcurrencyTest's.
 TEST_F(MusicTrackTest, LoopInfoAndLengthArePublishedWithTheEvents) {
   EXPECT_EQ(track.trackLength(), 0.0);
   track.newMIDINoteEvent(3.0, note(60, 1.5f));
