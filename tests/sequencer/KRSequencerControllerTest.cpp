@@ -1,6 +1,5 @@
 // The sequencer screen, headless, with real widgets, a real music player and an audio graph
 // rendered by hand: recording chords, ties, auto-increment, transport, tempo and the playhead.
-// When recorded notes sound is MusicPlayerTimingTest's, on the same player.
 
 #include "sequencer/KRSequencerController.h"
 
@@ -10,15 +9,16 @@
 #include <memory>
 #include <vector>
 
-#include "frameworks/krui/KRSlider.h"
 #include "keyboard/KRBPMControl.h"
 #include "platform/audio/AudioGraph.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/DisplayLink.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRStepSequence.h"
 #include "support/ManualClock.h"
+#include "support/OfflineRig.h"
 #include "support/PointerEvents.h"
 
 namespace {
@@ -251,6 +251,40 @@ TEST_F(SequencerTransportTest, PlayheadHandsOverThePreviousLookAheadRow) {
   const std::vector<int> shown = play(3.5);
   ASSERT_GE(shown.size(), 2u);
   EXPECT_EQ(std::vector<int>(shown.end() - 2, shown.end()), (std::vector<int>{15, 0}));
+}
+
+// A chord recorded through the screen into step 3 while the sequence plays reaches a real
+// instrument at the next pass of the loop, at step 3's exact frame, with its keys.
+TEST(SequencerRecording, ARecordedChordReachesTheInstrumentAtItsStepInTheNextPass) {
+  platform::ManualMainQueue mainQueue;  // the main thread's task boundaries, run by hand
+  platform::MainQueue::setMain(&mainQueue);
+  testing_support::ManualClock clock;
+  KRSequencerController screen(KRSequencerController::kTabletInterface, nullptr, clock);
+  testing_support::OfflineRig rig("MDA JX10", 256, 48000.0);
+  rig.graph.setMusicSequence(screen.getMusicSequence());
+
+  screen.playButtonPressed(screen.playButton());
+  rig.render(24000, [&] { mainQueue.runPending(); });  // half a pass: step 3 has gone by
+  screen.writeModeButtonPressed(screen.writeModeButton());
+  screen.trackView()->updateSelection(3, 3);
+  screen.keyOn(60, 100 / 128.0f);
+  screen.keyOn(67, 80 / 128.0f);
+  screen.keyOff(67);
+  screen.keyOff(60);
+  rig.render(2 * 96000, [&] { mainQueue.runPending(); });
+
+  // One pass is 4 beats at 120 BPM = 96000 frames; step 3 starts 0.75 beat into it.
+  const std::uint64_t expectedFrame = 96000 + std::llround(0.75 * 60.0 / 120.0 * 48000.0);
+  std::vector<testing_support::ReceivedMidi> noteOns;
+  for (const auto& message : rig.received) {
+    if ((message.status & 0xF0) == 0x90 && message.data2 > 0) noteOns.push_back(message);
+  }
+  ASSERT_GE(noteOns.size(), 2u);
+  EXPECT_EQ(noteOns[0], (testing_support::ReceivedMidi{expectedFrame, 0x90, 67, 80}));
+  EXPECT_EQ(noteOns[1], (testing_support::ReceivedMidi{expectedFrame, 0x90, 60, 100}));
+
+  rig.graph.setMusicSequence(nullptr);
+  platform::MainQueue::setMain(nullptr);
 }
 
 }  // namespace
