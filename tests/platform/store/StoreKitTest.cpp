@@ -32,11 +32,9 @@ class Recorder : public platform::SKPaymentTransactionObserver,
       states.push_back(transaction->transactionState());
     }
   }
+  // Downloads are followed through their own state (buyAndDownload).
   void paymentQueueUpdatedDownloads(SKPaymentQueue&,
-                                    const std::vector<platform::SKDownloadPtr>& updated) override {
-    for (const auto& download : updated)
-      downloadStates.push_back(download->downloadState());
-  }
+                                    const std::vector<platform::SKDownloadPtr>&) override {}
   void productsRequestDidReceiveResponse(platform::SKProductsRequest&,
                                          const platform::SKProductsResponse& answer) override {
     response = answer;
@@ -49,7 +47,6 @@ class Recorder : public platform::SKPaymentTransactionObserver,
 
   std::vector<platform::SKPaymentTransactionPtr> transactions;
   std::vector<SKPaymentTransactionState> states;
-  std::vector<SKDownloadState> downloadStates;
   platform::SKProductsResponse response;
   std::string error;
   bool answered = false;
