@@ -11,6 +11,7 @@
 #include "../PelmaRig.h"
 #include "bank/Bank.h"
 #include "platform/audio/Lv2World.h"
+#include "support/BankText.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -20,8 +21,7 @@ class PelmaBanksTest : public ::testing::Test {
   TemporaryFolder banks_{true};
 
   void writeBank(const std::string& entry, const std::string& name, int cutoff) {
-    banks_.write(entry,
-                 fmt::format("pelma-bank 1\nname = {}\n[Only]\ncutoff = {}\nend\n", name, cutoff));
+    banks_.write(entry, testing_support::bankText(name, {"Only"}, cutoff));
   }
   // The state after one more block, so the latest choice is in it.
   static PelmaRig::Saved stateAfterBlock(PelmaRig& synth) {
@@ -60,7 +60,7 @@ using ::testing::HasSubstr;
 // Which files are banks is BankFilesTest's; here, the numbers the plug-in gives them.
 TEST_F(PelmaBanksTest, BanksInTheFolderFollowTheFactoryBankInEntryOrder) {
   writeBank("b.plb", "Second", 432);
-  banks_.write("a.plb/bank.plb", "pelma-bank 1\nname = First\n[A]\ncutoff = 222\nend\n");
+  writeBank("a.plb/bank.plb", "First", 222);
   writeBank("factory.plb", "Factory", 999);  // named like the factory bank: skipped
   PelmaRig synth;
   synth.midi(0xC5, 100);  // no such patch in the factory bank, bank 0: nothing changes
