@@ -16,6 +16,7 @@
 #include <string>
 
 #include "app/SingleInstance.h"
+#include "support/BankText.h"
 #include "support/Processes.h"
 #include "support/TemporaryFolder.h"
 
@@ -44,7 +45,7 @@ class ApplicationLaunch : public ::testing::Test {
   }
 
   static void writeBank(const fs::path& path) {
-    std::ofstream(path) << "pelma-bank 1\nname = Handed Over\n[One]\ncutoff = 300\nend\n";
+    std::ofstream(path) << bankText("Handed Over", {"One"}, 300);
   }
   std::string log(const char* name) const { return (root_ / name).string(); }
   bool logSays(const char* name, const std::string& text) const {

@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
@@ -28,10 +27,6 @@ namespace fs = std::filesystem;
 using testing_support::bankText;
 using testing_support::readFile;
 
-void writeFile(const fs::path& path, const std::string& text) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path) << text;
-}
 std::set<std::string> names(const fs::path& folder) {
   std::set<std::string> result;
   for (const auto& entry : fs::directory_iterator(folder))
@@ -54,11 +49,11 @@ class AppDelegateTest : public ::testing::Test {
 };
 
 TEST_F(AppDelegateTest, LaunchMovesExactlyThePlbEntriesAndListsTheBankFolder) {
-  writeFile(documents / "a.plb", bankText("A"));
-  writeFile(documents / "b.PLB", bankText("B"));
-  writeFile(documents / "notes.txt", "notes");
-  writeFile(documents / "set.plb" / "bank.plb", bankText("Set"));
-  writeFile(documents / "set.plb" / "cover.png", "png");
+  scratch.write("Documents/a.plb", bankText("A"));
+  scratch.write("Documents/b.PLB", bankText("B"));
+  scratch.write("Documents/notes.txt", "notes");
+  scratch.write("Documents/set.plb/bank.plb", bankText("Set"));
+  scratch.write("Documents/set.plb/cover.png", "png");
 
   platform::LogCapture log;
   AppDelegate delegate(nullptr, &registry);
@@ -90,9 +85,9 @@ TEST_F(AppDelegateTest, LaunchMovesExactlyThePlbEntriesAndListsTheBankFolder) {
 }
 
 TEST_F(AppDelegateTest, ABankAlreadyInTheBankFolderStaysAndTheNewerCopyIsDiscarded) {
-  writeFile(banks / "a.plb", bankText("Old"));
-  writeFile(documents / "a.plb", bankText("New"));
-  writeFile(banks / "test.txt", "something else");
+  scratch.write("banks/a.plb", bankText("Old"));
+  scratch.write("Documents/a.plb", bankText("New"));
+  scratch.write("banks/test.txt", "something else");
   AppDelegate delegate(nullptr, &registry);
   delegate.didFinishLaunchingWithOptions();
   EXPECT_EQ(readFile(banks / "a.plb"), bankText("Old"));
@@ -103,7 +98,7 @@ TEST_F(AppDelegateTest, ABankAlreadyInTheBankFolderStaysAndTheNewerCopyIsDiscard
 TEST_F(AppDelegateTest, MissingOrUnusableFoldersChangeNothingElse) {
   // A documents folder that is a file, and a bank folder that does not exist.
   fs::remove_all(documents);
-  writeFile(documents, "not a folder");
+  scratch.write("Documents", "not a folder");
   fs::remove_all(banks);
   AppDelegate delegate(nullptr, &registry);
   platform::LogCapture log;
@@ -115,9 +110,9 @@ TEST_F(AppDelegateTest, MissingOrUnusableFoldersChangeNothingElse) {
 TEST_F(AppDelegateTest, ABankFolderThatCannotBeWrittenLeavesEverythingElseAsItWas) {
   // The bank folder's place is taken by a file (nothing can be written into it, also as root).
   fs::remove_all(banks);
-  writeFile(banks, "in the way");
-  writeFile(documents / "notes.txt", "keep me");
-  writeFile(root / "in" / "bank.plb", bankText("Opened"));
+  scratch.write("banks", "in the way");
+  scratch.write("Documents/notes.txt", "keep me");
+  scratch.write("in/bank.plb", bankText("Opened"));
   AppDelegate delegate(nullptr, &registry);
   EXPECT_TRUE(delegate.didFinishLaunchingWithOptions());
   EXPECT_TRUE(delegate.openURL("file://" + (root / "in" / "bank.plb").string()));
@@ -127,8 +122,8 @@ TEST_F(AppDelegateTest, ABankFolderThatCannotBeWrittenLeavesEverythingElseAsItWa
 }
 
 TEST_F(AppDelegateTest, OpenedUrlsAreAddedWhenTheyArePelmaLinksOrPlbFiles) {
-  writeFile(root / "in" / "bank.plb", bankText("Opened"));
-  writeFile(root / "in" / "y.txt", bankText("Linked"));
+  scratch.write("in/bank.plb", bankText("Opened"));
+  scratch.write("in/y.txt", bankText("Linked"));
   int updates = 0;
   AppDelegate delegate(nullptr, &registry);
   const auto observer = platform::NotificationCenter::defaultCenter().addObserver(

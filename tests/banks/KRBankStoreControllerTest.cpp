@@ -170,6 +170,7 @@ TEST_F(Shop, BuyingDownloadsAndInstallsEveryBankOfThePackageButNeverReplacesOne)
   EXPECT_TRUE(waitUntil([&] { return overlayText().isEmpty(); }));
   EXPECT_NE(readFile((root / "store" / "receipts.json").string()).find("\"finished\": true"),
             std::string::npos);
+  EXPECT_TRUE(fs::is_empty(root / "store" / "packages")) << "the finished package is removed";
 
   // A paid bank asks the payment sheet; the user buys it.
   shop->tapRow({0, 0});

@@ -1,6 +1,7 @@
 // The network MIDI session's state machine: two real sessions (an initiator and a responder)
 // joined through a test network that carries their datagrams, on a test clock, and sessions
-// driven by hand-made datagrams for rejections, goodbyes, silence and clock exchanges.
+// driven by hand-made datagrams for rejections, silence and clock exchanges. Unreadable
+// datagrams are RtpMidiTest's and the fuzzer's.
 
 #include "midi/network/AppleMidiSession.h"
 
@@ -94,12 +95,6 @@ TEST_F(Sessions, AnInvitationJoinsBothPortsAndMidiFlows) {
   EXPECT_EQ(hostEvents.events, std::vector<std::string>{"joined Laptop"});
   EXPECT_EQ(peerEvents.events, std::vector<std::string>{"joined Pelma"});
   EXPECT_EQ(host.joinedPeers(), 1u);
-  // The initiator's CK0 was answered with CK1, and its CK2 with nothing.
-  EXPECT_EQ(peerEvents.sentClockSyncs(0), 1);
-  EXPECT_EQ(hostEvents.sentClockSyncs(1), 1);
-  EXPECT_EQ(peerEvents.sentClockSyncs(2), 1);
-  EXPECT_EQ(hostEvents.sentClockSyncs(2), 0);
-
   std::uint8_t buffer[64];
   const Bytes notes{0x90, 60, 100, 0x80, 60, 0};
   const std::size_t size =
@@ -139,17 +134,11 @@ TEST_F(Sessions, ClockExchangesRunOnAScheduleWithoutAStorm) {
   EXPECT_EQ(host.joinedPeers(), 1u) << "peers that exchange clocks stay";
 }
 
-TEST_F(Sessions, GoodbyeAndSilenceEndAPeerAndEndingSaysGoodbyeToAll) {
+// A goodbye either way is the independent peer's test (NetworkMidiPeerTest); here the default
+// time-out, and the goodbye the host sends to a peer it drops.
+TEST_F(Sessions, APeerSilentForAMinuteIsDroppedWithAGoodbye) {
   peer.invite(here, now);
   deliverAll();
-  peer.endAll();
-  deliverAll();
-  EXPECT_EQ(hostEvents.events.back(), "left Laptop: goodbye");
-  EXPECT_EQ(host.joinedPeers(), 0u);
-
-  peer.invite(here, now);
-  deliverAll();
-  // The peer vanishes without a word: 60 s later the host drops it (and says goodbye).
   for (const SessionTime end = now + kPeerTimeout + 2 * kSecond; now < end; now += kSecond)
     host.tick(now);
   EXPECT_EQ(hostEvents.events.back(), "left Laptop: silent for 60 s");
@@ -171,13 +160,6 @@ TEST_F(Sessions, InvitationsThatCannotBeTakenAreRefusedAndUnansweredOnesGiveUp) 
                  buffer, size, now);
   }
   EXPECT_EQ(hostEvents.sent.back()->type, CommandType::invitationRejected);
-  // Garbage is counted, not answered.
-  const Bytes garbage{0xFF, 0xFF, 'I', 'N', 1};
-  const std::size_t before = hostEvents.sent.size();
-  host.receive(SessionPort::control, there, garbage.data(), garbage.size(), now);
-  EXPECT_EQ(hostEvents.sent.size(), before);
-  EXPECT_EQ(host.droppedDatagrams(), 1u);
-
   // Inviting nobody: retried once a second, given up after twelve tries.
   Recorder lonelyEvents{network, {1, 1}};
   AppleMidiSession lonely{0x66666666, "Lonely", lonelyEvents};

@@ -159,34 +159,20 @@ TEST(NetworkMidiPeer, APeerJoinsAndPlaysTheInstrumentWhileTheSequencerRecords) {
   platform::MainQueue::setMain(nullptr);
 }
 
-// tshark, when this machine has it, decodes every datagram of an exchange we started.
-std::string decodedCapture(const std::string& capture) {
-  const std::string fields = capture + ".txt";
-  testing_support::runAndWait(
-      {"tshark", "-r", capture, "-Y", "applemidi or rtpmidi", "-T", "fields", "-e",
-       "applemidi.command", "-e", "rtpmidi.note", "-e", "_ws.malformed"},
-      fields);
-  return readFile(fields);
-}
-
 TEST(NetworkMidiPeer, OurSessionInvitesAPeerThatHearsUsAndTsharkReadsEveryDatagram) {
   TemporaryFolder folder;
   const std::uint16_t peerPort = freePortPair();
   const std::string capture = (folder.path() / "exchange.pcapng").string();
   const bool capturing = access("/usr/bin/tshark", X_OK) == 0;
-  pid_t tshark = 0;
-  if (capturing) {
-    const std::string filter =
-        "udp port " + std::to_string(peerPort) + " or udp port " + std::to_string(peerPort + 1);
-    tshark = testing_support::spawn({"tshark", "-i", "lo", "-f", filter, "-w", capture},
-                                    (folder.path() / "tshark.txt").string());
-    ASSERT_TRUE(waitFor(
-        [&] {
-          return readFile((folder.path() / "tshark.txt").string()).find("Capturing") !=
-                 std::string::npos;
-        },
-        10s));
-  }
+  const std::string port = std::to_string(peerPort), log = (folder.path() / "tshark.txt").string();
+  const pid_t tshark =
+      capturing ? testing_support::spawn(
+                      {"tshark", "-i", "lo", "-f",
+                       "udp portrange " + port + "-" + std::to_string(peerPort + 1), "-w", capture},
+                      log)
+                : 0;
+  ASSERT_TRUE(!capturing ||
+              waitFor([&] { return readFile(log).find("Capturing") != std::string::npos; }, 10s));
   NodePeer peer(folder, {"listen", std::to_string(peerPort)});
   Events events;
   NetworkMidiSession session("Pelma", events.listen());
@@ -207,7 +193,12 @@ TEST(NetworkMidiPeer, OurSessionInvitesAPeerThatHearsUsAndTsharkReadsEveryDatagr
   std::this_thread::sleep_for(500ms);
   kill(tshark, SIGINT);
   testing_support::waitForExit(tshark);
-  const std::string decoded = decodedCapture(capture);
+  const std::string fields = capture + ".txt";
+  testing_support::runAndWait(
+      {"tshark", "-r", capture, "-Y", "applemidi or rtpmidi", "-T", "fields", "-e",
+       "applemidi.command", "-e", "rtpmidi.note", "-e", "_ws.malformed"},
+      fields);
+  const std::string decoded = readFile(fields);
   // tshark prints the commands as numbers: IN, OK, CK, RS, BY.
   for (const char* command : {"0x494e", "0x4f4b", "0x434b", "0x5253", "0x4259"})
     EXPECT_NE(decoded.find(std::string(command) + "\t"), std::string::npos) << command;

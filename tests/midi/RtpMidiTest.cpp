@@ -51,22 +51,9 @@ class Stream {
   std::vector<Received> received;
 };
 
-TEST(SessionCommands, EveryCommandReadsBackAsWritten) {
+// The other session commands are read back in every exchange of AppleMidiSessionTest.
+TEST(SessionCommands, ClockCommandsAndFeedbackReadBackAsWritten) {
   std::uint8_t buffer[128];
-  for (CommandType type : {CommandType::invitation, CommandType::invitationAccepted,
-                           CommandType::invitationRejected, CommandType::endSession}) {
-    const auto sent = makeSessionCommand(type, 0xA1B2C3D4, 0x01020304, "Pelma");
-    const std::size_t size = writeSessionCommand(sent, buffer, sizeof buffer);
-    ASSERT_EQ(size, 4u + 12 + 6);
-    EXPECT_EQ(buffer[2], static_cast<std::uint16_t>(type) >> 8);
-    const auto read = readSessionCommand(buffer, size);
-    ASSERT_TRUE(read);
-    EXPECT_EQ(read->type, type);
-    EXPECT_EQ(read->version, 2u);
-    EXPECT_EQ(read->token, 0xA1B2C3D4);
-    EXPECT_EQ(read->ssrc, 0x01020304u);
-    EXPECT_EQ(read->nameView(), "Pelma");
-  }
   SessionCommand clock;
   clock.type = CommandType::clockSync;
   clock.ssrc = 9;
@@ -211,18 +198,12 @@ TEST(Payload, AGapIsBridgedByTheJournalsNoteOffsAndLatePacketsAreIgnored) {
   EXPECT_EQ(stream.received.size(), 4u);
 }
 
-TEST(Payload, WrittenPayloadsReadBack) {
+// What the writer sends is read back by the sessions' tests and the independent peer.
+TEST(Payload, AWriterWithoutRoomOrWithACutMessageWritesNothing) {
   std::uint8_t buffer[64];
   const Bytes commands{0x90, 60, 100, 0x80, 60, 0, 0xB0, 7, 100, 0xC0, 5, 0xE0, 0, 64, 0xF8};
-  const std::size_t size =
-      writePayload({5, 1000, 7}, commands.data(), commands.size(), buffer, sizeof buffer);
-  ASSERT_EQ(size, 12u + 2 + commands.size() + 5);  // five zero deltas between six messages
-  Stream stream;
-  ASSERT_EQ(stream.read(Bytes(buffer, buffer + size)), PayloadResult::ok);
-  EXPECT_EQ(stream.received.size(), 6u);
-  EXPECT_EQ(stream.received[1], (Received{1000, {0x80, 60, 0}}));
   EXPECT_EQ(writePayload({}, commands.data(), commands.size(), buffer, 20), 0u);
-  EXPECT_EQ(writePayload({}, commands.data(), 2, buffer, sizeof buffer), 0u);  // cut short
+  EXPECT_EQ(writePayload({}, commands.data(), 2, buffer, sizeof buffer), 0u);
 }
 
 }  // namespace

@@ -49,30 +49,16 @@ class KRSeqTrackViewTest : public ::testing::Test {
   KRSeqTrackView grid{QRect(0, 0, 320, 64)};
 };
 
-TEST_F(KRSeqTrackViewTest, BuildsSixteenBlocksWithStepZeroSelected) {
-  ASSERT_EQ(grid.blocks().size(), 16u);
+TEST_F(KRSeqTrackViewTest, TapsAndDragsSelectConsecutiveStepsAndMayEndReversed) {
   EXPECT_EQ(amberBlocks(), std::vector<int>{0});
-  EXPECT_EQ(grid.selectionRange(), (Range{0, 1}));
-  EXPECT_EQ(grid.playheadPosition(), QPoint(0, 0));
-  EXPECT_EQ(sequence->delegate(), &grid);
-}
-
-TEST_F(KRSeqTrackViewTest, TapSelectsTheStepUnderThePointer) {
   tap(319);
   EXPECT_EQ(grid.selectionRange(), (Range{15, 1}));
   EXPECT_EQ(amberBlocks(), std::vector<int>{15});
-}
-
-TEST_F(KRSeqTrackViewTest, DragsSelectConsecutiveStepsAndMayEndReversed) {
   drag(65, 145);
-  EXPECT_EQ(grid.selStart(), 3);
-  EXPECT_EQ(grid.selEnd(), 7);
   EXPECT_EQ(grid.selectionRange(), (Range{3, 5}));
   EXPECT_EQ(amberBlocks(), (std::vector<int>{3, 4, 5, 6, 7}));
 
   drag(145, 65);
-  EXPECT_EQ(grid.selStart(), 7);
-  EXPECT_EQ(grid.selEnd(), 3);
   EXPECT_EQ(grid.selectionRange(), (Range{7, asUnsigned(-3)}));
   EXPECT_TRUE(amberBlocks().empty());
 }

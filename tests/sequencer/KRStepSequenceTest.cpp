@@ -145,23 +145,7 @@ TEST_F(KRStepSequenceTest, RenderingClearsExactlyTheRangesTimeSpan) {
   EXPECT_EQ(times, (std::vector<double>{0.49, 0.875}));
 }
 
-TEST_F(KRStepSequenceTest, EditsNotifyOncePerRangeAndPerPositionOtherwise) {
-  sequence.setKeysToRange({stepKey(60, 1.0f)}, {2, 3});
-  EXPECT_EQ(delegate.ranges, (std::vector<Range>{{2, 3}}));
-  delegate.ranges.clear();
-
-  sequence.setKeysAtPosition({stepKey(62, 1.0f)}, 9);  // clears first, so two notifications
-  sequence.clearStepAtPosition(9);
-  sequence.setTieAtPosition(true, 9);
-  EXPECT_EQ(delegate.ranges, (std::vector<Range>{{9, 1}, {9, 1}, {9, 1}, {9, 1}}));
-  delegate.ranges.clear();
-
-  sequence.setSwing(0.5f);
-  sequence.setGate(0.3f);
-  sequence.updateMusicTrackInRange({0, 16});
-  EXPECT_TRUE(delegate.ranges.empty());
-}
-
+// That edits tell the delegate is seen on the grid (KRSeqTrackViewTest.BlocksFollowModelChanges).
 TEST_F(KRStepSequenceTest, DelegateIsHeldWeakly) {
   {
     RecordingDelegate shortLived;
@@ -182,27 +166,6 @@ TEST_F(KRStepSequenceTest, WritingOrClearingAStepDropsItsTie) {
   EXPECT_FALSE(sequence.stepAtIndex(1).tie());
   EXPECT_FALSE(sequence.stepAtIndex(2).tie());
   EXPECT_TRUE(sequence.stepAtIndex(3).tie());
-}
-
-TEST_F(KRStepSequenceTest, RangeOperationsEditEveryStepAndShareTheKeys) {
-  auto chord = KRStepSequenceKeyArray{stepKey(60, 1.0f), stepKey(67, 0.5f)};
-  sequence.setKeysToRange(chord, {4, 3});
-  for (int i = 4; i < 7; ++i)
-    EXPECT_EQ(sequence.stepAtIndex(i).keys(), chord);
-  EXPECT_TRUE(sequence.stepAtIndex(7).keys().empty());
-  EXPECT_EQ(written().size(), 6u);
-
-  sequence.setTieAtPosition(true, 5);
-  sequence.invertTieAtRange({4, 3});
-  EXPECT_TRUE(sequence.stepAtIndex(4).tie());
-  EXPECT_FALSE(sequence.stepAtIndex(5).tie());
-  EXPECT_TRUE(sequence.stepAtIndex(6).tie());
-  EXPECT_EQ(timeOfNote(60), 1.0);
-  EXPECT_EQ(written().at(0).duration, 0.375f);  // step 4 is tied into step 5
-
-  sequence.clearStepsInRange({4, 3});
-  EXPECT_TRUE(written().empty());
-  EXPECT_FALSE(sequence.stepAtIndex(6).tie());
 }
 
 TEST_F(KRStepSequenceTest, ATieChangeReRendersOnlyTheGivenRange) {

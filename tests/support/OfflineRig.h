@@ -35,7 +35,7 @@ class OfflineRig {
  public:
   explicit OfflineRig(const std::string& instrument, std::uint32_t blockFrames = 256,
                       double sampleRate = 48000.0)
-      : blockFrames_(blockFrames), sampleRate_(sampleRate) {
+      : blockFrames_(blockFrames) {
     graph.enableManualRenderingMode(sampleRate, blockFrames);
     std::string error;
     unit = platform::AudioUnitComponentManager::shared().instantiateNow(
@@ -74,8 +74,6 @@ class OfflineRig {
     return render(frames, [] {});
   }
 
-  double sampleRate() const { return sampleRate_; }
-
   platform::AudioGraph graph;
   std::shared_ptr<platform::AudioUnit> unit;
   std::vector<ReceivedMidi> received;
@@ -83,7 +81,6 @@ class OfflineRig {
 
  private:
   std::uint32_t blockFrames_;
-  double sampleRate_;
 };
 
 }  // namespace testing_support

@@ -20,17 +20,12 @@ class KRBankManagerTest : public ::testing::Test {
 // Which entries count as banks is the bank folder reader's (BankFilesTest); the registry lists
 // what it read at the last refresh, by each bank's own name.
 TEST_F(KRBankManagerTest, RefreshListsTheInstalledBanksByTheirOwnNames) {
-  const auto file = installed_.write("file-name.plb", bankText("Bank Title", {"One", "Two"}));
+  const auto file = installed_.write("file-name.plb", bankText("Bank Title"));
   EXPECT_FALSE(registry_.containsBankWithName("Bank Title"));  // not read yet
   registry_.refresh();
   EXPECT_TRUE(registry_.containsBankWithName("Bank Title"));
   EXPECT_FALSE(registry_.containsBankWithName("file-name"));
   EXPECT_FALSE(registry_.containsBankWithName("bank title"));
-  ASSERT_EQ(registry_.installedBanks().size(), 1u);
-  const auto& first = registry_.installedBanks()[0];
-  EXPECT_EQ(first.version, "2");
-  EXPECT_EQ(first.patchNames, (std::vector<std::string>{"One", "Two"}));
-  EXPECT_EQ(first.location, file);
   std::filesystem::remove(file);
   registry_.refresh();
   EXPECT_FALSE(registry_.containsBankWithName("Bank Title"));

@@ -11,6 +11,7 @@
 #include "../PelmaRig.h"
 #include "bank/Bank.h"
 #include "platform/audio/Lv2World.h"
+#include "support/BankText.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -20,8 +21,7 @@ class PelmaBanksTest : public ::testing::Test {
   TemporaryFolder banks_{true};
 
   void writeBank(const std::string& entry, const std::string& name, int cutoff) {
-    banks_.write(entry,
-                 fmt::format("pelma-bank 1\nname = {}\n[Only]\ncutoff = {}\nend\n", name, cutoff));
+    banks_.write(entry, testing_support::bankText(name, {"Only"}, cutoff));
   }
   // The state after one more block, so the latest choice is in it.
   static PelmaRig::Saved stateAfterBlock(PelmaRig& synth) {
@@ -57,22 +57,16 @@ class PelmaBanksTest : public ::testing::Test {
 
 using ::testing::HasSubstr;
 
-TEST_F(PelmaBanksTest, FactoryBankIsBankZeroAndProgramChangeChoosesItsPatches) {
-  PelmaRig synth;
-  EXPECT_EQ(stateAfterBlock(synth).bank, "Factory");
-  synth.midi(0xC5, 3);  // "Round Bass", on channel 6
-  auto state = stateAfterBlock(synth);
-  EXPECT_THAT(state.sound, HasSubstr("cutoff = 300\n"));
-  synth.midi(0xC0, 100);  // no such patch: nothing changes
-  EXPECT_EQ(stateAfterBlock(synth), state);
-}
-
 // Which files are banks is BankFilesTest's; here, the numbers the plug-in gives them.
 TEST_F(PelmaBanksTest, BanksInTheFolderFollowTheFactoryBankInEntryOrder) {
   writeBank("b.plb", "Second", 432);
-  banks_.write("a.plb/bank.plb", "pelma-bank 1\nname = First\n[A]\ncutoff = 222\nend\n");
+  writeBank("a.plb/bank.plb", "First", 222);
   writeBank("factory.plb", "Factory", 999);  // named like the factory bank: skipped
   PelmaRig synth;
+  synth.midi(0xC5, 100);  // no such patch in the factory bank, bank 0: nothing changes
+  const auto initial = stateAfterBlock(synth);
+  EXPECT_EQ(initial.bank, "Factory");
+  EXPECT_THAT(initial.sound, HasSubstr("cutoff = 8000\n"));
   auto state = selectBank(synth, 2, 0);
   EXPECT_EQ(state.bank, "Second");
   EXPECT_THAT(state.sound, HasSubstr("cutoff = 432\n"));

@@ -7,13 +7,14 @@
 #include "../PelmaRig.h"
 #include "support/AudioAnalysis.h"
 #include "support/AudioThreadAllocations.h"
+#include "support/BankText.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
 
 TEST(PelmaRealtimeTest, RenderingNeverAllocates) {
   TemporaryFolder banks(true);
-  banks.write("mine.plb", "pelma-bank 1\nname = Mine\n[A]\ncutoff = 500\nend\n");
+  banks.write("mine.plb", testing_support::bankText("Mine"));
   for (std::uint32_t block : {256u, 77u, 1u}) {
     PelmaRig synth(block);
     for (std::uint8_t key = 40; key < 60; ++key)
