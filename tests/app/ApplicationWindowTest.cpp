@@ -3,27 +3,22 @@
 // (with xdotool) and a note from another JACK client both sound at its JACK output, measured by
 // a JACK client of this test. A screenshot of the window is written beside the test.
 
-#include <jack/jack.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/AudioAnalysis.h"
 #include "support/CatalogServer.h"
+#include "support/JackListener.h"
 #include "support/JackServer.h"
 #include "support/Processes.h"
 
@@ -31,44 +26,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace testing_support;
-
-// A JACK client of the test that listens to one output port and keeps the loudest block RMS.
-class JackListener {
- public:
-  bool connect(const std::string& portPattern) {
-    client_ = jack_client_open("pelma-test-listener", JackNoStartServer, nullptr);
-    if (!client_) return false;
-    input_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
-    jack_set_process_callback(client_, process, this);
-    jack_activate(client_);
-    const char** ports =
-        jack_get_ports(client_, portPattern.c_str(), JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
-    const bool found =
-        ports && ports[0] && jack_connect(client_, ports[0], jack_port_name(input_)) == 0;
-    if (ports) jack_free(ports);
-    return found;
-  }
-  ~JackListener() {
-    if (client_) jack_client_close(client_);
-  }
-  // The loudest block since the last call.
-  double takeLoudest() { return loudest_.exchange(0.0); }
-
- private:
-  static int process(jack_nframes_t frames, void* self) {
-    auto* listener = static_cast<JackListener*>(self);
-    const double rms = testing_support::rms(
-        static_cast<const float*>(jack_port_get_buffer(listener->input_, frames)), frames);
-    double previous = listener->loudest_.load();
-    while (rms > previous && !listener->loudest_.compare_exchange_weak(previous, rms)) {
-    }
-    return 0;
-  }
-
-  jack_client_t* client_ = nullptr;
-  jack_port_t* input_ = nullptr;
-  std::atomic<double> loudest_{0.0};
-};
 
 class ApplicationWindow : public ::testing::TestWithParam<const char*> {
  protected:

@@ -4,8 +4,6 @@
 // silent for 1, and the sequencer in write mode must record the chord. A port that appears and
 // goes while running must be registered and unregistered.
 
-#include <signal.h>
-#include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 
@@ -36,18 +34,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing_support::waitFor;
-
-// Starts the project's JACK MIDI pattern player: `notes` looped over 4 beats at 120 BPM.
-pid_t startPatternPlayer(const std::string& destination, double seconds, const std::string& notes,
-                         int channel) {
-  const std::string secondsText = std::to_string(seconds), channelText = std::to_string(channel);
-  const char* argv[] = {PELMA_JACK_MIDI_PATTERN, destination.c_str(), "120",  secondsText.c_str(),
-                        notes.c_str(),           channelText.c_str(), nullptr};
-  pid_t pid = 0;
-  if (posix_spawn(&pid, argv[0], nullptr, nullptr, const_cast<char* const*>(argv), environ) != 0)
-    return 0;
-  return pid;
-}
 
 bool finished(pid_t pid) {
   int status = 0;
@@ -123,7 +109,8 @@ TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordUnlessFilteredOut) {
 
     // A4 and A5 for half a beat, played by another process on channel 5. It keeps its port for
     // 1.5 s so that the notes' sound is rendered in full even when this machine is busy.
-    const pid_t player = startPatternPlayer(destination, 1.5, "69@0:0.5:100,81@0:0.5:100", 5);
+    const pid_t player = testing_support::spawn(
+        {PELMA_JACK_MIDI_PATTERN, destination, "120", "1.5", "69@0:0.5:100,81@0:0.5:100", "5"});
     ASSERT_GT(player, 0);
     const std::vector<float> left = renderWhile(player);
     mainQueue.runPending();
@@ -167,7 +154,9 @@ TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
 
   platform::LogCapture log;
   wrapper->startHotPlugPolling();
-  const pid_t extra = startPatternPlayer("-", 3.0, "60@0:1", 1);
+  // The project's JACK MIDI pattern player, with its own output port for three seconds.
+  const pid_t extra =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, "-", "120", "3", "60@0:1", "1"});
   ASSERT_GT(extra, 0);
   const auto logged = [&](const char* line) {
     mainQueue.runPending();

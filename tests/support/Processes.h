@@ -51,7 +51,8 @@ inline std::string readFile(const std::string& path) {
   return text.str();
 }
 
-inline bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+inline bool waitFor(const std::function<bool()>& condition,
+                    std::chrono::milliseconds limit = std::chrono::seconds(5)) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   while (std::chrono::steady_clock::now() < deadline) {
     if (condition()) return true;

@@ -5,7 +5,6 @@
 #include "platform/audio/AudioGraph.h"
 
 #include <gtest/gtest.h>
-#include <jack/jack.h>
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +13,7 @@
 #include <thread>
 
 #include "AudioAnalysis.h"
+#include "JackListener.h"
 #include "JackServer.h"
 #include "OfflineRig.h"
 #include "platform/foundation/Log.h"
@@ -22,20 +22,11 @@
 #include "platform/music/MusicPlayer.h"
 
 using namespace std::chrono_literals;
+using testing_support::JackListener;
 using testing_support::JackServer;
+using testing_support::waitFor;
 
 namespace {
-
-// Waits up to `limit` for `condition`.
-template <typename Condition>
-bool eventually(Condition condition, std::chrono::milliseconds limit = 5000ms) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < end) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(10ms);
-  }
-  return condition();
-}
 
 struct Playing {
   Playing() {
@@ -53,7 +44,7 @@ struct Playing {
   // Whether the audio clock moves: the player's time advances only as blocks are rendered.
   bool clockRuns() {
     const double before = player.getTime();
-    return eventually([&] { return player.getTime() > before + 0.1; });
+    return waitFor([&] { return player.getTime() > before + 0.1; });
   }
   std::shared_ptr<platform::AudioUnit> unit;
   platform::AudioGraph graph;
@@ -118,20 +109,20 @@ TEST(AudioGraphOutput, AnOutputThatStalledAndComesBackNoLongerRenders) {
   playing.graph.setOutputOpener(openFakeOutput);
   ASSERT_TRUE(playing.graph.start());
   playing.unit->sendMIDIEvent(0x90, 60, 100, 0);  // a held note: every block renders sound
-  ASSERT_TRUE(eventually([&] { return fakeOutputs[0]->loudest > 0.01; }));
+  ASSERT_TRUE(waitFor([&] { return fakeOutputs[0]->loudest > 0.01; }));
 
   fakeOutputs[0]->stalled = true;
-  ASSERT_TRUE(eventually([&] { return !playing.graph.isRunning(); }));  // given up on
+  ASSERT_TRUE(waitFor([&] { return !playing.graph.isRunning(); }));  // given up on
   ASSERT_TRUE(playing.graph.start());  // what the engine does on the configuration change
   ASSERT_EQ(fakeOutputs.size(), 2u);
   playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
-  ASSERT_TRUE(eventually([&] { return fakeOutputs[1]->loudest > 0.01; }));
+  ASSERT_TRUE(waitFor([&] { return fakeOutputs[1]->loudest > 0.01; }));
 
   // The old output resumes: its callbacks are turned away, so only the new one renders.
   fakeOutputs[0]->loudest = 0.0;
   fakeOutputs[0]->stalled = false;
   const std::uint64_t before = fakeOutputs[0]->blocksRendered();
-  ASSERT_TRUE(eventually([&] { return fakeOutputs[0]->blocksRendered() > before + 20; }));
+  ASSERT_TRUE(waitFor([&] { return fakeOutputs[0]->blocksRendered() > before + 20; }));
   EXPECT_EQ(fakeOutputs[0]->loudest, 0.0);
 }
 
@@ -168,7 +159,7 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
                            onMainThread = onMainThread && std::this_thread::get_id() == testThread;
                          });
   auto changesReach = [&](int count) {
-    return eventually([&] {
+    return waitFor([&] {
       mainQueue.runPending();
       return changes == count;
     });
@@ -196,47 +187,6 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   platform::MainQueue::setMain(nullptr);
 }
 
-// A JACK client that listens to the graph's left output and keeps its loudest sample.
-class Listener {
- public:
-  Listener() {
-    client_ = jack_client_open("listener", JackNoStartServer, nullptr);
-    if (!client_) return;
-    port_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
-    jack_set_process_callback(client_, &process, this);
-    jack_activate(client_);
-    const char** outputs =
-        jack_get_ports(client_, "^Pelma:", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
-    if (outputs && outputs[0]) jack_connect(client_, outputs[0], "listener:in");
-    jack_free(outputs);
-  }
-  ~Listener() {
-    if (client_) jack_client_close(client_);
-  }
-  // Whether the graph is heard now: a fresh peak, measured from here on.
-  bool hears() {
-    loudest = 0.0f;
-    return eventually([&] { return loudest > 0.01f; });
-  }
-  void setPeriod(jack_nframes_t frames) { jack_set_buffer_size(client_, frames); }
-  std::atomic<float> loudest{0.0f};
-
- private:
-  // JACK hands the buffer from the graph's client to this one inside libjack, which
-  // ThreadSanitizer does not see: the reads here are not instrumented.
-  __attribute__((no_sanitize("thread"))) static int process(jack_nframes_t frames, void* user) {
-    auto* self = static_cast<Listener*>(user);
-    const auto* samples = static_cast<const float*>(jack_port_get_buffer(self->port_, frames));
-    float loudest = self->loudest;
-    for (jack_nframes_t i = 0; i < frames; ++i)
-      loudest = std::max(loudest, std::abs(samples[i]));
-    self->loudest = loudest;
-    return 0;
-  }
-  jack_client_t* client_ = nullptr;
-  jack_port_t* port_ = nullptr;
-};
-
 // The server's period changes while playing (PipeWire does it; jack_set_buffer_size here), then
 // the server restarts with another period and rate: the instrument is heard throughout, and is
 // made again at the new rate with its settings.
@@ -249,27 +199,29 @@ TEST(AudioGraphOutput, KeepsPlayingWhenTheServersPeriodOrRateChanges) {
   Playing playing;
   playing.unit->setParameterValue("osc_tune", 0.8f);
   ASSERT_TRUE(playing.graph.start());
-  auto listener = std::make_unique<Listener>();
+  auto listener = std::make_unique<JackListener>();
+  ASSERT_TRUE(listener->connect("^Pelma:"));
   playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
-  ASSERT_TRUE(listener->hears());
+  ASSERT_TRUE(listener->hears(0.01));
   EXPECT_EQ(playing.unit->nominalBlockLength(), 256u);  // the server's period
 
   listener->setPeriod(1024);
-  EXPECT_TRUE(listener->hears());
+  EXPECT_TRUE(listener->hears(0.01));
   EXPECT_TRUE(playing.graph.isRunning());
 
   listener.reset();
   server = std::make_unique<JackServer>(44100, 512);  // the old one stops first
   ASSERT_TRUE(server->start());
   // What the engine does on every configuration change: start the graph on the best output.
-  ASSERT_TRUE(eventually([&] {
+  ASSERT_TRUE(waitFor([&] {
     mainQueue.runPending();
     if (!playing.graph.isRunning()) playing.graph.start();
     return playing.graph.isRunning() && playing.graph.outputName() == "JACK (system)";
   }));
-  listener = std::make_unique<Listener>();
+  listener = std::make_unique<JackListener>();
+  ASSERT_TRUE(listener->connect("^Pelma:"));
   playing.unit->sendMIDIEvent(0x90, 60, 100, 0);
-  EXPECT_TRUE(listener->hears());
+  EXPECT_TRUE(listener->hears(0.01));
   EXPECT_EQ(playing.unit->sampleRate(), 44100.0);
   EXPECT_EQ(playing.unit->nominalBlockLength(), 512u);
   EXPECT_FLOAT_EQ(playing.unit->parameterValue("osc_tune"), 0.8f);

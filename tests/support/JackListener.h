@@ -1,0 +1,65 @@
+#pragma once
+
+// A JACK client of the test that listens to one output port and keeps the loudest block's RMS,
+// to tell whether the application or the graph is heard on the server.
+
+#include <jack/jack.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+
+#include "support/AudioAnalysis.h"
+#include "support/Processes.h"
+
+namespace testing_support {
+
+class JackListener {
+ public:
+  // Connects to the first output port matching `portPattern`; false when there is none.
+  bool connect(const std::string& portPattern) {
+    if (!client_) client_ = jack_client_open("pelma-test-listener", JackNoStartServer, nullptr);
+    if (!client_) return false;
+    if (!input_) {
+      input_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+      jack_set_process_callback(client_, process, this);
+      jack_activate(client_);
+    }
+    const char** ports =
+        jack_get_ports(client_, portPattern.c_str(), JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
+    const bool found =
+        ports && ports[0] && jack_connect(client_, ports[0], jack_port_name(input_)) == 0;
+    if (ports) jack_free(ports);
+    return found;
+  }
+  ~JackListener() {
+    if (client_) jack_client_close(client_);
+  }
+  // The loudest block since the last call.
+  double takeLoudest() { return loudest_.exchange(0.0); }
+  // Whether a block louder than `level` arrives within five seconds from now.
+  bool hears(double level) {
+    takeLoudest();
+    return waitFor([&] { return loudest_ > level; }, std::chrono::seconds(5));
+  }
+  void setPeriod(jack_nframes_t frames) { jack_set_buffer_size(client_, frames); }
+
+ private:
+  // JACK hands the buffer from the other client to this one inside libjack, which
+  // ThreadSanitizer does not see: the reads here are not instrumented.
+  __attribute__((no_sanitize("thread"))) static int process(jack_nframes_t frames, void* self) {
+    auto* listener = static_cast<JackListener*>(self);
+    const double level =
+        rms(static_cast<const float*>(jack_port_get_buffer(listener->input_, frames)), frames);
+    double previous = listener->loudest_.load();
+    while (level > previous && !listener->loudest_.compare_exchange_weak(previous, level)) {
+    }
+    return 0;
+  }
+
+  jack_client_t* client_ = nullptr;
+  jack_port_t* input_ = nullptr;
+  std::atomic<double> loudest_{0.0};
+};
+
+}  // namespace testing_support
