@@ -103,6 +103,12 @@ class Shop : public ::testing::Test {
         return dynamic_cast<platform::Sheet*>(widget);
     return nullptr;
   }
+  // The title and message of the alert once one shows; empty when none does.
+  static std::pair<QString, QString> alert() {
+    if (!waitUntil([] { return findDialog(QStringLiteral("sheet")) != nullptr; })) return {};
+    const platform::Sheet* sheet = findDialog(QStringLiteral("sheet"));
+    return {sheet->title(), sheet->message()};
+  }
   static void clickBuy() {
     ASSERT_TRUE(waitUntil([] { return findDialog(QStringLiteral("paymentSheet")) != nullptr; }));
     findDialog(QStringLiteral("paymentSheet"))->button(QStringLiteral("Buy"))->click();
@@ -143,10 +149,8 @@ TEST_F(Shop, RowsFollowTheResponseWithPriceInTheProductsLocaleOrRestore) {
   // A response without products alerts and leaves the list as it was.
   std::ofstream(catalog / "catalog.json") << R"({"products": []})";
   shop->fetchAvailableProducts();
-  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("sheet")) != nullptr; }));
-  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->title(), QStringLiteral("Not available"));
-  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->message(),
-            QStringLiteral("No products to purchase"));
+  EXPECT_EQ(alert(),
+            std::pair(QStringLiteral("Not available"), QStringLiteral("No products to purchase")));
   EXPECT_EQ(shop->visibleRowCount(), 3);
 }
 
@@ -184,9 +188,7 @@ TEST_F(Shop, AFailedDownloadAlertsKeepsTheOverlayAndLeavesThePurchaseUnfinished)
   shop->tapRow({0, 2});
   clickBuy();
   ASSERT_TRUE(waitUntil([&] { return log.contains("Download failed"); }));
-  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("sheet")) != nullptr; }));
-  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->message(),
-            QStringLiteral("Failed to download. Please retry later."));
+  EXPECT_EQ(alert().second, QStringLiteral("Failed to download. Please retry later."));
   EXPECT_EQ(overlayText(), QStringLiteral("Purchasing/restoring"));  // purchased keeps it
   EXPECT_NE(readFile((root / "store" / "receipts.json").string()).find("\"finished\": false"),
             std::string::npos);
@@ -206,11 +208,12 @@ TEST_F(Shop, APackageWithoutContentInfoEndsTheUpdateItCameIn) {
         << bankText(package);
   }
   platform::LogCapture log;
-  const auto first = std::make_shared<platform::SKDownload>(
-      platform::SKDownloadState::finished, "file://" + (root / "first").string(), nullptr);
-  const auto second = std::make_shared<platform::SKDownload>(
-      platform::SKDownloadState::finished, "file://" + (root / "second").string(), nullptr);
-  shop->paymentQueueUpdatedDownloads(SKPaymentQueue::defaultQueue(), {first, second});
+  const auto finished = [&](const char* package) {
+    return std::make_shared<platform::SKDownload>(platform::SKDownloadState::finished,
+                                                  "file://" + (root / package).string(), nullptr);
+  };
+  shop->paymentQueueUpdatedDownloads(SKPaymentQueue::defaultQueue(),
+                                     {finished("first"), finished("second")});
   EXPECT_TRUE(fs::exists(banks / "first.plb"));
   EXPECT_TRUE(log.contains("DICT (null)"));
   EXPECT_FALSE(fs::exists(banks / "second.plb"));
@@ -230,10 +233,8 @@ TEST_F(Shop, WithPurchasesOffItSaysSoAndFetchesNothing) {
   configure("file://" + (catalog / "catalog.json").string(), /*enabled=*/false);
   platform::LogCapture log;
   show(false);
-  ASSERT_TRUE(waitUntil([&] { return findDialog(QStringLiteral("sheet")) != nullptr; }));
-  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->title(), QStringLiteral("Can't purchase items"));
-  EXPECT_EQ(findDialog(QStringLiteral("sheet"))->message(),
-            QStringLiteral("Purchases are disabled on your devices"));
+  EXPECT_EQ(alert(), std::pair(QStringLiteral("Can't purchase items"),
+                               QStringLiteral("Purchases are disabled on your devices")));
   QTest::qWait(200);
   EXPECT_EQ(shop->visibleRowCount(), 0);
   EXPECT_EQ(overlayText(), QString());

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <memory>
 
@@ -102,37 +103,32 @@ TEST_F(PelmaSoundTest, AllSoundOffSilencesWithinTheBlock) {
   }
 }
 
+// Each case: notes played, then messages that must keep them sounding, then the release.
 TEST_F(PelmaSoundTest, NoteOffsPedalAndAllNotesOffRelease) {
-  PelmaRig synth;
-  synth.set("amp_release", 0.01f);
-  auto silentAfterRelease = [&] {
-    synth.render(seconds(0.2));
-    return loudest(synth.render(256)) == 0.0;
+  using Messages = std::vector<std::array<std::uint8_t, 3>>;
+  struct Case {
+    Messages play, held, release;
   };
-  synth.midi(0x9A, 60, 100);  // channel 11
-  EXPECT_GT(level(synth.render(seconds(0.2))), 0.05);
-  synth.midi(0x8A, 60, 0);
-  EXPECT_TRUE(silentAfterRelease());
-
-  synth.midi(0x93, 62, 100);
-  synth.render(seconds(0.1));
-  synth.midi(0x93, 62, 0);  // note on with velocity 0
-  EXPECT_TRUE(silentAfterRelease());
-
-  synth.midi(0xB0, 64, 127);
-  synth.midi(0x90, 60, 100);
-  synth.render(seconds(0.1));
-  synth.midi(0x80, 60, 0);
-  synth.render(seconds(0.3));
-  EXPECT_GT(level(synth.render(2048)), 0.05);  // held by the pedal
-  synth.midi(0xB0, 64, 0);
-  EXPECT_TRUE(silentAfterRelease());
-
-  synth.midi(0x90, 60, 100);
-  synth.midi(0x90, 67, 100);
-  synth.render(seconds(0.1));
-  synth.midi(0xB0, 123, 0);
-  EXPECT_TRUE(silentAfterRelease());
+  for (const Case& c : {Case{{{0x9A, 60, 100}}, {}, {{0x8A, 60, 0}}},  // channel 11
+                        Case{{{0x93, 62, 100}}, {}, {{0x93, 62, 0}}},  // note on, velocity 0
+                        Case{{{0xB0, 64, 127}, {0x90, 60, 100}}, {{0x80, 60, 0}}, {{0xB0, 64, 0}}},
+                        Case{{{0x90, 60, 100}, {0x90, 67, 100}}, {}, {{0xB0, 123, 0}}}}) {
+    SCOPED_TRACE(int(c.release[0][0]));
+    PelmaRig synth;
+    synth.set("amp_release", 0.01f);
+    const auto send = [&](const Messages& messages) {
+      for (const auto& m : messages)
+        synth.midi(m[0], m[1], m[2]);
+    };
+    send(c.play);
+    EXPECT_GT(level(synth.render(seconds(0.2))), 0.05);
+    send(c.held);
+    synth.render(seconds(0.3));
+    EXPECT_GT(level(synth.render(2048)), 0.05);
+    send(c.release);
+    synth.render(seconds(0.2));
+    EXPECT_EQ(loudest(synth.render(256)), 0.0);
+  }
 }
 
 TEST_F(PelmaSoundTest, SeventeenthNoteStealsAVoiceWithoutClickOrStuckNote) {
