@@ -14,9 +14,11 @@
 #include "sequencer/KRSequencerController.h"
 #include "sequencer/KRStepSequence.h"
 #include "support/OfflineRig.h"
+#include "support/StepKeys.h"
 
 namespace {
 
+using testing_support::Chord;
 using testing_support::ReceivedMidi;
 
 class MidiEventRouterTest : public ::testing::Test {
@@ -37,12 +39,7 @@ class MidiEventRouterTest : public ::testing::Test {
       messages.push_back({m.status, m.data1, m.data2});
     return messages;
   }
-  std::vector<std::pair<int, float>> chordInStepZero() {
-    std::vector<std::pair<int, float>> chord;
-    for (const auto& key : sequencer.stepSequence()->stepAtIndex(0).keys())
-      chord.emplace_back(key->number(), key->velocity());
-    return chord;
-  }
+  Chord chordInStepZero() { return testing_support::chordAt(*sequencer.stepSequence(), 0); }
   void deliver(PGMidiSource& source, std::vector<std::uint8_t> bytes) {
     source.deliver(42, bytes.data(), bytes.size());
   }
@@ -74,7 +71,7 @@ TEST_F(MidiEventRouterTest, KeyboardEventsFormTheirMessagesAndReachTheSequencer)
                             {0xB0, 1, 63},
                             {0xB0, 120, 0}}));
   // Synchronously, in release order.
-  EXPECT_EQ(chordInStepZero(), (std::vector<std::pair<int, float>>{{60, 1.0f}, {64, 0.5f}}));
+  EXPECT_EQ(chordInStepZero(), (Chord{{60, 1.0f}, {64, 0.5f}}));
 }
 
 TEST_F(MidiEventRouterTest, SourceMidiIsFilteredSentAtOnceAndRecordedThroughTheMainQueue) {
@@ -94,7 +91,7 @@ TEST_F(MidiEventRouterTest, SourceMidiIsFilteredSentAtOnceAndRecordedThroughTheM
   deliver(source, {0x94, 60, 0});
   EXPECT_EQ(heard(), (Heard{{0x90, 60, 0}}));
   mainQueue.runPending();
-  EXPECT_EQ(chordInStepZero(), (std::vector<std::pair<int, float>>{{60, 0.78125f}}));
+  EXPECT_EQ(chordInStepZero(), (Chord{{60, 0.78125f}}));
 
   // The channel setting reaches the reading (MidiPacketParserTest has the filter's cases).
   wrapper.setChannel(1);

@@ -28,6 +28,7 @@
 #include "support/JackServer.h"
 #include "support/OfflineRig.h"
 #include "support/Processes.h"
+#include "support/StepKeys.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -79,11 +80,8 @@ class MidiOverJack : public ::testing::Test {
     return out;
   }
 
-  std::vector<int> chordKeys() {
-    std::vector<int> keys;
-    for (const auto& key : sequencer.stepSequence()->stepAtIndex(0).keys())
-      keys.push_back(key->number());
-    return keys;
+  testing_support::Chord chordKeys() {
+    return testing_support::chordAt(*sequencer.stepSequence(), 0);
   }
 
   testing_support::JackServer server;
@@ -124,7 +122,7 @@ TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordUnlessFilteredOut) {
       EXPECT_GT(level, 0.01) << left.size() << " frames rendered";
       ASSERT_GE(rig.received.size(), 2u) << left.size() << " frames rendered";
       EXPECT_EQ(rig.received[0].status, 0x90);  // played on channel 1
-      EXPECT_EQ(chordKeys(), (std::vector<int>{69, 81}));
+      EXPECT_EQ(chordKeys(), (testing_support::Chord{{69, 100 / 128.0f}, {81, 100 / 128.0f}}));
       // The sound is the notes sent: an A (the estimator may lock onto an octave of an octave
       // chord, so the pitch class is checked).
       // The 200 ms after the onset (the first sample above a tenth of the peak).

@@ -29,6 +29,7 @@
 #include "support/AudioAnalysis.h"
 #include "support/OfflineRig.h"
 #include "support/Processes.h"
+#include "support/StepKeys.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -142,10 +143,8 @@ TEST(NetworkMidiPeer, APeerJoinsAndPlaysTheInstrumentWhileTheSequencerRecords) {
     EXPECT_EQ(rig.received[0].status, 0x90);
     EXPECT_EQ(rig.received[0].data1, 69);
     EXPECT_EQ(rig.received[3].status, 0x80) << "the chord ends";
-    std::vector<int> keys;
-    for (const auto& key : sequencer.stepSequence()->stepAtIndex(0).keys())
-      keys.push_back(key->number());
-    EXPECT_EQ(keys, (std::vector<int>{69, 81}));
+    EXPECT_EQ(testing_support::chordAt(*sequencer.stepSequence(), 0),
+              (testing_support::Chord{{69, 100 / 128.0f}, {81, 100 / 128.0f}}));
 
     peer.stop(SIGTERM);  // a goodbye
     EXPECT_TRUE(waitFor(

@@ -20,10 +20,11 @@
 #include "support/ManualClock.h"
 #include "support/OfflineRig.h"
 #include "support/PointerEvents.h"
+#include "support/StepKeys.h"
 
 namespace {
 
-using Chord = std::vector<std::pair<int, float>>;  // key number, velocity
+using testing_support::Chord;
 
 class KRSequencerControllerTest : public ::testing::Test {
  protected:
@@ -36,13 +37,14 @@ class KRSequencerControllerTest : public ::testing::Test {
 
   void click(platform::Button* button) { QTest::mouseClick(button, Qt::LeftButton); }
   void select(int from, int to) { screen->trackView()->updateSelection(from, to); }
-  Chord chordAt(int step) {
-    Chord chord;
-    for (const auto& key : screen->stepSequence()->stepAtIndex(step).keys())
-      chord.emplace_back(key->number(), key->velocity());
-    return chord;
+  Chord chordAt(int step) { return testing_support::chordAt(*screen->stepSequence(), step); }
+  // Whether steps 4 to 8 are tied.
+  std::vector<bool> ties() {
+    std::vector<bool> tied;
+    for (int step = 4; step <= 8; ++step)
+      tied.push_back(screen->stepSequence()->stepAtIndex(step).tie());
+    return tied;
   }
-  bool tied(int step) { return screen->stepSequence()->stepAtIndex(step).tie(); }
   platform::Range selection() { return screen->trackView()->selectionRange(); }
 
   testing_support::ManualClock clock;
@@ -148,17 +150,13 @@ TEST_F(KRSequencerControllerTest, AutoIncrementMovesToTheStepAfterTheSelection) 
 TEST_F(KRSequencerControllerTest, TieUntiesTheSelectionWhenAnyOfItIsTiedOtherwiseTiesIt) {
   screen->stepSequence()->setTieAtPosition(true, 5);
   select(4, 7);
+  const std::vector<bool> none(5, false), fourToSeven{true, true, true, true, false};
   click(screen->tieButton());
-  for (int step = 4; step <= 7; ++step)
-    EXPECT_FALSE(tied(step)) << step;
+  EXPECT_EQ(ties(), none);
   click(screen->tieButton());
-  for (int step = 4; step <= 7; ++step)
-    EXPECT_TRUE(tied(step)) << step;
-  EXPECT_FALSE(tied(8));
-
+  EXPECT_EQ(ties(), fourToSeven);
   click(screen->clearButton());
-  for (int step = 4; step <= 7; ++step)
-    EXPECT_FALSE(tied(step)) << step;
+  EXPECT_EQ(ties(), none);
 }
 
 TEST_F(KRSequencerControllerTest, AKeyNumberOutsideTheTableIsRefused) {
