@@ -51,6 +51,17 @@ class ApplicationWindow : public ::testing::TestWithParam<const char*> {
     }
   }
 
+  // Starts the application with its output in `log` and waits for its window's first frame.
+  void startApplication(std::vector<std::string> arguments, const std::string& log) {
+    app_ = spawn(std::move(arguments), log);
+    ASSERT_GT(app_, 0);
+    ASSERT_TRUE(waitFor([&] { return readFile(log).find("FRAME ") != std::string::npos; }, 20s))
+        << readFile(log);
+  }
+  void screenshot(const std::string& png) const {
+    runAndWait({"sh", "-c", "xwd -root -silent -display " + display_ + " | convert xwd:- " + png});
+  }
+
   testing_support::JackServer jack;
   std::string display_;
   pid_t xvfb_ = 0;
@@ -67,10 +78,7 @@ TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi
   std::string fileName = "window-" + instrument;
   std::replace(fileName.begin(), fileName.end(), ' ', '-');
   const std::string log = std::string(PELMA_TEST_OUTPUT) + "/" + fileName + ".log";
-  app_ = spawn({PELMA_EXECUTABLE, "--plugin", instrument}, log);
-  ASSERT_GT(app_, 0);
-  ASSERT_TRUE(waitFor([&] { return readFile(log).find("FRAME ") != std::string::npos; }, 20s))
-      << readFile(log);
+  ASSERT_NO_FATAL_FAILURE(startApplication({PELMA_EXECUTABLE, "--plugin", instrument}, log));
   const std::string text = readFile(log);
   EXPECT_NE(text.find("Checking components"), std::string::npos);
   EXPECT_NE(text.find("GOT IT"), std::string::npos);
@@ -100,9 +108,7 @@ TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi
   ASSERT_EQ(runAndWait({PELMA_JACK_MIDI_PATTERN, "Pelma MIDI:Pelma", "120", "1", "64@0:1"}), 0);
   const double fromMidi = listener.takeLoudest();
 
-  runAndWait({"sh", "-c",
-              "xwd -root -silent -display " + display_ + " | convert xwd:- " + PELMA_TEST_OUTPUT +
-                  "/" + fileName + ".png"});
+  screenshot(std::string(PELMA_TEST_OUTPUT) + "/" + fileName + ".png");
   EXPECT_LT(quiet, 1e-4);
   EXPECT_GT(fromKeyboard, 0.005) << "the clicked key sounds";
   EXPECT_GT(fromMidi, 0.005) << "the JACK MIDI note sounds";
@@ -123,14 +129,7 @@ TEST_F(ApplicationShop, BuysABankThatTheInstrumentThenPlays) {
   setenv("PELMA_STORE_DIR", (scratch / "store").c_str(), 1);
   setenv("PELMA_BANKS_DIR", (scratch / "banks").c_str(), 1);
   const std::string log = (scratch / "application.log").string();
-  app_ = spawn({PELMA_EXECUTABLE}, log);
-  ASSERT_TRUE(waitFor([&] { return readFile(log).find("FRAME ") != std::string::npos; }, 20s))
-      << readFile(log);
-  auto screenshot = [&](const std::string& name) {
-    runAndWait({"sh", "-c",
-                "xwd -root -silent -display " + display_ + " | convert xwd:- " +
-                    (scratch / name).string()});
-  };
+  ASSERT_NO_FATAL_FAILURE(startApplication({PELMA_EXECUTABLE}, log));
   // The keyboard's Shop button, then the first row once the products have come.
   ASSERT_EQ(runAndWait({"xdotool", "search", "--sync", "--name", "^Pelma$", "mousemove", "--window",
                         "%1", "983", "539", "click", "1"}),
@@ -143,17 +142,17 @@ TEST_F(ApplicationShop, BuysABankThatTheInstrumentThenPlays) {
       10s))
       << readFile(log);
   std::this_thread::sleep_for(500ms);
-  screenshot("shop-rows.png");
+  screenshot(scratch / "shop-rows.png");
   ASSERT_EQ(runAndWait({"xdotool", "mousemove", "780", "470", "click", "1"}), 0);
   std::this_thread::sleep_for(700ms);
-  screenshot("shop-payment-sheet.png");
+  screenshot(scratch / "shop-payment-sheet.png");
   ASSERT_EQ(runAndWait({"xdotool", "key", "Return"}), 0);  // Buy, the sheet's default
   ASSERT_TRUE(waitFor(
       [&] { return readFile(log).find("Pelma: banks: Factory, Glass Keys") != std::string::npos; },
       20s))
       << readFile(log);
   std::this_thread::sleep_for(500ms);
-  screenshot("shop-bought.png");
+  screenshot(scratch / "shop-bought.png");
   EXPECT_TRUE(std::filesystem::exists(scratch / "banks" / "GlassKeys.plb"));
 
   JackListener listener;

@@ -95,17 +95,15 @@ TEST_F(KRStepSequenceTest, StepTimesWithAndWithoutSwing) {
 
 TEST_F(KRStepSequenceTest, LengthsFollowGateAndTieRuns) {
   EXPECT_EQ(sequence.stepLength(0), 0.125f);
-  sequence.setTieAtPosition(true, 3);
-  sequence.setTieAtPosition(true, 4);
-  sequence.setTieAtPosition(true, 5);
+  for (std::uint64_t step : {3, 4, 5})
+    sequence.setTieAtPosition(true, step);
   EXPECT_EQ(sequence.stepLength(3), 0.875f);
   EXPECT_EQ(sequence.stepLength(4), 0.625f);
   EXPECT_EQ(sequence.stepLength(5), 0.375f);
   EXPECT_EQ(sequence.stepLength(6), 0.125f);
   // A run that reaches step 15 ends there: ties never wrap around to step 0.
-  sequence.setTieAtPosition(true, 0);
-  sequence.setTieAtPosition(true, 14);
-  sequence.setTieAtPosition(true, 15);
+  for (std::uint64_t step : {0, 14, 15})
+    sequence.setTieAtPosition(true, step);
   EXPECT_EQ(sequence.stepLength(15), 0.375f);
   EXPECT_EQ(sequence.stepLength(14), 0.625f);
   EXPECT_THROW(sequence.stepLength(16), std::out_of_range);
@@ -130,14 +128,9 @@ TEST_F(KRStepSequenceTest, RenderingWritesEachKeyWithItsBytesAndLength) {
 }
 
 TEST_F(KRStepSequenceTest, RenderingClearsExactlyTheRangesTimeSpan) {
-  auto foreign = [&](double time) {
+  sequence.setSwing(1.0f);                     // step 3 starts at 0.875
+  for (double time : {0.49, 0.5, 0.8, 0.875})  // notes the sequence did not write
     track.newMIDINoteEvent(time, MIDINoteMessage{0, 1, 1, 0, 1.0f});
-  };
-  sequence.setSwing(1.0f);  // step 3 starts at 0.875
-  foreign(0.49);
-  foreign(0.5);
-  foreign(0.8);
-  foreign(0.875);
   sequence.updateMusicTrackInRange({2, 1});  // clears [0.5, 0.875): the range ends on odd step 3
   std::vector<double> times;
   for (const auto& w : written())

@@ -34,9 +34,8 @@ TEST(AudioUnitComponentManager, ListsInstalledInstrumentsAndMatchesDescriptions)
     EXPECT_EQ(component.audioComponentDescription.componentType, kAudioUnitTypeMusicDevice);
     EXPECT_NE(component.audioComponentDescription.componentSubType, 0u);
   }
-  for (const char* expected : {"MDA JX10", "MDA Piano", "synthv1"}) {
+  for (const char* expected : {"MDA JX10", "MDA Piano", "synthv1"})
     EXPECT_NE(std::find(names.begin(), names.end(), expected), names.end()) << expected;
-  }
   EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
 
   const AudioComponentDescription jx10 = instrumentNamed("MDA JX10");

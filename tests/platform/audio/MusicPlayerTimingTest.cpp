@@ -44,13 +44,13 @@ class MusicPlayerTiming : public ::testing::TestWithParam<std::uint32_t> {
   static std::vector<Timed> expected(const std::vector<platform::MusicEvent>& events, double bpm,
                                      std::uint64_t frames) {
     std::vector<Timed> result;
-    const double framesPerBeat = 60.0 / bpm * kRate;
-    for (int pass = 0; pass * 4.0 * framesPerBeat < frames; ++pass) {
+    const auto frameOf = [&](double beat) {
+      return static_cast<std::uint64_t>(std::llround(beat * 60.0 / bpm * kRate));
+    };
+    for (int pass = 0; frameOf(4.0 * pass) < frames; ++pass) {
       for (const auto& event : events) {
         const double beat = event.time + 4.0 * pass;
-        const auto on = static_cast<std::uint64_t>(std::llround(beat * 60.0 / bpm * kRate));
-        const auto off = static_cast<std::uint64_t>(
-            std::llround((beat + event.note()->duration) * 60.0 / bpm * kRate));
+        const auto on = frameOf(beat), off = frameOf(beat + event.note()->duration);
         if (on < frames) result.emplace_back(on, 0x90, event.note()->note);
         if (off < frames) result.emplace_back(std::max(off, on + 1), 0x80, event.note()->note);
       }
