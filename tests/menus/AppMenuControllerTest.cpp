@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <QTest>
-#include <filesystem>
 
 #include "frameworks/pelma/PGMidi.h"
 #include "keyboard/PianoViewController.h"

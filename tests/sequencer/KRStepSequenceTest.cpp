@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <limits>
-#include <memory>
 #include <optional>
 
 #include "platform/foundation/MainQueue.h"

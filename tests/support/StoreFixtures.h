@@ -6,11 +6,9 @@
 #include <sys/stat.h>
 #include <zip.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/store/PackageArchive.h"

@@ -7,7 +7,6 @@
 #include <lv2/atom/atom.h>
 #include <lv2/midi/midi.h>
 
-#include <cstring>
 #include <vector>
 
 #include "AudioAnalysis.h"

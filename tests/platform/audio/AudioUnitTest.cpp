@@ -6,7 +6,6 @@
 
 #include <xmmintrin.h>
 #include <atomic>
-#include <filesystem>
 #include <map>
 #include <thread>
 

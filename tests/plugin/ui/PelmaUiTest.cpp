@@ -11,7 +11,6 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QTest>
-#include <cstdlib>
 #include <filesystem>
 #include <regex>
 
