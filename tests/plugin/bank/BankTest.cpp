@@ -45,11 +45,8 @@ TEST(BankTest, ClampsOutOfRangeValuesAndRoundsChoices) {
       "n", "clamp");
   ASSERT_TRUE(bank);
   const auto& v = bank->patches.at(0).values;
-  EXPECT_EQ(v[kCutoff], 20000.0f);
-  EXPECT_EQ(v[kResonance], 0.0f);
-  EXPECT_EQ(v[kOsc2Semitones], 4.0f);
-  EXPECT_EQ(v[kOsc1Wave], 3.0f);
-  EXPECT_EQ(v[kVolume], 6.0f);
+  EXPECT_EQ((std::vector{v[kCutoff], v[kResonance], v[kOsc2Semitones], v[kOsc1Wave], v[kVolume]}),
+            (std::vector{20000.0f, 0.0f, 4.0f, 3.0f, 6.0f}));
 }
 
 TEST(BankTest, PatchWithBadValueIsSkippedWithOneLine) {
