@@ -32,7 +32,7 @@ void printUsage() {
       "  --render FILE.wav         render the pattern offline into a WAV file\n"
       "  --play                    play the pattern live through the audio output\n"
       "  --listen                  play the instrument live from MIDI input (every source and\n"
-      "                            the virtual input \"Pelma MIDI:Pelma\") until Ctrl+C, or\n"
+      "                            the virtual input \"Pelma:Pelma\") until Ctrl+C, or\n"
       "                            for --seconds\n"
       "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
       "  --connect HOST:PORT       invite a network MIDI peer (its control port) at start\n"

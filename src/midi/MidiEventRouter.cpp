@@ -4,7 +4,6 @@
 #include "midi/MidiPacketParser.h"
 #include "platform/audio/AudioUnit.h"
 #include "platform/foundation/Log.h"
-#include "platform/foundation/MainQueue.h"
 #include "sequencer/KRSequencerController.h"
 
 MidiEventRouter::~MidiEventRouter() = default;
@@ -57,16 +56,27 @@ void MidiEventRouter::handleMidiEvent(std::uint8_t status, std::uint8_t /*channe
   send(status, data1, data2);
   if ((status & 0xE0) != 0x80) return;
   const float velocity = static_cast<float>(data2) / 128.0f;
-  platform::dispatchAsyncMain([this, alive = std::weak_ptr<int>(alive_), status, data1, velocity] {
-    if (alive.expired()) return;
-    KRSequencerController* sequencer = sequencerController();
-    if (!sequencer) return;
-    if (status == 0x90 && velocity > 0.0f) {
-      sequencer->keyOn(data1, velocity);
+  if (midiToMain_.push({status, data1, velocity})) {
+    notesQueued_.signal();
+  } else {
+    notesDropped_.fetch_add(1, std::memory_order_relaxed);
+  }
+}
+
+void MidiEventRouter::recordQueuedNotes() {
+  if (const std::uint32_t dropped = notesDropped_.exchange(0)) {
+    platform::log("MIDI: {} note messages came faster than they could be recorded; dropped",
+                  dropped);
+  }
+  KRSequencerController* sequencer = sequencerController();
+  while (const auto note = midiToMain_.pop()) {
+    if (!sequencer) continue;
+    if (note->status == 0x90 && note->velocity > 0.0f) {
+      sequencer->keyOn(note->key, note->velocity);
     } else {
-      sequencer->keyOff(data1);
+      sequencer->keyOff(note->key);
     }
-  });
+  }
 }
 
 void MidiEventRouter::sourceAdded(PGMidi* /*midi*/, PGMidiSource* source) {

@@ -5,9 +5,10 @@
 // instrument, on channel 1 (see MidiMessages.h). Keys from the keyboard and note messages from
 // MIDI are also handed to the sequencer screen, which records them in write mode.
 //
-// MIDI arrives on the MIDI system's receive thread: it is parsed in place, the instrument is
-// called there directly, and the sequencer calls are queued on the main queue, one task per note
-// message, in arrival order; the receive thread never waits for the main thread. The keyboard's
+// MIDI arrives on the MIDI system's receive thread (on JACK the audio thread): it is parsed in
+// place, the instrument is called there directly, and the note messages for the sequencer go
+// through a lock-free queue to the main thread, which records them in arrival order; the receive
+// thread never allocates, locks or waits for the main thread. The keyboard's
 // events arrive on the main thread and reach the instrument and the sequencer in that order.
 //
 // The host screen derives from it and says where messages go (instrument, sequencer, MIDI
@@ -20,6 +21,8 @@
 #include "frameworks/pelma/PGMidi.h"
 #include "keyboard/KRPianoViewDelegate.h"
 #include "platform/audio/AudioUnit.h"
+#include "platform/foundation/LockFreeQueues.h"
+#include "platform/foundation/MainQueueSignal.h"
 
 class KRSequencerController;
 
@@ -43,7 +46,7 @@ class MidiEventRouter : public KRPianoViewDelegate,
   void destinationRemoved(PGMidi* midi, PGMidiDestination* destination) override;
 
   // Forwards one message: to the instrument at once; a note on or off also to the sequencer,
-  // through the main queue. `channel` and `startFrame` are not used: the instrument hears
+  // on the main thread. `channel` and `startFrame` are not used: the instrument hears
   // everything on channel 1, as soon as it can.
   void handleMidiEvent(std::uint8_t status, std::uint8_t channel, std::uint8_t data1,
                        std::uint8_t data2, std::uint64_t startFrame);
@@ -59,9 +62,19 @@ class MidiEventRouter : public KRPianoViewDelegate,
 
  private:
   void send(std::uint32_t status, std::uint32_t data1, std::uint32_t data2) const;
+  // Main thread: hands the queued note messages to the sequencer.
+  void recordQueuedNotes();
 
-  // Lets queued sequencer tasks see whether the router still exists.
-  std::shared_ptr<int> alive_ = std::make_shared<int>(0);
+  struct NoteMessage {
+    std::uint8_t status;
+    std::uint8_t key;
+    float velocity;
+  };
+  // Note messages on their way from the receive threads to the sequencer. One sequencer step
+  // holds far fewer; a burst beyond the queue's size is dropped and counted.
+  platform::MpscQueue<NoteMessage, 1024> midiToMain_;
+  std::atomic<std::uint32_t> notesDropped_{0};
+  platform::MainQueueSignal notesQueued_{[this] { recordQueuedNotes(); }};
 };
 
 // A router whose destinations are given when it is made: the command line's listen mode, tests and

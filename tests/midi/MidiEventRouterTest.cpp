@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <vector>
 
 #include "platform/foundation/Log.h"
@@ -84,12 +85,14 @@ TEST_F(MidiEventRouterTest, SourceMidiIsFilteredSentAtOnceAndRecordedThroughTheM
   EXPECT_EQ(heard(), (Heard{{0x90, 60, 100}}));
   EXPECT_TRUE(chordInStepZero().empty()) << "the sequencer hears it from the main queue";
   EXPECT_EQ(sequencer.numKeysPressed(), 0);
+  ASSERT_TRUE(mainQueue.waitForTask(std::chrono::seconds(5)));
   mainQueue.runPending();
   EXPECT_EQ(sequencer.numKeysPressed(), 1);
 
   // A note on with velocity 0: the instrument gets it as it is, the sequencer as a release.
   deliver(source, {0x94, 60, 0});
   EXPECT_EQ(heard(), (Heard{{0x90, 60, 0}}));
+  ASSERT_TRUE(mainQueue.waitForTask(std::chrono::seconds(5)));
   mainQueue.runPending();
   EXPECT_EQ(chordInStepZero(), (Chord{{60, 0.78125f}}));
 

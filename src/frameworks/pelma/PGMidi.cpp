@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <jack/jack.h>
+#include <jack/midiport.h>
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "midi/MIDIPacketList.h"
 #include "platform/audio/AudioOutput.h"
@@ -37,6 +39,12 @@ void receive(double /*deltaTime*/, std::vector<unsigned char>* message, void* so
                                               message->size());
 }
 
+// The audio thread, at the start of a period.
+void receiveFromJack(void* source, std::uint32_t /*frame*/, const std::uint8_t* data,
+                     std::size_t size) noexcept {
+  static_cast<PGMidiSource*>(source)->deliver(monotonicNanoseconds(), data, size);
+}
+
 // The port names a probe sees now, in the MIDI system's order.
 template <typename Probe>
 std::vector<std::string> portNames(Probe& probe) {
@@ -57,7 +65,9 @@ PGMidiSource::PGMidiSource(std::string name, bool isNetworkSession)
     : name_(std::move(name)), isNetworkSession_(isNetworkSession) {}
 
 PGMidiSource::~PGMidiSource() {
-  input_.reset();  // closes the port: no more receive-thread calls
+  // Closes the port: no more receive-thread calls.
+  input_.reset();
+  jackInput_.reset();
 }
 
 void PGMidiSource::addDelegate(PGMidiSourceDelegate* delegate) {
@@ -108,38 +118,38 @@ PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
     api_ = RtMidi::LINUX_ALSA;
   } else if (platform::jackServerIsRunning()) {
     system_ = System::jack;
-    api_ = RtMidi::UNIX_JACK;
   }
   if (system_ == System::none) {
     platform::log("MIDI: no ALSA sequencer and no JACK server; MIDI input is off");
     return;
   }
-  try {
-    if (system_ == System::jack) {
-      // Ports are listed through a client that is never activated: RtMidi's probes would be
-      // two more clients woken every period for nothing.
-      jackLister_ = jack_client_open((clientName_ + " ports").c_str(), JackNoStartServer, nullptr);
-      if (!jackLister_) throw RtMidiError("cannot open a JACK client", RtMidiError::DRIVER_ERROR);
-    } else {
+  virtualSource_ = std::make_shared<PGMidiSource>(clientName_, false);
+  if (system_ == System::jack) {
+    jack_ = platform::JackClient::shared(clientName_);
+    if (!jack_ || !openJackVirtualInput()) {
+      platform::log("MIDI: cannot open the JACK MIDI system");
+      system_ = System::none;
+      virtualSource_.reset();
+      return;
+    }
+  } else {
+    try {
       sourceProbe_ = newInput();
       destinationProbe_ = std::make_unique<RtMidiOut>(api_, clientName_ + " MIDI probe");
       destinationProbe_->setErrorCallback(logRtMidiError, nullptr);
+      // Its own client name: the audio output's client may already be called clientName_.
+      auto input = std::make_unique<RtMidiIn>(api_, clientName_ + " MIDI", 1024);
+      input->setErrorCallback(logRtMidiError, nullptr);
+      input->ignoreTypes(false, false, false);  // system exclusive, timing and sensing too
+      input->setCallback(receive, virtualSource_.get());
+      input->openVirtualPort(clientName_);
+      virtualSource_->setInput(std::move(input));
+    } catch (const RtMidiError& error) {
+      platform::log("MIDI: cannot open the ALSA MIDI system: {}", error.getMessage());
+      system_ = System::none;
+      virtualSource_.reset();
+      return;
     }
-
-    virtualSource_ = std::make_shared<PGMidiSource>(clientName_, false);
-    // Its own client name: the audio output's client may already be called clientName_.
-    auto input = std::make_unique<RtMidiIn>(api_, clientName_ + " MIDI", 1024);
-    input->setErrorCallback(logRtMidiError, nullptr);
-    input->ignoreTypes(false, false, false);  // system exclusive, timing and sensing too
-    input->setCallback(receive, virtualSource_.get());
-    input->openVirtualPort(clientName_);
-    virtualSource_->setInput(std::move(input));
-  } catch (const RtMidiError& error) {
-    platform::log("MIDI: cannot open the {} MIDI system: {}",
-                  system_ == System::alsa ? "ALSA" : "JACK", error.getMessage());
-    system_ = System::none;
-    virtualSource_.reset();
-    return;
   }
   platform::log("MIDI: using {} MIDI; virtual input \"{}\"",
                 system_ == System::alsa ? "ALSA sequencer" : "JACK", clientName_);
@@ -162,13 +172,51 @@ PGMidi::~PGMidi() {
   }
   pollWake_.notify_all();
   if (pollThread_.joinable()) pollThread_.join();
-  if (jackLister_) jack_client_close(jackLister_);
+}
+
+bool PGMidi::openJackVirtualInput() {
+  auto input = jack_->addMidiInput(clientName_, receiveFromJack, virtualSource_.get());
+  if (!input) return false;
+  virtualSource_->setInput(std::move(input));
+  return true;
+}
+
+bool PGMidi::followJackServer() {
+  if (jack_ && jack_->isAlive()) return true;
+  if (jack_) {
+    // Our ports went with the server: the sources go now, and come back with their ports.
+    platform::log("MIDI: the JACK server went away");
+    virtualSource_->setInput(std::unique_ptr<platform::JackClient::MidiInput>());
+    std::vector<std::shared_ptr<PGMidiSource>> gone;
+    std::erase_if(sources_, [&](const auto& source) {
+      if (source->isNetworkSession()) return false;
+      gone.push_back(source);
+      return true;
+    });
+    const auto goneDestinations = std::exchange(destinations_, {});
+    jack_.reset();
+    for (const auto& source : gone) {
+      if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
+    }
+    for (const auto& destination : goneDestinations) {
+      if (auto* delegate = delegate_.get()) delegate->destinationRemoved(this, destination.get());
+    }
+  }
+  if (!platform::jackServerIsRunning()) return false;
+  jack_ = platform::JackClient::shared(clientName_);
+  if (!jack_ || !openJackVirtualInput()) {
+    jack_.reset();
+    return false;
+  }
+  platform::log("MIDI: JACK server back; virtual input \"{}\"", virtualDestinationPortName());
+  return true;
 }
 
 std::vector<std::string> PGMidi::jackPortNames(unsigned long direction) const {
   std::vector<std::string> names;
+  if (!jack_) return names;
   if (const char** ports =
-          jack_get_ports(jackLister_, nullptr, JACK_DEFAULT_MIDI_TYPE, direction)) {
+          jack_get_ports(jack_->handle(), nullptr, JACK_DEFAULT_MIDI_TYPE, direction)) {
     for (const char** port = ports; *port; ++port)
       names.emplace_back(*port);
     jack_free(ports);
@@ -177,12 +225,12 @@ std::vector<std::string> PGMidi::jackPortNames(unsigned long direction) const {
 }
 
 std::vector<std::string> PGMidi::sourcePortNames() const {
-  if (jackLister_) return jackPortNames(JackPortIsOutput);
+  if (system_ == System::jack) return jackPortNames(JackPortIsOutput);
   return sourceProbe_ ? portNames(*sourceProbe_) : std::vector<std::string>{};
 }
 
 std::vector<std::string> PGMidi::destinationPortNames() const {
-  if (jackLister_) return jackPortNames(JackPortIsInput);
+  if (system_ == System::jack) return jackPortNames(JackPortIsInput);
   return destinationProbe_ ? portNames(*destinationProbe_) : std::vector<std::string>{};
 }
 
@@ -193,12 +241,14 @@ std::unique_ptr<RtMidiIn> PGMidi::newInput() const {
 }
 
 bool PGMidi::isOurPort(const std::string& portName) const {
-  // JACK names ports "client:port"; ALSA "client:port client-id:port-id". Our MIDI clients are
-  // all named "<client name> MIDI...".
+  // JACK names ports "client:port": ours are on our one client. ALSA names them "client:port
+  // client-id:port-id", and our MIDI clients there are all named "<client name> MIDI...".
+  if (system_ == System::jack) return jack_ && portName.rfind(jack_->name() + ":", 0) == 0;
   return portName.rfind(clientName_ + " MIDI", 0) == 0;
 }
 
 std::string PGMidi::virtualDestinationPortName() const {
+  if (system_ == System::jack) return jack_ ? jack_->name() + ":" + clientName_ : std::string();
   if (system_ == System::none) return {};
   return clientName_ + " MIDI:" + clientName_;
 }
@@ -207,6 +257,17 @@ std::shared_ptr<PGMidiSource> PGMidi::openSource(const std::string& portName) {
   if (isOurPort(portName)) return nullptr;
   auto source = std::make_shared<PGMidiSource>(portName, false);
   applyStoredChoice(*source);
+  if (system_ == System::jack) {
+    auto input = jack_->addMidiInput("in " + std::to_string(nextInputNumber_++), receiveFromJack,
+                                     source.get());
+    if (!input) return nullptr;
+    if (!input->connectFrom(portName)) {
+      platform::log("MIDI: cannot connect source {}", portName);
+      return nullptr;
+    }
+    source->setInput(std::move(input));
+    return source;
+  }
   try {
     auto input = newInput();
     input->ignoreTypes(false, false, false);
@@ -304,6 +365,7 @@ void PGMidi::connectToNetworkPeer(const std::string& host, std::uint16_t port) {
 
 void PGMidi::refresh() {
   if (system_ == System::none) return;
+  if (system_ == System::jack && !followJackServer()) return;
   const std::vector<std::string> sourceNames = sourcePortNames();
   const std::vector<std::string> destinationNames = destinationPortNames();
 

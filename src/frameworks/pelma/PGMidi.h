@@ -2,12 +2,15 @@
 
 // The MIDI wrapper: the MIDI ports other programs offer (sources, and destinations), a virtual
 // input port named "Pelma" that other programs can play into, the active channel, and hot-plug
-// notifications. It runs on RtMidi: the ALSA sequencer where the machine has one, JACK MIDI when a
-// JACK server runs (chosen at creation and logged); with neither there are no ports.
+// notifications. It runs on the ALSA sequencer (through RtMidi) where the machine has one, else on
+// JACK MIDI when a JACK server runs (chosen at creation and logged); with neither there are no
+// ports. On JACK every input is a port of the process's one JACK client, read at the start of
+// each period on the audio thread, just before the audio is rendered; the wrapper follows the
+// server when it goes away and comes back.
 //
 // Each source hands what it receives to its delegates as a packet list (see MIDIPacketList.h),
-// one list per incoming message, on the MIDI system's receive thread. A source that is not active
-// delivers nothing. The port lists are refreshed on the main thread about once a second; the
+// one list per incoming message, on the MIDI system's receive thread (on JACK the audio thread:
+// delegates must not allocate, lock or wait). A source that is not active delivers nothing. The port lists are refreshed on the main thread about once a second; the
 // delegate hears of each port that appears or goes, on the main thread.
 
 #include <rtmidi/RtMidi.h>
@@ -25,7 +28,7 @@
 
 #include "frameworks/pelma/NetworkMidiSession.h"
 
-typedef struct _jack_client jack_client_t;
+#include "platform/audio/JackClient.h"
 #include "platform/foundation/WeakRef.h"
 
 namespace platform {
@@ -68,8 +71,12 @@ class PGMidiSource {
   // messages (system exclusive) are split into lists of up to kMaxPacketData bytes.
   void deliver(std::uint64_t timeStamp, const std::uint8_t* data, std::size_t length) noexcept;
 
-  // The RtMidi input this source reads from, owned by the source.
+  // The input this source reads from (an RtMidi input on ALSA, a port of ours on JACK), owned by
+  // the source.
   void setInput(std::unique_ptr<RtMidiIn> input) { input_ = std::move(input); }
+  void setInput(std::unique_ptr<platform::JackClient::MidiInput> input) {
+    jackInput_ = std::move(input);
+  }
 
  private:
   static constexpr std::size_t kMaxPacketData = 256;
@@ -80,6 +87,7 @@ class PGMidiSource {
   std::array<std::atomic<PGMidiSourceDelegate*>, kMaxDelegates> delegates_{};
   std::atomic<int> delivering_{0};  // receive-thread calls in progress
   std::unique_ptr<RtMidiIn> input_;
+  std::unique_ptr<platform::JackClient::MidiInput> jackInput_;
 };
 
 // A port of another program that MIDI can be sent to.
@@ -124,7 +132,8 @@ class PGMidi {
   }
   // The virtual input other programs send to; null when there is no MIDI system.
   PGMidiSource* virtualDestinationSource() const { return virtualSource_.get(); }
-  // The full port name other programs connect to ("Pelma MIDI:Pelma"), or empty.
+  // The full port name other programs connect to ("Pelma:Pelma" on JACK, "Pelma MIDI:Pelma" on
+  // ALSA), or empty.
   std::string virtualDestinationPortName() const;
 
   // 0: all channels; 1..16: that channel only. Read by the receive threads without a lock.
@@ -156,6 +165,9 @@ class PGMidi {
 
  private:
   std::shared_ptr<PGMidiSource> openSource(const std::string& portName);
+  // JACK: true while there is a server; opens our inputs again on a server that came back.
+  bool followJackServer();
+  bool openJackVirtualInput();
   std::unique_ptr<RtMidiIn> newInput() const;
   bool isOurPort(const std::string& portName) const;
   void applyStoredChoice(PGMidiSource& source) const;
@@ -169,11 +181,11 @@ class PGMidi {
   std::shared_ptr<PGMidiSource> virtualSource_;
   std::vector<std::shared_ptr<PGMidiSource>> sources_;
   std::vector<std::shared_ptr<PGMidiDestination>> destinations_;
-  // The MIDI system's ports: listed by an unactivated client on JACK, by RtMidi probes on ALSA.
+  // The MIDI system's ports: listed by our JACK client, or by RtMidi probes on ALSA.
   std::vector<std::string> sourcePortNames() const;
   std::vector<std::string> destinationPortNames() const;
   std::vector<std::string> jackPortNames(unsigned long direction) const;
-  jack_client_t* jackLister_ = nullptr;
+  std::shared_ptr<platform::JackClient> jack_;
   std::unique_ptr<RtMidiIn> sourceProbe_;
   std::unique_ptr<RtMidiOut> destinationProbe_;
   unsigned nextInputNumber_ = 1;

@@ -1,0 +1,185 @@
+#include "platform/audio/JackClient.h"
+
+#include <jack/jack.h>
+#include <jack/midiport.h>
+
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#include "platform/foundation/Log.h"
+
+namespace platform {
+
+std::shared_ptr<JackClient> JackClient::shared(const std::string& name) {
+  static std::mutex mutex;
+  static std::weak_ptr<JackClient> current;
+  std::lock_guard lock(mutex);
+  if (auto client = current.lock(); client && client->isAlive()) return client;
+  jack_status_t status;
+  jack_client_t* handle = jack_client_open(name.c_str(), JackNoStartServer, &status);
+  if (!handle) return nullptr;
+  std::shared_ptr<JackClient> client(new JackClient(handle));
+  if (!client->activate()) {
+    log("JACK: the client {} could not be activated", client->name());
+    return nullptr;
+  }
+  current = client;
+  return client;
+}
+
+JackClient::JackClient(jack_client_t* client)
+    : client_(client),
+      name_(jack_get_client_name(client)),
+      sampleRate_(jack_get_sample_rate(client)),
+      bufferFrames_(jack_get_buffer_size(client)) {}
+
+JackClient::~JackClient() {
+  // Closing deactivates first, which waits for the process thread; a client whose server has
+  // gone only ends here.
+  jack_client_close(client_);
+}
+
+bool JackClient::activate() {
+  jack_on_info_shutdown(
+      client_,
+      [](jack_status_t status, const char* reason, void* self) {
+        serverShutDown(status, reason, self);
+      },
+      this);
+  return jack_set_process_callback(client_, &process, this) == 0 &&
+         jack_set_buffer_size_callback(client_, &bufferSizeChanged, this) == 0 &&
+         jack_set_sample_rate_callback(client_, &sampleRateChanged, this) == 0 &&
+         jack_activate(client_) == 0;
+}
+
+void JackClient::waitUntilIdle() const {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (busy_.load() != 0) {
+    if (std::chrono::steady_clock::now() > limit) {
+      log("JACK: a period of {} did not end within a second; going on", name_);
+      return;
+    }
+    std::this_thread::yield();
+  }
+}
+
+// --- MIDI inputs --------------------------------------------------------------------------------
+
+std::unique_ptr<JackClient::MidiInput> JackClient::addMidiInput(const std::string& portName,
+                                                                MidiReceiver receiver,
+                                                                void* user) {
+  std::size_t slot = 0;
+  while (slot < kMaxMidiInputs && midiSlots_[slot].port.load() != nullptr)
+    ++slot;
+  if (slot == kMaxMidiInputs) {
+    log("JACK: more than {} MIDI inputs; {} not made", kMaxMidiInputs, portName);
+    return nullptr;
+  }
+  jack_port_t* port =
+      jack_port_register(client_, portName.c_str(), JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
+  if (!port) {
+    log("JACK: cannot register the MIDI input {}", portName);
+    return nullptr;
+  }
+  midiSlots_[slot].receiver = receiver;
+  midiSlots_[slot].user = user;
+  midiSlots_[slot].port.store(port);  // publishes receiver and user with it
+  if (midiSlotsUsed_.load() < slot + 1) midiSlotsUsed_.store(slot + 1);
+  // A private constructor: make_unique cannot reach it.
+  return std::unique_ptr<MidiInput>(new MidiInput(shared_from_this(), slot, port));
+}
+
+void JackClient::removeMidiInput(std::size_t slot, jack_port_t* port) {
+  midiSlots_[slot].port.store(nullptr);
+  waitUntilIdle();
+  // A server that has gone away cannot be asked anything; its ports end with the client.
+  if (isAlive()) jack_port_unregister(client_, port);
+}
+
+JackClient::MidiInput::~MidiInput() {
+  client_->removeMidiInput(slot_, port_);
+}
+
+std::string JackClient::MidiInput::fullName() const {
+  return jack_port_name(port_);
+}
+
+bool JackClient::MidiInput::connectFrom(const std::string& sourcePort) const {
+  const int result = jack_connect(client_->handle(), sourcePort.c_str(), jack_port_name(port_));
+  return result == 0 || result == EEXIST;
+}
+
+// --- Audio --------------------------------------------------------------------------------------
+
+void JackClient::setAudio(AudioProcess process, ChangeNotice notice, void* user) {
+  audioUser_.store(user);
+  audioNotice_.store(notice);
+  audioProcess_.store(process);
+}
+
+void JackClient::clearAudio(void* user) {
+  if (audioUser_.load() != user) return;
+  audioProcess_.store(nullptr);
+  audioNotice_.store(nullptr);
+  waitUntilIdle();
+  audioUser_.store(nullptr);
+}
+
+// --- JACK's threads -----------------------------------------------------------------------------
+
+// Process thread (the audio thread).
+int JackClient::process(std::uint32_t frames, void* user) noexcept PELMA_NONBLOCKING {
+  auto* self = static_cast<JackClient*>(user);
+  AudioThreadScope audioThread;
+  self->busy_.fetch_add(1);
+  const std::size_t used = self->midiSlotsUsed_.load(std::memory_order_acquire);
+  for (std::size_t i = 0; i < used; ++i) {
+    MidiSlot& slot = self->midiSlots_[i];
+    jack_port_t* port = slot.port.load();
+    if (!port) continue;
+    void* buffer = jack_port_get_buffer(port, frames);
+    const std::uint32_t count = jack_midi_get_event_count(buffer);
+    for (std::uint32_t e = 0; e < count; ++e) {
+      jack_midi_event_t event;
+      if (jack_midi_event_get(&event, buffer, e) == 0 && event.size > 0) {
+        slot.receiver(slot.user, event.time, event.buffer, event.size);
+      }
+    }
+  }
+  if (AudioProcess audio = self->audioProcess_.load()) audio(self->audioUser_.load(), frames);
+  self->busy_.fetch_sub(1);
+  return 0;
+}
+
+void JackClient::notifyAudio() noexcept {
+  busy_.fetch_add(1);
+  if (ChangeNotice notice = audioNotice_.load()) notice(audioUser_.load());
+  busy_.fetch_sub(1);
+}
+
+// JACK's notification thread: the next periods have this length.
+int JackClient::bufferSizeChanged(std::uint32_t frames, void* user) noexcept {
+  auto* self = static_cast<JackClient*>(user);
+  self->bufferFrames_.store(frames, std::memory_order_release);
+  self->notifyAudio();
+  return 0;
+}
+
+// JACK's notification thread (also once on activation, with the rate opened at).
+int JackClient::sampleRateChanged(std::uint32_t rate, void* user) noexcept {
+  auto* self = static_cast<JackClient*>(user);
+  self->sampleRate_.store(rate, std::memory_order_release);
+  self->notifyAudio();
+  return 0;
+}
+
+// A thread of libjack's, when the server stops or drops this client.
+void JackClient::serverShutDown(int, const char*, void* user) noexcept {
+  auto* self = static_cast<JackClient*>(user);
+  self->shutDown_.store(true, std::memory_order_release);
+  self->notifyAudio();
+}
+
+}  // namespace platform
