@@ -159,9 +159,9 @@ TEST_F(ApplicationShop, BuysABankThatTheInstrumentThenPlays) {
   ASSERT_TRUE(waitFor([&] { return listener.connect("^Pelma:"); }, 5s));
   listener.takeLoudest();
   // Bank 1 (the bought one, after the factory bank), its first sound, one note.
-  ASSERT_EQ(runAndWait({PELMA_JACK_MIDI_PATTERN, "Pelma:Pelma", "120", "1", "72@0:1:100", "1",
-                        "1:0"}),
-            0);
+  ASSERT_EQ(
+      runAndWait({PELMA_JACK_MIDI_PATTERN, "Pelma:Pelma", "120", "1", "72@0:1:100", "1", "1:0"}),
+      0);
   EXPECT_GT(listener.takeLoudest(), 0.005) << "the bought bank sounds";
 }
 

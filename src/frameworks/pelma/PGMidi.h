@@ -10,8 +10,9 @@
 //
 // Each source hands what it receives to its delegates as a packet list (see MIDIPacketList.h),
 // one list per incoming message, on the MIDI system's receive thread (on JACK the audio thread:
-// delegates must not allocate, lock or wait). A source that is not active delivers nothing. The port lists are refreshed on the main thread about once a second; the
-// delegate hears of each port that appears or goes, on the main thread.
+// delegates must not allocate, lock or wait). A source that is not active delivers nothing. The
+// port lists are refreshed on the main thread about once a second; the delegate hears of each port
+// that appears or goes, on the main thread.
 
 #include <rtmidi/RtMidi.h>
 

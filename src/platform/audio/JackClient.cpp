@@ -68,8 +68,7 @@ void JackClient::waitUntilIdle() const {
 // --- MIDI inputs --------------------------------------------------------------------------------
 
 std::unique_ptr<JackClient::MidiInput> JackClient::addMidiInput(const std::string& portName,
-                                                                MidiReceiver receiver,
-                                                                void* user) {
+                                                                MidiReceiver receiver, void* user) {
   std::size_t slot = 0;
   while (slot < kMaxMidiInputs && midiSlots_[slot].port.load() != nullptr)
     ++slot;
