@@ -1,6 +1,7 @@
 // Nothing on the audio thread allocates: while the player plays, the main thread edits the track
-// and changes the tempo and two threads send MIDI. Every operator new and delete in this program
-// is counted when it runs inside the audio callback.
+// and changes the tempo and two threads send MIDI; on JACK, another process also plays into our
+// MIDI input, which is read and routed on the audio thread. Every operator new and delete in this
+// program is counted when it runs inside the audio callback.
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,9 @@
 #include "AudioThreadAllocations.h"
 #include "JackServer.h"
 #include "OfflineRig.h"
+#include "Processes.h"
+#include "frameworks/pelma/PGMidi.h"
+#include "midi/MidiEventRouter.h"
 #include "support/LoopedBar.h"
 #include "support/StepKeys.h"
 
@@ -73,7 +77,23 @@ TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
   Session session(graph);
   ASSERT_TRUE(graph.start());
   ASSERT_EQ(graph.outputName(), "JACK (system)");
+  // MIDI from another process, into the router that plays the instrument and queues the notes
+  // for a sequencer (none here).
+  PGMidi midi("pelma-allocations");
+  ConnectedMidiRouter router(unit.get(), nullptr, &midi);
+  struct Counter : PGMidiSourceDelegate {
+    void midiReceived(PGMidiSource*, const std::uint8_t*, std::size_t) override { ++lists; }
+    std::atomic<int> lists{0};
+  } counter;
+  midi.virtualDestinationSource()->addDelegate(&router);
+  midi.virtualDestinationSource()->addDelegate(&counter);
+  std::string notes;
+  for (int i = 0; i < 16; ++i)
+    notes += (i ? "," : "") + std::to_string(48 + i) + "@" + std::to_string(i / 8.0) + ":0.1";
   audioThreadAllocations = 0;
+  const pid_t player = testing_support::spawn(
+      {PELMA_JACK_MIDI_PATTERN, midi.virtualDestinationPortName(), "120", "1.2", notes, "1"});
+  ASSERT_GT(player, 0);
   const double start = session.player.getTime();
   for (int round = 0; round < 100; ++round) {
     session.edit(round);
@@ -81,9 +101,13 @@ TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
     unit->sendMIDIEvent(0x80, 50, 0, 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
+  EXPECT_EQ(testing_support::waitForExit(player), 0);
   graph.pause();
   EXPECT_EQ(audioThreadAllocations.load(), 0);
   EXPECT_GT(session.player.getTime(), start);  // the audio thread was playing throughout
+  EXPECT_EQ(counter.lists.load(), 32);         // every note on and off came in
+  midi.virtualDestinationSource()->removeDelegate(&counter);
+  midi.virtualDestinationSource()->removeDelegate(&router);
 }
 
 }  // namespace
