@@ -2,8 +2,10 @@
 // process plays notes on channel 5 into our virtual input "Pelma". The instrument (mda ePiano, in a
 // graph rendered here at real-time pace) must sound when the channel setting is 0 or 5 and stay
 // silent for 1, and the sequencer in write mode must record the chord. A port that appears and
-// goes while running must be registered and unregistered.
+// goes while running must be registered and unregistered, and a server that goes away and comes
+// back must find the virtual input again.
 
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 
@@ -167,6 +169,43 @@ TEST_F(MidiOverJack, APortThatAppearsAndGoesIsRegisteredAndUnregistered) {
   testing_support::waitForExit(extra);
   EXPECT_TRUE(waitFor([&] { return logged("MIDI source removed pelma-pattern:out"); }, 4s));
   EXPECT_TRUE(wrapper->sources().empty());
+}
+
+// The server stops with a source connected and starts again: the source is removed, and on the new
+// server the virtual input is there again and plays the instrument.
+TEST_F(MidiOverJack, FollowsTheServerAwayAndBack) {
+  platform::LogCapture log;
+  wrapper->startHotPlugPolling();
+  const auto logged = [&](const char* line) {
+    mainQueue.runPending();
+    return log.contains(line);
+  };
+  const pid_t source =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, "-", "120", "30", "60@0:1", "1"});
+  ASSERT_GT(source, 0);
+  EXPECT_TRUE(waitFor([&] { return logged("MIDI source added pelma-pattern:out"); }, 6s));
+
+  server.stop();
+  kill(source, SIGTERM);
+  testing_support::waitForExit(source);
+  EXPECT_TRUE(waitFor([&] { return logged("MIDI source removed pelma-pattern:out"); }, 4s));
+  EXPECT_TRUE(log.contains("MIDI: the JACK server went away"));
+  EXPECT_TRUE(wrapper->sources().empty());
+
+  ASSERT_TRUE(server.start());
+  EXPECT_TRUE(waitFor(
+      [&] {
+        return logged("MIDI: JACK server back; virtual input \"pelma-midi-test:pelma-midi-test\"");
+      },
+      4s));
+  rig.received.clear();
+  const pid_t player =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, wrapper->virtualDestinationPortName(), "120",
+                              "1", "64@0:0.5", "1"});
+  ASSERT_GT(player, 0);
+  renderWhile(player);
+  ASSERT_FALSE(rig.received.empty());
+  EXPECT_EQ(rig.received[0].data1, 64);
 }
 
 }  // namespace
