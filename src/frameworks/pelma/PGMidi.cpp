@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <jack/jack.h>
-#include <jack/midiport.h>
 
 #include <algorithm>
 #include <chrono>
