@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <tuple>
 
 #include "platform/foundation/MainQueue.h"
 #include "platform/music/MusicSequence.h"
@@ -23,18 +24,8 @@ struct RecordingDelegate : KRStepSequenceDelegate {
   std::vector<Range> ranges;
 };
 
-// One note event as it stands on the track.
-struct Written {
-  double time;
-  int note;
-  int velocity;
-  float duration;
-  friend bool operator==(const Written&, const Written&) = default;
-  friend std::ostream& operator<<(std::ostream& out, const Written& w) {
-    return out << "{" << w.time << ", " << w.note << ", " << w.velocity << ", " << w.duration
-               << "}";
-  }
-};
+// One note event as it stands on the track: time, note, velocity, duration.
+using Written = std::tuple<double, int, int, float>;
 
 class KRStepSequenceTest : public ::testing::Test {
  protected:
@@ -66,7 +57,7 @@ class KRStepSequenceTest : public ::testing::Test {
   }
   std::optional<double> timeOfNote(int note) const {
     for (const auto& w : written()) {
-      if (w.note == note) return w.time;
+      if (std::get<1>(w) == note) return std::get<0>(w);
     }
     return std::nullopt;
   }
@@ -131,7 +122,7 @@ TEST_F(KRStepSequenceTest, RenderingClearsExactlyTheRangesTimeSpan) {
   sequence.updateMusicTrackInRange({2, 1});  // clears [0.5, 0.875): the range ends on odd step 3
   std::vector<double> times;
   for (const auto& w : written())
-    times.push_back(w.time);
+    times.push_back(std::get<0>(w));
   EXPECT_EQ(times, (std::vector<double>{0.49, 0.875}));
 }
 
@@ -161,12 +152,12 @@ TEST_F(KRStepSequenceTest, WritingOrClearingAStepDropsItsTie) {
 TEST_F(KRStepSequenceTest, ATieChangeReRendersOnlyTheGivenRange) {
   sequence.setKeysAtPosition({stepKey(60, 1.0f)}, 3);
   sequence.setTieAtRange(true, {3, 2});
-  EXPECT_EQ(written().at(0).duration, 0.625f);
+  EXPECT_EQ(std::get<3>(written().at(0)), 0.625f);
   sequence.setTieAtRange(false, {4, 1});  // step 3's run now ends at 4...
   EXPECT_EQ(sequence.stepLength(3), 0.375f);
-  EXPECT_EQ(written().at(0).duration, 0.625f);  // ...but its note keeps the old length
+  EXPECT_EQ(std::get<3>(written().at(0)), 0.625f);  // ...but its note keeps the old length
   sequence.updateMusicTrackInRange({3, 1});
-  EXPECT_EQ(written().at(0).duration, 0.375f);
+  EXPECT_EQ(std::get<3>(written().at(0)), 0.375f);
 }
 
 TEST_F(KRStepSequenceTest, GateIsKeptOffZeroAndOneAndRewritesEveryNoteInPlace) {
