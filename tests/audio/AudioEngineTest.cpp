@@ -41,19 +41,6 @@ class AudioEngineTest : public ::testing::Test {
   platform::ManualMainQueue mainQueue;
 };
 
-TEST_F(AudioEngineTest, SetsUpTheInstrumentAndStarts) {
-  AudioEngine engine;
-  EXPECT_EQ(engine.synth(), nullptr);
-  platform::LogCapture log;
-  ASSERT_TRUE(setUp(engine, testing_support::instrumentNamed("MDA Piano")));
-  ASSERT_NE(engine.synth(), nullptr);
-  EXPECT_EQ(engine.synthAU()->name(), "MDA Piano");
-  EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
-  EXPECT_EQ(engine.getAVAudioEngine()->outputName(), "null output");
-  EXPECT_TRUE(log.contains("Start audio engine"));
-  EXPECT_EQ(engine.synthAU()->sampleRate(), engine.getAVAudioEngine()->outputFormat(0).sampleRate);
-}
-
 TEST_F(AudioEngineTest, AnInstrumentThatCannotBeFoundLeavesTheEngineRunningSilent) {
   AudioEngine engine;
   platform::LogCapture log;
@@ -64,9 +51,19 @@ TEST_F(AudioEngineTest, AnInstrumentThatCannotBeFoundLeavesTheEngineRunningSilen
       log.contains("Audio engine: no installed instrument matches the component description"));
 }
 
-TEST_F(AudioEngineTest, BackgroundPausesUnlessBackgroundAudioIsOn) {
+TEST_F(AudioEngineTest, SetsUpTheInstrumentStartsAndPausesInTheBackgroundUnlessAskedNotTo) {
   AudioEngine engine;
-  ASSERT_TRUE(setUp(engine, testing_support::instrumentNamed("MDA Piano")));
+  EXPECT_EQ(engine.synth(), nullptr);
+  {
+    platform::LogCapture startup;
+    ASSERT_TRUE(setUp(engine, testing_support::instrumentNamed("MDA Piano")));
+    EXPECT_TRUE(startup.contains("Start audio engine"));
+  }
+  ASSERT_NE(engine.synth(), nullptr);
+  EXPECT_EQ(engine.synthAU()->name(), "MDA Piano");
+  EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
+  EXPECT_EQ(engine.getAVAudioEngine()->outputName(), "null output");
+  EXPECT_EQ(engine.synthAU()->sampleRate(), engine.getAVAudioEngine()->outputFormat(0).sampleRate);
   platform::LogCapture log;
 
   post(platform::kApplicationDidBecomeActiveNotification);  // already running: nothing

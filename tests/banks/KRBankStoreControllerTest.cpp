@@ -240,6 +240,7 @@ TEST_F(Shop, WithPurchasesOffItSaysSoAndFetchesNothing) {
   EXPECT_EQ(overlayText(), QString());
 }
 
+// Registering a bought bank and its row turning to Restore are Shop.Buying...'s.
 TEST_F(Shop, OurCatalogSellsThreeCompleteBanksUnderTheirOwnNames) {
   configure("file://" + std::string(PELMA_CATALOG) + "/catalog.json");
   SKPaymentQueue::defaultQueue().setPaymentSheet(
@@ -257,12 +258,9 @@ TEST_F(Shop, OurCatalogSellsThreeCompleteBanksUnderTheirOwnNames) {
     EXPECT_EQ(bank.patches.size(), 6u) << bank.name;
     for (const auto& patch : bank.patches)
       patchNames.insert(patch.name);
-    EXPECT_TRUE(registry.containsBankWithName(bank.name)) << bank.name;
   }
   EXPECT_EQ(names, titles);
   EXPECT_EQ(patchNames.size(), 18u);  // every sound its own
-  for (int row = 0; row < 3; ++row)
-    EXPECT_EQ(price(row), QStringLiteral("Restore"));
 }
 
 TEST_F(Shop, TheKeyboardKeepsOneTitledShopWithDoneAndTheSequencerMakesAFreshOne) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "midi/MIDIPacketList.h"
@@ -12,11 +13,8 @@
 
 namespace {
 
-struct Forwarded {
-  std::uint8_t status, channel, data1, data2;
-  std::uint64_t timeStamp;
-  bool operator==(const Forwarded&) const = default;
-};
+// status, channel, data1, data2, time stamp
+using Forwarded = std::tuple<std::uint8_t, std::uint8_t, std::uint8_t, std::uint8_t, std::uint64_t>;
 
 // A list holding one packet per entry of `packets`, time stamps 100, 101, ...
 std::vector<std::uint8_t> listOf(const std::vector<std::vector<std::uint8_t>>& packets) {

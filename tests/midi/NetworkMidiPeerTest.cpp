@@ -1,8 +1,9 @@
 // Network MIDI against an independent implementation: the npm package rtpmidi, run by node in its
 // own process (tests/support/rtpmidi-peer.js). It joins the application's session and plays a
 // chord that the instrument (mda ePiano, rendered here at real-time pace) sounds and the
-// sequencer records; our session invites it and it hears our notes, with every datagram of the
-// exchange decoded by tshark; and a peer killed without a goodbye is dropped after the time-out.
+// sequencer records, a source of the MIDI wrapper until it says goodbye; our session invites it
+// and it hears our notes, with every datagram of the exchange decoded by tshark; and a peer
+// killed without a goodbye is dropped after the time-out.
 
 #include <netinet/in.h>
 #include <signal.h>
@@ -117,6 +118,9 @@ TEST(NetworkMidiPeer, APeerJoinsAndPlaysTheInstrumentWhileTheSequencerRecords) {
     platform::LogCapture log;
     wrapper.setNetworkEnabled(true);
     ASSERT_NE(wrapper.networkPort(), 0);
+    NetworkMidiSession second("Second", {});  // the wrapper's ports are taken: the next free pair
+    ASSERT_TRUE(second.start(wrapper.networkPort()));
+    EXPECT_GT(second.controlPort(), wrapper.networkPort());
 
     NodePeer peer(folder, {"play", std::to_string(freePortPair()),
                            std::to_string(wrapper.networkPort()), "69", "81"});
@@ -135,6 +139,9 @@ TEST(NetworkMidiPeer, APeerJoinsAndPlaysTheInstrumentWhileTheSequencerRecords) {
     }
     ASSERT_TRUE(played) << peer.output();
     EXPECT_TRUE(log.contains("MIDI source added Node peer"));
+    wrapper.refresh();  // the MIDI system's port list does not take network peers away
+    ASSERT_EQ(wrapper.sources().size(), 1u);
+    EXPECT_TRUE(wrapper.sources()[0]->isNetworkSession());
     ASSERT_GE(rig.received.size(), 4u);
     const std::size_t onset = rig.received[0].frame;
     ASSERT_LT(onset + 24000, left.size());
@@ -152,6 +159,7 @@ TEST(NetworkMidiPeer, APeerJoinsAndPlaysTheInstrumentWhileTheSequencerRecords) {
           return log.contains("MIDI source removed Node peer");
         },
         5s));
+    EXPECT_TRUE(wrapper.sources().empty());
     wrapper.setDelegate(nullptr);
   }
   platform::MainQueue::setMain(nullptr);

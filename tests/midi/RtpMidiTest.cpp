@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "midi/network/AppleMidiCommand.h"
@@ -15,11 +16,7 @@ namespace {
 using namespace rtp_midi;
 using Bytes = std::vector<std::uint8_t>;
 
-struct Received {
-  std::uint32_t timestamp;
-  Bytes bytes;
-  bool operator==(const Received&) const = default;
-};
+using Received = std::tuple<std::uint32_t, Bytes>;  // time stamp, message
 
 // A datagram: the RTP header (sequence number, time stamp 1000, SSRC 7), the MIDI section header
 // byte(s) for `list` with `flags` (J 0x40, Z 0x20) and then `journal`.

@@ -49,7 +49,7 @@ class KRSeqTrackViewTest : public ::testing::Test {
   KRSeqTrackView grid{QRect(0, 0, 320, 64)};
 };
 
-TEST_F(KRSeqTrackViewTest, TapsAndDragsSelectConsecutiveStepsAndMayEndReversed) {
+TEST_F(KRSeqTrackViewTest, TapsAndDragsSelectConsecutiveStepsAndMayEndReversedOrBeyondTheEdges) {
   EXPECT_EQ(amberBlocks(), std::vector<int>{0});
   tap(319);
   EXPECT_EQ(grid.selectionRange(), (Range{15, 1}));
@@ -61,9 +61,7 @@ TEST_F(KRSeqTrackViewTest, TapsAndDragsSelectConsecutiveStepsAndMayEndReversed) 
   drag(145, 65);
   EXPECT_EQ(grid.selectionRange(), (Range{7, asUnsigned(-3)}));
   EXPECT_TRUE(amberBlocks().empty());
-}
-
-TEST_F(KRSeqTrackViewTest, DragsBeyondTheEdges) {
+  // Beyond the edges.
   drag(100, 500);
   EXPECT_EQ(grid.selectionRange(), (Range{5, 11}));
   drag(100, -30);  // floor(-1.5) = -2

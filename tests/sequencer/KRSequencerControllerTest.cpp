@@ -51,21 +51,15 @@ class KRSequencerControllerTest : public ::testing::Test {
   std::unique_ptr<KRSequencerController> screen;
 };
 
-TEST_F(KRSequencerControllerTest, WithWriteModeOffKeysChangeNothing) {
-  select(0, 15);
-  screen->keyOn(60, 0.5f);
-  screen->keyOff(60);
-  EXPECT_EQ(screen->numKeysPressed(), 0);
-  for (int step = 0; step < 16; ++step)
-    EXPECT_TRUE(chordAt(step).empty());
-  EXPECT_TRUE(screen->musicTrack()->events().empty());
-}
-
 TEST_F(KRSequencerControllerTest,
        KeysReleasedTogetherMakeOneChordInReleaseOrderInEverySelectedStep) {
+  select(2, 4);
+  screen->keyOn(60, 0.5f);  // with write mode off a key changes nothing
+  screen->keyOff(60);
+  EXPECT_EQ(screen->numKeysPressed(), 0);
+  EXPECT_TRUE(screen->musicTrack()->events().empty());
   click(screen->writeModeButton());
   EXPECT_TRUE(screen->writeModeButton()->isSelected());
-  select(2, 4);
   screen->keyOn(60, 0.5f);
   screen->keyOn(64, 0.75f);
   screen->keyOn(67, 1.0f);
@@ -218,33 +212,25 @@ class SequencerTransportTest : public KRSequencerControllerTest {
   platform::AudioGraph graph;
 };
 
-TEST_F(SequencerTransportTest, PlayStopsWithoutRewindingAndRestartsFromTheTop) {
+// Play stops without rewinding and starts again from the top. The grid is told the step that has
+// just begun, one boundary late: after a restart it first shows the row stored when the player
+// stopped, then step 1.
+TEST_F(SequencerTransportTest, PlayStopsAndRestartsFromTheTopAndThePlayheadHandsOverTheLastRow) {
+  EXPECT_TRUE(screen->displayLink()->isRunning());
   click(screen->playButton());
   EXPECT_TRUE(screen->playButton()->isSelected());
   EXPECT_TRUE(screen->musicPlayer()->isPlaying());
-  play(1.5);
-  click(screen->playButton());
-  EXPECT_FALSE(screen->playButton()->isSelected());
-  const double stoppedAt = screen->musicPlayer()->getTime();
-  EXPECT_NEAR(stoppedAt, 1.5, 0.01);
-  play(0.5);
-  EXPECT_EQ(screen->musicPlayer()->getTime(), stoppedAt);
-
-  click(screen->playButton());
-  play(0.25);
-  EXPECT_NEAR(screen->musicPlayer()->getTime(), 0.25, 0.01);
-}
-
-// The grid is told the step that has just begun, one boundary late: after a restart it first
-// shows the row stored when the player stopped, then step 1.
-TEST_F(SequencerTransportTest, PlayheadHandsOverThePreviousLookAheadRow) {
-  EXPECT_TRUE(screen->displayLink()->isRunning());
-  click(screen->playButton());
   EXPECT_EQ(play(1.01), (std::vector<int>{0, 1, 2, 3, 4}));  // the first row stored is 0
   EXPECT_EQ(screen->playheadRow(), 5);
   click(screen->playButton());  // stopped just after beat 1: the stored row is 5
+  EXPECT_FALSE(screen->playButton()->isSelected());
+  const double stoppedAt = screen->musicPlayer()->getTime();
+  EXPECT_NEAR(stoppedAt, 1.01, 0.01);
+  play(0.5);
+  EXPECT_EQ(screen->musicPlayer()->getTime(), stoppedAt);
   click(screen->playButton());
   EXPECT_EQ(play(0.51), (std::vector<int>{5, 1, 2}));
+  EXPECT_NEAR(screen->musicPlayer()->getTime(), 0.51, 0.01);
   // Around the loop: step 15, then 0.
   const std::vector<int> shown = play(3.5);
   ASSERT_GE(shown.size(), 2u);

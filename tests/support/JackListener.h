@@ -1,14 +1,17 @@
 #pragma once
 
 // A JACK client of the test that listens to one output port and keeps the loudest block's RMS,
-// to tell whether the application or the graph is heard on the server.
+// to tell whether the application or the graph is heard on the server, and on request records
+// what it hears.
 
 #include <jack/jack.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "support/Processes.h"
 
@@ -43,6 +46,14 @@ class JackListener {
     return waitFor([&] { return loudest_ > level; }, std::chrono::seconds(5));
   }
   void setPeriod(jack_nframes_t frames) { jack_set_buffer_size(client_, frames); }
+  // Keeps `frames` samples from the first block louder than `level` on. Called before connect();
+  // recording() may be read once recorded() says it is full.
+  void record(std::size_t frames, double level) {
+    recording_.assign(frames, 0.0f);
+    recordFrom_ = level;
+  }
+  bool recorded() const { return filled_.load(std::memory_order_acquire) == recording_.size(); }
+  const std::vector<float>& recording() const { return recording_; }
 
  private:
   // JACK hands the buffer from the other client to this one inside libjack, which
@@ -54,6 +65,12 @@ class JackListener {
     for (jack_nframes_t i = 0; i < frames; ++i)
       squares += static_cast<double>(samples[i]) * samples[i];
     const double level = frames ? std::sqrt(squares / frames) : 0.0;
+    const std::size_t at = listener->filled_.load(std::memory_order_relaxed);
+    if (at < listener->recording_.size() && (at > 0 || level > listener->recordFrom_)) {
+      const std::size_t n = std::min<std::size_t>(frames, listener->recording_.size() - at);
+      std::copy_n(samples, n, listener->recording_.data() + at);
+      listener->filled_.store(at + n, std::memory_order_release);
+    }
     double previous = listener->loudest_.load();
     while (level > previous && !listener->loudest_.compare_exchange_weak(previous, level)) {
     }
@@ -63,6 +80,9 @@ class JackListener {
   jack_client_t* client_ = nullptr;
   jack_port_t* input_ = nullptr;
   std::atomic<double> loudest_{0.0};
+  std::vector<float> recording_;
+  double recordFrom_ = 0.0;
+  std::atomic<std::size_t> filled_{0};
 };
 
 }  // namespace testing_support

@@ -61,33 +61,5 @@ TEST(BankFilesTest, OfTwoBanksWithOneNameTheFirstEntryNameWins) {
   EXPECT_EQ(log.lines().size(), 1u);
 }
 
-TEST(BankFilesTest, AWrittenBankReadsBackWithEveryValue) {
-  TemporaryFolder folder;
-  Bank bank{"Round \"Trip\"", "7", {}, {}};
-  for (int p = 0; p < 5; ++p) {
-    Patch patch{"Patch " + std::to_string(p)};
-    for (std::size_t i = 0; i < kParameterCount; ++i) {
-      const Parameter& parameter = kParameters[i];
-      const float fraction = static_cast<float>((p * 7 + static_cast<int>(i) * 3) % 11) / 10.0f;
-      patch.values[i] =
-          clampParameter(i, parameter.minimum + (parameter.maximum - parameter.minimum) * fraction);
-    }
-    bank.patches.push_back(patch);
-  }
-  ASSERT_TRUE(writeBankFile(bank, folder.path() / "w.plb"));
-  const auto read = readBank(folder.path() / "w.plb");
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->name, bank.name);
-  EXPECT_EQ(read->version, bank.version);
-  ASSERT_EQ(read->patches.size(), bank.patches.size());
-  for (std::size_t p = 0; p < bank.patches.size(); ++p) {
-    EXPECT_EQ(read->patches[p].name, bank.patches[p].name);
-    EXPECT_EQ(read->patches[p].values, bank.patches[p].values) << "patch " << p;
-  }
-  platform::LogCapture log;
-  EXPECT_FALSE(writeBankFile(bank, folder.path() / "missing" / "w.plb"));
-  EXPECT_EQ(log.lines().size(), 1u);
-}
-
 }  // namespace
 }  // namespace pelma
