@@ -72,7 +72,4 @@ std::vector<Bank> readBankFolder(const std::filesystem::path& folder);
 // Drops banks whose name an earlier bank already has (one log line each), keeping the order.
 void removeDuplicateBanks(std::vector<Bank>& banks);
 
-// Writes a bank as a file; false (one log line) on failure.
-bool writeBankFile(const Bank& bank, const std::filesystem::path& file);
-
 }  // namespace pelma

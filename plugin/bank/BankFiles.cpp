@@ -83,15 +83,4 @@ std::vector<Bank> readBankFolder(const std::filesystem::path& folder) {
   return banks;
 }
 
-bool writeBankFile(const Bank& bank, const std::filesystem::path& file) {
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  out << formatBank(bank);
-  out.close();
-  if (!out) {
-    platform::log("Bank {} could not be written to {}", bank.name, file.string());
-    return false;
-  }
-  return true;
-}
-
 }  // namespace pelma

@@ -209,6 +209,7 @@ TEST_F(KRStepSequenceTest, EmptyAndWrappedRangesChangeNothingButStillNotify) {
 
   sequence.setKeysToRange({stepKey(1, 1.0f)}, {5, 0});
   sequence.clearStepsInRange({5, kWrappedLength});  // end wraps to 4: clear(1.25, 1.0) is empty
+  sequence.invertTieAtRange({15, kWrappedLength});
   sequence.setTieAtRange(true, {3, kWrappedLength - 1});  // a length of -2
   EXPECT_EQ(written(), before);
   for (int i = 0; i < 16; ++i) {
@@ -216,7 +217,8 @@ TEST_F(KRStepSequenceTest, EmptyAndWrappedRangesChangeNothingButStillNotify) {
     EXPECT_FALSE(sequence.stepAtIndex(i).tie());
   }
   EXPECT_EQ(delegate.ranges,
-            (std::vector<Range>{{5, 0}, {5, kWrappedLength}, {3, kWrappedLength - 1}}));
+            (std::vector<Range>{
+                {5, 0}, {5, kWrappedLength}, {15, kWrappedLength}, {3, kWrappedLength - 1}}));
 }
 
 TEST_F(KRStepSequenceTest, PositionsPastFifteenThrowAndLeaveTheSequenceUsable) {
