@@ -25,6 +25,7 @@
 #include "platform/audio/AudioFormat.h"
 #include "platform/audio/AudioNode.h"
 #include "platform/audio/AudioOutput.h"
+#include "platform/foundation/AudioThread.h"
 #include "platform/foundation/SnapshotPublisher.h"
 #include "platform/music/MidiBlock.h"
 #include "platform/music/MusicSequence.h"
@@ -92,12 +93,13 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
     std::uint32_t chunkFrames = 4096;  // the most frames every instrument renders at once
   };
 
-  void render(const AudioOutput* output, float* const* channels, std::uint32_t channelCount,
-              std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
+  PELMA_HOT void render(const AudioOutput* output, float* const* channels,
+                        std::uint32_t channelCount,
+                        std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
   void outputChanged(const AudioOutput* output) noexcept override;
   // copyFirst: the first instrument's output is copied into `channels`, not added.
-  void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
-                   std::uint32_t frames, bool copyFirst) noexcept;
+  PELMA_HOT void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
+                             std::uint32_t frames, bool copyFirst) noexcept;
   // Publishes the graph as it now stands. Waits, at most a bounded time, for the audio thread
   // to let go of the old plan, so that removed players may be destroyed; a plan still held
   // after that (a render that hangs) stays until a later publish reclaims it.

@@ -25,6 +25,7 @@
 
 #include "platform/audio/AudioComponent.h"
 #include "platform/audio/AudioNode.h"
+#include "platform/foundation/AudioThread.h"
 #include "platform/foundation/ByteRing.h"
 #include "platform/foundation/LockFreeQueues.h"
 #include "platform/foundation/PropertyList.h"
@@ -129,13 +130,13 @@ class AudioUnit final : public AudioNode {
   // Audio thread, called by the graph for every block, in this order.
   // Takes the queued messages into this block's MIDI (at their offsets) and returns the block,
   // for the music player to add its notes to.
-  MidiBlock& beginBlock(std::uint32_t frames) noexcept;
+  PELMA_HOT MidiBlock& beginBlock(std::uint32_t frames) noexcept;
   // Where the sequence stands at the start of this block (the graph tells it from its player).
   void setTransportPosition(const TransportPosition& position) noexcept { transport_ = position; }
   // Hands the block's MIDI to the plug-in and runs it for `frames` frames.
-  void process(std::uint32_t frames) noexcept;
+  PELMA_HOT void process(std::uint32_t frames) noexcept;
   // The rendered audio of the last block: channel 0 and 1 (a mono plug-in gives the same twice).
-  const float* output(std::uint32_t channel) const noexcept;
+  PELMA_HOT const float* output(std::uint32_t channel) const noexcept;
 
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
   const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
@@ -174,9 +175,9 @@ class AudioUnit final : public AudioNode {
   bool suspendRun();
   void resumeRun() { runSuspended_.store(false); }
   bool applyState(LilvState* state, const std::string& what);
-  void writeAtomInput(std::uint32_t frames) noexcept;
+  PELMA_HOT void writeAtomInput(std::uint32_t frames) noexcept;
   void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;
-  void deliverWorkerResponses() noexcept;
+  PELMA_HOT void deliverWorkerResponses() noexcept;
 
   std::shared_ptr<Lv2World> world_;
   const LilvPlugin* plugin_ = nullptr;
@@ -228,7 +229,7 @@ class AudioUnit final : public AudioNode {
 
   // The editor's messages (see sendEditorEvent): each a port index and then an atom.
   void writeEditorEvents(LV2_Atom_Forge& forge) noexcept;
-  void forwardPluginEvents() noexcept;
+  PELMA_HOT void forwardPluginEvents() noexcept;
   static constexpr std::uint32_t kEditorMessageSize = 32768;
   ByteRing guiToAudio_{1 << 16};  // main thread -> audio thread: the editor's atoms
   ByteRing audioToGui_{1 << 18};  // audio thread -> main thread: the plug-in's outputs

@@ -94,7 +94,7 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   bool activate();
   void removeMidiInput(std::size_t slot, jack_port_t* port);
 
-  static int process(std::uint32_t frames, void* self) noexcept PELMA_NONBLOCKING;
+  PELMA_HOT static int process(std::uint32_t frames, void* self) noexcept PELMA_NONBLOCKING;
   static int bufferSizeChanged(std::uint32_t frames, void* self) noexcept;
   static int sampleRateChanged(std::uint32_t rate, void* self) noexcept;
   static void serverShutDown(int status, const char* reason, void* self) noexcept;

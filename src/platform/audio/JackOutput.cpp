@@ -79,7 +79,7 @@ class JackOutput final : public AudioOutput {
 
  private:
   // Audio thread (JACK's process thread), after the MIDI inputs.
-  static void process(void* user, std::uint32_t frames) noexcept PELMA_NONBLOCKING {
+  PELMA_HOT static void process(void* user, std::uint32_t frames) noexcept PELMA_NONBLOCKING {
     auto* self = static_cast<JackOutput*>(user);
     float* channels[2] = {static_cast<float*>(jack_port_get_buffer(self->ports_[0], frames)),
                           static_cast<float*>(jack_port_get_buffer(self->ports_[1], frames))};

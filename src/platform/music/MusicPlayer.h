@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/foundation/AudioThread.h"
 #include "platform/foundation/SnapshotPublisher.h"
 #include "platform/music/MidiBlock.h"
 #include "platform/music/MusicSequence.h"
@@ -42,7 +43,7 @@ class MusicPlayer {
   bool isPlaying() const { return transport_.playing; }
 
   // Audio thread: emits this block's notes into `out`, at frames inside the block.
-  void process(std::uint32_t frames, double sampleRate, MidiBlock& out) noexcept;
+  PELMA_HOT void process(std::uint32_t frames, double sampleRate, MidiBlock& out) noexcept;
   // Audio thread: where the last processed block started, after the commands it carried out.
   const TransportPosition& blockPosition() const noexcept { return blockPosition_; }
 
@@ -67,16 +68,16 @@ class MusicPlayer {
   // Audio thread helpers.
   void apply(const Transport& transport, MidiBlock& out) noexcept;
   void releaseAll(MidiBlock& out) noexcept;
-  double beatAtFrame(double frame) const noexcept;
+  PELMA_HOT double beatAtFrame(double frame) const noexcept;
   double frameOfBeat(double beat) const noexcept;
-  double tempoAt(double beat) const noexcept;
-  void emitNotes(const TrackSnapshot& track, double fromBeat, double toBeat, std::uint32_t frames,
-                 MidiBlock& out) noexcept;
-  void emitNotesInWindow(const TrackSnapshot& track, double low, double high, double offset,
-                         std::uint32_t frames, MidiBlock& out) noexcept;
+  PELMA_HOT double tempoAt(double beat) const noexcept;
+  PELMA_HOT void emitNotes(const TrackSnapshot& track, double fromBeat, double toBeat,
+                           std::uint32_t frames, MidiBlock& out) noexcept;
+  PELMA_HOT void emitNotesInWindow(const TrackSnapshot& track, double low, double high,
+                                   double offset, std::uint32_t frames, MidiBlock& out) noexcept;
   // Where the note off of a note starting at `onFrame` is kept; null when none can be freed.
   PendingNoteOff* pendingSlot(std::uint64_t onFrame, std::uint32_t frames, MidiBlock& out) noexcept;
-  void emitNoteOffs(double toBeat, std::uint32_t frames, MidiBlock& out) noexcept;
+  PELMA_HOT void emitNoteOffs(double toBeat, std::uint32_t frames, MidiBlock& out) noexcept;
   std::uint32_t frameInBlock(double absoluteFrame, std::uint32_t frames) const noexcept;
 
   // Main-thread state.
