@@ -3,7 +3,8 @@
 //
 //   bench_jack_midi_pattern DESTINATION-PORT TEMPO SECONDS NOTES [CHANNEL [BANK:PROGRAM]]
 //   NOTES: note@beat:length[:velocity],...  (as pelma --notes)
-//   DESTINATION-PORT "-" connects nothing (a port that only appears); CHANNEL 1..16, default 1.
+//   DESTINATION-PORT "-" connects nothing (the pattern starts when another client connects the
+//   port); CHANNEL 1..16, default 1.
 //   BANK:PROGRAM chooses a sound first (bank select MSB and LSB, then program change).
 
 #include <jack/jack.h>
@@ -34,8 +35,10 @@ struct Pattern {
   std::uint64_t frame = 0;
   unsigned char channelBits = 0;
   int bank = -1, program = -1;  // sent once, before the first note, when set
-  // The pattern starts once the port is connected: notes played before would reach no one.
+  // The pattern starts two periods after the port is first seen connected: notes played before
+  // would reach no one, and JACK may make a new connection effective only at a later period.
   std::atomic<bool> started{false};
+  int settlePeriods = 2;
 };
 
 std::vector<Note> parse(const std::string& text) {
@@ -58,7 +61,11 @@ int process(jack_nframes_t frames, void* arg) {
   auto* p = static_cast<Pattern*>(arg);
   void* buffer = jack_port_get_buffer(p->port, frames);
   jack_midi_clear_buffer(buffer);
-  if (!p->started.load()) return 0;
+  if (!p->started.load() || jack_port_connected(p->port) == 0) return 0;
+  if (p->settlePeriods > 0) {
+    --p->settlePeriods;
+    return 0;
+  }
   if (p->program >= 0) {
     const unsigned char status = 0xB0 | p->channelBits;
     unsigned char msb[3] = {status, 0, static_cast<unsigned char>((p->bank >> 7) & 0x7F)};
