@@ -23,6 +23,13 @@ void MainQueue::setMain(MainQueue* queue) {
   installedQueue.store(queue, std::memory_order_release);
 }
 
+ManualMainQueue::~ManualMainQueue() {
+  // Tasks may come from threads nobody joins (an instantiation that ended while the program
+  // quit, after the application's queue was removed): the lock orders their queueing before this.
+  std::lock_guard lock(mutex_);
+  tasks_.clear();
+}
+
 void ManualMainQueue::async(Task task) {
   // Notified under the lock: once the lock is released the main thread may run the task and
   // destroy the queue.

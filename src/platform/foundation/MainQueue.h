@@ -30,6 +30,7 @@ class MainQueue {
 // A main queue whose tasks run only when asked to, on the asking thread.
 class ManualMainQueue final : public MainQueue {
  public:
+  ~ManualMainQueue() override;
   void async(Task task) override;
   // Runs queued tasks, including tasks they queue, until none is left; returns how many ran.
   std::size_t runPending();
