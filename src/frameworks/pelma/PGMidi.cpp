@@ -201,8 +201,7 @@ bool PGMidi::followJackServer() {
       if (auto* delegate = delegate_.get()) delegate->destinationRemoved(this, destination.get());
     }
   }
-  if (!platform::jackServerIsRunning()) return false;
-  jack_ = platform::JackClient::shared(clientName_);
+  jack_ = platform::JackClient::shared(clientName_);  // null while no server answers
   if (!jack_ || !openJackVirtualInput()) {
     jack_.reset();
     return false;
