@@ -97,9 +97,9 @@ class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
                         std::uint32_t channelCount,
                         std::uint32_t frames) noexcept PELMA_NONBLOCKING override;
   void outputChanged(const AudioOutput* output) noexcept override;
-  // copyFirst: the first instrument's output is copied into `channels`, not added.
+  // firstIntoOutput: the first instrument renders straight into `channels`, the others are added.
   PELMA_HOT void renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
-                             std::uint32_t frames, bool copyFirst) noexcept;
+                             std::uint32_t frames, bool firstIntoOutput) noexcept;
   // Publishes the graph as it now stands. Waits, at most a bounded time, for the audio thread
   // to let go of the old plan, so that removed players may be destroyed; a plan still held
   // after that (a render that hangs) stays until a later publish reclaims it.

@@ -52,20 +52,21 @@ void AudioGraph::render(const AudioOutput* output, float* const* channels,
   }
   DenormalsFlushed flushed;
   const RenderPlan* plan = planReader_.acquire();
-  // The first instrument's output is copied in and the others added, rather than clearing the
-  // output and adding them all; a mono output (left and right summed) is cleared first.
-  const bool copyFirst = channelCount == 2 && plan->mixerToOutput && !plan->units.empty();
-  if (!copyFirst) clear(channels, channelCount, frames);
+  // The first instrument renders straight into the output and the others are added, rather than
+  // clearing the output and adding them all; a mono output (left and right summed) is cleared
+  // first.
+  const bool firstIntoOutput = channelCount == 2 && plan->mixerToOutput && !plan->units.empty();
+  if (!firstIntoOutput) clear(channels, channelCount, frames);
   float* const stereo[2] = {channels[0], channels[std::min<std::uint32_t>(1, channelCount - 1)]};
   for (std::uint32_t offset = 0; offset < frames; offset += plan->chunkFrames) {
-    renderChunk(*plan, stereo, offset, std::min(plan->chunkFrames, frames - offset), copyFirst);
+    renderChunk(*plan, stereo, offset, std::min(plan->chunkFrames, frames - offset), firstIntoOutput);
   }
   planReader_.release();
   rendering_.store(false, std::memory_order_release);
 }
 
 void AudioGraph::renderChunk(const RenderPlan& plan, float* const* channels, std::uint32_t offset,
-                             std::uint32_t frames, bool copyFirst) noexcept {
+                             std::uint32_t frames, bool firstIntoOutput) noexcept {
   // The sequence plays through the graph's instrument: the first one connected.
   MidiBlock* sequenceMidi = nullptr;
   for (const auto& unit : plan.units) {
@@ -84,18 +85,18 @@ void AudioGraph::renderChunk(const RenderPlan& plan, float* const* channels, std
       unit->setTransportPosition(plan.players.front()->blockPosition());
   }
 
+  float* const targets[2] = {channels[0] + offset, channels[1] + offset};
   for (const auto& unit : plan.units) {
+    if (firstIntoOutput && unit == plan.units.front()) {
+      unit->process(frames, targets);  // straight into the output's buffers
+      continue;
+    }
     unit->process(frames);
     if (!plan.mixerToOutput) continue;
     for (std::uint32_t c = 0; c < 2; ++c) {
       const float* source = unit->output(c);
-      float* target = channels[c] + offset;
-      if (copyFirst && unit == plan.units.front()) {
-        std::memcpy(target, source, frames * sizeof(float));
-      } else {
-        for (std::uint32_t i = 0; i < frames; ++i)
-          target[i] += source[i];
-      }
+      for (std::uint32_t i = 0; i < frames; ++i)
+        targets[c][i] += source[i];
     }
   }
 }

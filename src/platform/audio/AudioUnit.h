@@ -133,9 +133,12 @@ class AudioUnit final : public AudioNode {
   PELMA_HOT MidiBlock& beginBlock(std::uint32_t frames) noexcept;
   // Where the sequence stands at the start of this block (the graph tells it from its player).
   void setTransportPosition(const TransportPosition& position) noexcept { transport_ = position; }
-  // Hands the block's MIDI to the plug-in and runs it for `frames` frames.
-  PELMA_HOT void process(std::uint32_t frames) noexcept;
-  // The rendered audio of the last block: channel 0 and 1 (a mono plug-in gives the same twice).
+  // Hands the block's MIDI to the plug-in and runs it for `frames` frames, into its own buffers,
+  // or, given `into`, straight into the two channels there (a mono plug-in's output is copied
+  // to both): the graph's first instrument then writes where the device reads, with no copy.
+  PELMA_HOT void process(std::uint32_t frames, float* const* into = nullptr) noexcept;
+  // The audio of the last block rendered into its own buffers: channel 0 and 1 (a mono plug-in
+  // gives the same twice).
   PELMA_HOT const float* output(std::uint32_t channel) const noexcept;
 
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
@@ -178,6 +181,8 @@ class AudioUnit final : public AudioNode {
   PELMA_HOT void writeAtomInput(std::uint32_t frames) noexcept;
   void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;
   PELMA_HOT void deliverWorkerResponses() noexcept;
+  // Connects the audio outputs to `into`'s channels, or back to the unit's own buffers.
+  PELMA_HOT void connectOutputs(float* const* into) noexcept;
 
   std::shared_ptr<Lv2World> world_;
   const LilvPlugin* plugin_ = nullptr;
@@ -197,7 +202,8 @@ class AudioUnit final : public AudioNode {
   std::vector<int> atomOutputBuffers_;  // the atom outputs' buffers, reset every block
   int midiInputPort_ = -1;
   bool acceptsTimePosition_ = false;
-  int outputPorts_[2] = {-1, -1};
+  int outputPorts_[2] = {-1, -1};  // the first two audio outputs' port indices (mono: one twice)
+  bool outputsElsewhere_ = false;  // audio thread: the outputs are connected to a caller's buffers
 
   LV2_Atom_Forge forge_{};
   struct {

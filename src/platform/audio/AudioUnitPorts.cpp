@@ -73,7 +73,7 @@ void AudioUnit::findPorts() {
       if (!isInput) {
         p.bufferIndex = static_cast<int>(audioBuffers_.size());
         audioBuffers_.emplace_back(maxFrames_, 0.0f);
-        if (audioOutputs < 2) outputPorts_[audioOutputs++] = p.bufferIndex;
+        if (audioOutputs < 2) outputPorts_[audioOutputs++] = static_cast<int>(index);
       }
     } else if (lilv_port_is_a(plugin_, port, cv)) {
       p.kind = Port::cv;
@@ -105,6 +105,7 @@ void AudioUnit::findPorts() {
 }
 
 void AudioUnit::connectPorts() {
+  outputsElsewhere_ = false;
   for (std::uint32_t index = 0; index < ports_.size(); ++index) {
     Port& p = ports_[index];
     void* location = nullptr;

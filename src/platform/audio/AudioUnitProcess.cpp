@@ -37,7 +37,7 @@ MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
   return midi_;
 }
 
-void AudioUnit::process(std::uint32_t frames) noexcept {
+void AudioUnit::process(std::uint32_t frames, float* const* into) noexcept {
   frames = std::min(frames, maxFrames_);
   // Seen in this order by the main thread's suspendRun (both sequentially consistent): either it
   // waits for this block, or this block sees the suspension and stays silent.
@@ -46,6 +46,10 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
     inRun_.store(false);
     for (auto& buffer : audioBuffers_)
       std::fill_n(buffer.begin(), frames, 0.0f);
+    if (into) {
+      std::fill_n(into[0], frames, 0.0f);
+      std::fill_n(into[1], frames, 0.0f);
+    }
     // This block's MIDI is lost with it: no note may wait for a note off that never comes.
     releaseAllNotes_.store(true, std::memory_order_relaxed);
     return;
@@ -66,7 +70,14 @@ void AudioUnit::process(std::uint32_t frames) noexcept {
     atom->type = chunkType_;
   }
   writeAtomInput(frames);
+  connectOutputs(into);
   lilv_instance_run(instance_, frames);  // the graph's callback has flushed denormals
+  if (into && outputPorts_[0] < 0) {  // no audio output: silence
+    std::fill_n(into[0], frames, 0.0f);
+    std::fill_n(into[1], frames, 0.0f);
+  } else if (into && outputPorts_[0] == outputPorts_[1]) {  // mono: the same on both sides
+    std::memcpy(into[1], into[0], frames * sizeof(float));
+  }
   forwardPluginEvents();
   deliverWorkerResponses();
   inRun_.store(false, std::memory_order_release);
@@ -213,9 +224,21 @@ void AudioUnit::forwardPluginEvents() noexcept {
   }
 }
 
+// A device may hand out other buffers every period: they are connected anew every block.
+void AudioUnit::connectOutputs(float* const* into) noexcept {
+  if (!into && !outputsElsewhere_) return;
+  outputsElsewhere_ = into != nullptr;
+  for (std::uint32_t c = 0; c < 2; ++c) {
+    const int port = outputPorts_[c];
+    if (port < 0 || (c == 1 && port == outputPorts_[0])) continue;
+    lilv_instance_connect_port(instance_, static_cast<std::uint32_t>(port),
+                               into ? into[c] : audioBuffers_[ports_[port].bufferIndex].data());
+  }
+}
+
 const float* AudioUnit::output(std::uint32_t channel) const noexcept {
-  const int buffer = outputPorts_[std::min<std::uint32_t>(channel, 1)];
-  return buffer >= 0 ? audioBuffers_[buffer].data() : silence_.data();
+  const int port = outputPorts_[std::min<std::uint32_t>(channel, 1)];
+  return port >= 0 ? audioBuffers_[ports_[port].bufferIndex].data() : silence_.data();
 }
 
 }  // namespace platform

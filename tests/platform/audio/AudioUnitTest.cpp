@@ -177,13 +177,16 @@ TEST(AudioUnit, RunsAPluginThatNeedsTheWorker) {
 }
 
 // run() is called with flush-to-zero and denormals-are-zero on (the probe plays 1 only then), and
-// the rendering thread gets its own mode back.
+// the rendering thread gets its own mode back. The probe is mono: it is heard on both sides.
 TEST(AudioUnit, RunsPlugInsWithDenormalsFlushedAndRestoresTheThreadsMode) {
   constexpr unsigned kModeBits = ~0x3Fu;  // not the exception flags, which any sum may raise
   const unsigned before = _mm_getcsr() & kModeBits;
   OfflineRig rig("Float Mode Probe", 64);
-  const auto rendered = rig.render(64);
-  EXPECT_EQ(rendered.front(), 1.0f);
+  std::vector<float> left(64), right(64);
+  float* const out[2] = {left.data(), right.data()};
+  rig.graph.renderOffline(64, out);
+  EXPECT_EQ(left.front(), 1.0f);
+  EXPECT_EQ(right.back(), 1.0f);
   EXPECT_EQ(_mm_getcsr() & kModeBits, before);
 }
 
