@@ -59,7 +59,8 @@ void AudioGraph::render(const AudioOutput* output, float* const* channels,
   if (!firstIntoOutput) clear(channels, channelCount, frames);
   float* const stereo[2] = {channels[0], channels[std::min<std::uint32_t>(1, channelCount - 1)]};
   for (std::uint32_t offset = 0; offset < frames; offset += plan->chunkFrames) {
-    renderChunk(*plan, stereo, offset, std::min(plan->chunkFrames, frames - offset), firstIntoOutput);
+    renderChunk(*plan, stereo, offset, std::min(plan->chunkFrames, frames - offset),
+                firstIntoOutput);
   }
   planReader_.release();
   rendering_.store(false, std::memory_order_release);

@@ -72,7 +72,7 @@ void AudioUnit::process(std::uint32_t frames, float* const* into) noexcept {
   writeAtomInput(frames);
   connectOutputs(into);
   lilv_instance_run(instance_, frames);  // the graph's callback has flushed denormals
-  if (into && outputPorts_[0] < 0) {  // no audio output: silence
+  if (into && outputPorts_[0] < 0) {     // no audio output: silence
     std::fill_n(into[0], frames, 0.0f);
     std::fill_n(into[1], frames, 0.0f);
   } else if (into && outputPorts_[0] == outputPorts_[1]) {  // mono: the same on both sides
