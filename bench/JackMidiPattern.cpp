@@ -109,7 +109,15 @@ int main(int argc, char** argv) {
                  argv[0]);
     return 2;
   }
-  jack_client_t* client = jack_client_open("pelma-pattern", JackNoStartServer, nullptr);
+  // A server busy with other clients opening at the same moment may turn one away: retry for a
+  // few seconds.
+  jack_client_t* client = nullptr;
+  jack_set_error_function([](const char*) {});  // quiet while retrying
+  for (int attempt = 0; !client && attempt < 30; ++attempt) {
+    if (attempt > 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    client = jack_client_open("pelma-pattern", JackNoStartServer, nullptr);
+  }
+  jack_set_error_function(nullptr);  // the default again
   if (!client) {
     std::fprintf(stderr, "no JACK server\n");
     return 1;

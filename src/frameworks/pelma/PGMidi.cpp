@@ -125,7 +125,9 @@ PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
   virtualSource_ = std::make_shared<PGMidiSource>(clientName_, false);
   if (system_ == System::jack) {
     jack_ = platform::JackClient::shared(clientName_);
-    if (!jack_ || !openJackVirtualInput()) {
+    if (jack_ && openJackVirtualInput()) {
+      watchJack();
+    } else {
       platform::log("MIDI: cannot open the JACK MIDI system");
       system_ = System::none;
       virtualSource_.reset();
@@ -165,6 +167,7 @@ PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
 PGMidi::~PGMidi() {
   network_.reset();
   alive_->store(false);
+  releaseJack();
   {
     std::lock_guard lock(pollMutex_);
     stopPolling_ = true;
@@ -180,6 +183,29 @@ bool PGMidi::openJackVirtualInput() {
   return true;
 }
 
+void PGMidi::watchJack() {
+  jack_->setPortsNotice(&PGMidi::jackPortsChanged, this);
+  std::lock_guard lock(pollMutex_);
+  jackWatched_ = true;
+  pollWake_.notify_all();
+}
+
+void PGMidi::releaseJack() {
+  if (!jack_) return;
+  jack_->clearPortsNotice(this);
+  jack_.reset();
+  std::lock_guard lock(pollMutex_);
+  jackWatched_ = false;  // polling again, to find a server that comes back
+  pollWake_.notify_all();
+}
+
+void PGMidi::jackPortsChanged(void* user) noexcept {
+  auto* self = static_cast<PGMidi*>(user);
+  std::lock_guard lock(self->pollMutex_);
+  self->refreshRequested_ = true;
+  self->pollWake_.notify_all();
+}
+
 bool PGMidi::followJackServer() {
   if (jack_ && jack_->isAlive()) return true;
   if (jack_) {
@@ -193,7 +219,7 @@ bool PGMidi::followJackServer() {
       return true;
     });
     const auto goneDestinations = std::exchange(destinations_, {});
-    jack_.reset();
+    releaseJack();
     for (const auto& source : gone) {
       if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
     }
@@ -203,9 +229,10 @@ bool PGMidi::followJackServer() {
   }
   jack_ = platform::JackClient::shared(clientName_);  // null while no server answers
   if (!jack_ || !openJackVirtualInput()) {
-    jack_.reset();
+    releaseJack();
     return false;
   }
+  watchJack();
   platform::log("MIDI: JACK server back; virtual input \"{}\"", virtualDestinationPortName());
   return true;
 }
@@ -414,7 +441,15 @@ void PGMidi::startHotPlugPolling() {
   if (system_ == System::none || pollThread_.joinable()) return;
   pollThread_ = std::thread([this, alive = alive_] {
     std::unique_lock lock(pollMutex_);
-    while (!pollWake_.wait_for(lock, kHotPlugInterval, [this] { return stopPolling_; })) {
+    while (true) {
+      if (jackWatched_) {
+        pollWake_.wait(lock);  // a ports notice, or no longer watched
+      } else {
+        pollWake_.wait_for(lock, kHotPlugInterval);
+      }
+      if (stopPolling_) return;
+      if (jackWatched_ && !refreshRequested_) continue;
+      refreshRequested_ = false;
       platform::dispatchAsyncMain([this, alive] {
         if (alive->load()) refresh();
       });

@@ -11,8 +11,9 @@
 // Each source hands what it receives to its delegates as a packet list (see MIDIPacketList.h),
 // one list per incoming message, on the MIDI system's receive thread (on JACK the audio thread:
 // delegates must not allocate, lock or wait). A source that is not active delivers nothing. The
-// port lists are refreshed on the main thread about once a second; the delegate hears of each port
-// that appears or goes, on the main thread.
+// port lists are refreshed on the main thread: on JACK whenever the server tells of a port that
+// appeared or went, otherwise (ALSA, or while no JACK server runs) about once a second. The
+// delegate hears of each port that appears or goes, on the main thread.
 
 #include <rtmidi/RtMidi.h>
 
@@ -159,9 +160,9 @@ class PGMidi {
   void connectToNetworkPeer(const std::string& host, std::uint16_t port);
 
   // Main thread: compares the ports there are with the known ones, opens and closes sources and
-  // tells the delegate. Also run about once a second from start().
+  // tells the delegate. Also run from start() when the ports may have changed.
   void refresh();
-  // Starts the once-a-second refresh on the main queue.
+  // Starts refreshing on the main queue when the ports may have changed.
   void startHotPlugPolling();
 
  private:
@@ -169,6 +170,11 @@ class PGMidi {
   // JACK: true while there is a server; opens our inputs again on a server that came back.
   bool followJackServer();
   bool openJackVirtualInput();
+  // Main thread: jack_ is watched through its ports notice (no polling then), or is let go.
+  void watchJack();
+  void releaseJack();
+  // A thread of libjack's: a port appeared or went, or the server went away.
+  static void jackPortsChanged(void* self) noexcept;
   std::unique_ptr<RtMidiIn> newInput() const;
   bool isOurPort(const std::string& portName) const;
   void applyStoredChoice(PGMidiSource& source) const;
@@ -201,4 +207,6 @@ class PGMidi {
   std::mutex pollMutex_;
   std::condition_variable pollWake_;
   bool stopPolling_ = false;
+  bool refreshRequested_ = false;  // by the JACK server's ports notice
+  bool jackWatched_ = false;       // the notice tells of every change: no polling
 };

@@ -50,6 +50,10 @@ bool JackClient::activate() {
   return jack_set_process_callback(client_, &process, this) == 0 &&
          jack_set_buffer_size_callback(client_, &bufferSizeChanged, this) == 0 &&
          jack_set_sample_rate_callback(client_, &sampleRateChanged, this) == 0 &&
+         jack_set_port_registration_callback(
+             client_,
+             [](jack_port_id_t, int, void* self) { static_cast<JackClient*>(self)->notifyPorts(); },
+             this) == 0 &&
          jack_activate(client_) == 0;
 }
 
@@ -125,11 +129,31 @@ void JackClient::clearAudio(void* user) {
   audioUser_.store(nullptr);
 }
 
+// --- Ports --------------------------------------------------------------------------------------
+
+void JackClient::setPortsNotice(ChangeNotice notice, void* user) {
+  portsUser_.store(user);
+  portsNotice_.store(notice);
+}
+
+void JackClient::clearPortsNotice(void* user) {
+  if (portsUser_.load() != user) return;
+  portsNotice_.store(nullptr);
+  waitUntilIdle();
+  portsUser_.store(nullptr);
+}
+
 // --- JACK's notification threads ----------------------------------------------------------
 
 void JackClient::notifyAudio() noexcept {
   busy_.fetch_add(1);
   if (ChangeNotice notice = audioNotice_.load()) notice(audioUser_.load());
+  busy_.fetch_sub(1);
+}
+
+void JackClient::notifyPorts() noexcept {
+  busy_.fetch_add(1);
+  if (ChangeNotice notice = portsNotice_.load()) notice(portsUser_.load());
   busy_.fetch_sub(1);
 }
 
@@ -154,6 +178,7 @@ void JackClient::serverShutDown(int, const char*, void* user) noexcept {
   auto* self = static_cast<JackClient*>(user);
   self->shutDown_.store(true, std::memory_order_release);
   self->notifyAudio();
+  self->notifyPorts();
 }
 
 }  // namespace platform

@@ -28,7 +28,8 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
                                 std::size_t size) noexcept;
   // Renders one period. Process thread.
   using AudioProcess = void (*)(void* user, std::uint32_t frames) noexcept;
-  // The server went away, or changed its rate or period. A thread of libjack's; no JACK calls.
+  // A change the server tells of (see setAudio and setPortsNotice). A thread of libjack's; no
+  // JACK calls.
   using ChangeNotice = void (*)(void* user) noexcept;
 
   static constexpr std::size_t kMaxMidiInputs = 64;
@@ -83,6 +84,12 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   // most (a server that hangs inside a period must not hang the caller).
   void waitUntilIdle() const;
 
+  // The ports watcher, at most one: its notice is called when a port of any client appears or
+  // goes, and when the server goes away. Main thread; after clearPortsNotice returns, `user`'s
+  // notice is not called any more.
+  void setPortsNotice(ChangeNotice notice, void* user);
+  void clearPortsNotice(void* user);
+
  private:
   struct MidiSlot {
     std::atomic<jack_port_t*> port{nullptr};  // null: free
@@ -99,6 +106,7 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   static int sampleRateChanged(std::uint32_t rate, void* self) noexcept;
   static void serverShutDown(int status, const char* reason, void* self) noexcept;
   void notifyAudio() noexcept;
+  void notifyPorts() noexcept;
 
   jack_client_t* client_;
   std::string name_;
@@ -114,6 +122,9 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   std::atomic<AudioProcess> audioProcess_{nullptr};
   std::atomic<ChangeNotice> audioNotice_{nullptr};
   std::atomic<void*> audioUser_{nullptr};
+
+  std::atomic<ChangeNotice> portsNotice_{nullptr};
+  std::atomic<void*> portsUser_{nullptr};
 };
 
 }  // namespace platform
