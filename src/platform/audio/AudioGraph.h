@@ -38,7 +38,8 @@ class MusicPlayer;
 inline constexpr const char* kAudioGraphConfigurationChangeNotification =
     "AudioGraphConfigurationChange";
 
-class AudioGraph final : public MusicRenderTarget, private AudioRenderer {
+// The renderer is the first base: the output calls render() without an adjusting thunk.
+class AudioGraph final : private AudioRenderer, public MusicRenderTarget {
  public:
   AudioGraph();
   ~AudioGraph();

@@ -234,7 +234,7 @@ class AudioUnit final : public AudioNode {
   std::atomic<bool> workerRunning_{false};
 
   // The editor's messages (see sendEditorEvent): each a port index and then an atom.
-  void writeEditorEvents(LV2_Atom_Forge& forge) noexcept;
+  PELMA_HOT void writeEditorEvents(LV2_Atom_Forge& forge) noexcept;
   PELMA_HOT void forwardPluginEvents() noexcept;
   static constexpr std::uint32_t kEditorMessageSize = 32768;
   ByteRing guiToAudio_{1 << 16};  // main thread -> audio thread: the editor's atoms
