@@ -102,6 +102,7 @@ void AudioUnit::findPorts() {
     }
   }
   if (outputPorts_[1] < 0) outputPorts_[1] = outputPorts_[0];
+  if (midiInputPort_ >= 0) midiInputBuffer_ = &atomBuffers_[ports_[midiInputPort_].bufferIndex];
 }
 
 void AudioUnit::connectPorts() {

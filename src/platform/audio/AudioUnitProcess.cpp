@@ -84,14 +84,13 @@ void AudioUnit::process(std::uint32_t frames, float* const* into) noexcept {
 }
 
 const LV2_Atom_Sequence* AudioUnit::lastAtomInput() const noexcept {
-  if (midiInputPort_ < 0) return nullptr;
-  return reinterpret_cast<const LV2_Atom_Sequence*>(
-      atomBuffers_[ports_[midiInputPort_].bufferIndex].data());
+  if (!midiInputBuffer_) return nullptr;
+  return reinterpret_cast<const LV2_Atom_Sequence*>(midiInputBuffer_->data());
 }
 
 void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
-  if (midiInputPort_ < 0) return;
-  auto& buffer = atomBuffers_[ports_[midiInputPort_].bufferIndex];
+  if (!midiInputBuffer_) return;
+  auto& buffer = *midiInputBuffer_;
   LV2_Atom_Forge& forge = forge_;
   lv2_atom_forge_set_buffer(&forge, buffer.data(), buffer.size());
   LV2_Atom_Forge_Frame sequenceFrame;
