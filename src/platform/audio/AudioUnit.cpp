@@ -162,7 +162,7 @@ void AudioUnit::setMusicalContextBlock(MusicalContextBlock block) {
 }
 
 bool AudioUnit::sendObjectMessage(const std::string& typeUri) {
-  if (midiInputPort_ < 0) return false;
+  if (!midiInputBuffer_) return false;
   const LV2_Atom_Object object{{sizeof(LV2_Atom_Object_Body), world_->map(LV2_ATOM__Object)},
                                {0, world_->map(typeUri.c_str())}};
   return sendEditorEvent(object.atom);

@@ -200,8 +200,8 @@ class AudioUnit final : public AudioNode {
   std::vector<float> silence_;
   std::vector<std::vector<std::uint8_t>> atomBuffers_;
   std::vector<int> atomOutputBuffers_;  // the atom outputs' buffers, reset every block
-  int midiInputPort_ = -1;
-  // The MIDI input's atom buffer, kept at hand: the audio thread writes it every block.
+  // The MIDI input's atom buffer (null without one), kept at hand: the audio thread writes it
+  // every block.
   std::vector<std::uint8_t>* midiInputBuffer_ = nullptr;
   bool acceptsTimePosition_ = false;
   int outputPorts_[2] = {-1, -1};  // the first two audio outputs' port indices (mono: one twice)

@@ -63,6 +63,7 @@ void AudioUnit::findPorts() {
   ports_.resize(count);
   silence_.assign(maxFrames_, 0.0f);
   int audioOutputs = 0;
+  int midiInputPort = -1;
   for (std::uint32_t index = 0; index < count; ++index) {
     const LilvPort* port = lilv_plugin_get_port_by_index(plugin_, index);
     Port& p = ports_[index];
@@ -95,14 +96,15 @@ void AudioUnit::findPorts() {
       p.bufferIndex = static_cast<int>(atomBuffers_.size());
       atomBuffers_.emplace_back(kAtomBufferSize, 0);
       if (!isInput) atomOutputBuffers_.push_back(p.bufferIndex);
-      if (isInput && midiInputPort_ < 0 && lilv_port_supports_event(plugin_, port, midiEvent)) {
-        midiInputPort_ = static_cast<int>(index);
+      if (isInput && midiInputPort < 0 && lilv_port_supports_event(plugin_, port, midiEvent)) {
+        midiInputPort = static_cast<int>(index);
         acceptsTimePosition_ = lilv_port_supports_event(plugin_, port, position);
       }
     }
   }
   if (outputPorts_[1] < 0) outputPorts_[1] = outputPorts_[0];
-  if (midiInputPort_ >= 0) midiInputBuffer_ = &atomBuffers_[ports_[midiInputPort_].bufferIndex];
+  // Only now: atomBuffers_ may have moved its elements while it grew.
+  if (midiInputPort >= 0) midiInputBuffer_ = &atomBuffers_[ports_[midiInputPort].bufferIndex];
 }
 
 void AudioUnit::connectPorts() {
