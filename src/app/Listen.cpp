@@ -1,8 +1,12 @@
 #include "app/Listen.h"
 
+#include <pthread.h>
+
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -15,17 +19,46 @@
 namespace app {
 namespace {
 
-std::atomic<bool> stopRequested{false};
+// SIGINT and SIGTERM are taken by a thread of their own, which queues the stop on the main queue:
+// the main thread sleeps until there is work or the time is up, and never wakes just to look. The
+// signals are blocked before any other thread starts (JACK's among them), so only this one
+// receives them.
+class StopSignals {
+ public:
+  explicit StopSignals(std::function<void()> onStop) {
+    sigemptyset(&signals_);
+    sigaddset(&signals_, SIGINT);
+    sigaddset(&signals_, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    thread_ = std::thread([this, onStop = std::move(onStop)] {
+      int signal = 0;
+      sigwait(&signals_, &signal);
+      if (!leaving_.load()) onStop();
+    });
+  }
+  // The signals stay blocked: the process ends after listening, and a second Ctrl+C must not
+  // cut the clean stop short.
+  ~StopSignals() {
+    leaving_.store(true);
+    pthread_kill(thread_.native_handle(), SIGTERM);
+    thread_.join();
+  }
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
 
-void requestStop(int) {
-  stopRequested.store(true);
-}
+ private:
+  sigset_t signals_;
+  std::atomic<bool> leaving_{false};
+  std::thread thread_;
+};
 
 }  // namespace
 
 int listenLive(const ListenOptions& options) {
   platform::ManualMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
+  bool stopRequested = false;
+  StopSignals stopSignals([&] { mainQueue.async([&] { stopRequested = true; }); });
   InstrumentGraph instrument(options.pluginName, false);
   if (!instrument.graph.start()) return 1;
 
@@ -46,15 +79,14 @@ int listenLive(const ListenOptions& options) {
                   midi.virtualDestinationPortName(), channel);
   }
 
-  std::signal(SIGINT, requestStop);
-  std::signal(SIGTERM, requestStop);
-  const auto deadline = std::chrono::steady_clock::now() +
-                        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                            std::chrono::duration<double>(options.seconds));
-  while (!stopRequested.load() &&
-         (options.seconds <= 0.0 || std::chrono::steady_clock::now() < deadline)) {
-    // Asleep until there is work; the bound lets a stop request (a signal) end the loop.
-    mainQueue.waitForTask(std::chrono::milliseconds(250));
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = options.seconds > 0.0
+                            ? Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                                 std::chrono::duration<double>(options.seconds))
+                            : Clock::time_point::max();
+  while (!stopRequested && Clock::now() < deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    mainQueue.waitForTask(std::min<std::chrono::milliseconds>(left, std::chrono::hours(24)));
     mainQueue.runPending();
   }
 

@@ -54,7 +54,7 @@ void MidiEventRouter::handleMidiEvent(std::uint8_t status, std::uint8_t /*channe
                                       std::uint8_t data1, std::uint8_t data2,
                                       std::uint64_t /*startFrame*/) {
   send(status, data1, data2);
-  if ((status & 0xE0) != 0x80) return;
+  if ((status & 0xE0) != 0x80 || !recordsNotes()) return;
   const float velocity = static_cast<float>(data2) / 128.0f;
   if (midiToMain_.push({status, data1, velocity})) {
     notesQueued_.signal();

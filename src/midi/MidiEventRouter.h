@@ -59,6 +59,9 @@ class MidiEventRouter : public KRPianoViewDelegate,
   virtual platform::AudioComponentInstance synth() const = 0;
   virtual KRSequencerController* sequencerController() const = 0;
   virtual PGMidi* midi() const = 0;
+  // Whether note messages go to a sequencer at all (read on the receive thread; fixed for the
+  // router's life): without one, the receive thread neither queues them nor wakes the main thread.
+  virtual bool recordsNotes() const { return true; }
 
  private:
   void send(std::uint32_t status, std::uint32_t data1, std::uint32_t data2) const;
@@ -89,6 +92,7 @@ class ConnectedMidiRouter final : public MidiEventRouter {
   platform::AudioComponentInstance synth() const override { return instrument_; }
   KRSequencerController* sequencerController() const override { return sequencer_; }
   PGMidi* midi() const override { return midi_; }
+  bool recordsNotes() const override { return sequencer_ != nullptr; }
 
  private:
   platform::AudioComponentInstance instrument_;
