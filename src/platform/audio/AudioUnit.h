@@ -161,7 +161,6 @@ class AudioUnit final : public AudioNode {
   struct Port {
     enum Kind { audioIn, audioOut, controlIn, controlOut, atomIn, atomOut, cv, other } kind = other;
     std::string symbol;
-    float value = 0.0f;         // control ports: the value the plug-in reads or writes
     int controlIndex = -1;      // control inputs: index into controlTargets_
     int bufferIndex = -1;       // index into audioBuffers_ or atomBuffers_
     float forwarded = NAN;      // control outputs: the value last given to the editor
@@ -194,6 +193,9 @@ class AudioUnit final : public AudioNode {
   std::uint32_t maxFrames_ = 0;
 
   std::vector<Port> ports_;
+  // Control ports' values, the one the plug-in reads or writes, side by side (one per port): a
+  // plug-in may read every control at every run, and they then share a few cache lines.
+  std::vector<float> portValues_;
   std::vector<std::unique_ptr<std::atomic<float>>> controlTargets_;  // one per control input
   std::atomic<bool> controlsChanged_{true};  // a target changed since the audio thread copied them
   std::vector<std::vector<float>> audioBuffers_;

@@ -61,6 +61,7 @@ void AudioUnit::findPorts() {
   std::vector<float> minimum(count), maximum(count), defaults(count);
   lilv_plugin_get_port_ranges_float(plugin_, minimum.data(), maximum.data(), defaults.data());
   ports_.resize(count);
+  portValues_.assign(count, 0.0f);
   silence_.assign(maxFrames_, 0.0f);
   int audioOutputs = 0;
   int midiInputPort = -1;
@@ -85,7 +86,7 @@ void AudioUnit::findPorts() {
       // A missing (NaN) default means the minimum, or 0 without one.
       float value = defaults[index];
       if (std::isnan(value)) value = std::isnan(minimum[index]) ? 0.0f : minimum[index];
-      p.value = value;
+      portValues_[index] = value;
       p.defaultValue = value;
       if (isInput) {
         p.controlIndex = static_cast<int>(controlTargets_.size());
@@ -122,7 +123,7 @@ void AudioUnit::connectPorts() {
         break;
       case Port::controlIn:
       case Port::controlOut:
-        location = &p.value;
+        location = &portValues_[index];
         break;
       case Port::atomIn:
       case Port::atomOut:

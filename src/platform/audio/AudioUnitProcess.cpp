@@ -58,9 +58,9 @@ void AudioUnit::process(std::uint32_t frames, float* const* into) noexcept {
   // first, so a change made during the copy is copied again next block).
   if (controlsChanged_.load(std::memory_order_relaxed) &&
       controlsChanged_.exchange(false, std::memory_order_acquire)) {
-    for (Port& p : ports_) {
-      if (p.kind == Port::controlIn)
-        p.value = controlTargets_[p.controlIndex]->load(std::memory_order_relaxed);
+    for (std::size_t i = 0; i < ports_.size(); ++i) {
+      if (ports_[i].kind == Port::controlIn)
+        portValues_[i] = controlTargets_[ports_[i].controlIndex]->load(std::memory_order_relaxed);
     }
   }
   for (const int buffer : atomOutputBuffers_) {
@@ -208,9 +208,9 @@ void AudioUnit::forwardPluginEvents() noexcept {
   };
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     Port& p = ports_[i];
-    if (p.kind == Port::controlOut && p.value != p.forwarded) {
-      p.forwarded = p.value;
-      const LV2_Atom_Float value{{sizeof(float), forge_.Float}, p.value};
+    if (p.kind == Port::controlOut && portValues_[i] != p.forwarded) {
+      p.forwarded = portValues_[i];
+      const LV2_Atom_Float value{{sizeof(float), forge_.Float}, portValues_[i]};
       send(i, value.atom);
     } else if (p.kind == Port::atomOut) {
       const auto* sequence =
