@@ -77,10 +77,18 @@ TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
   Session session(graph);
   ASSERT_TRUE(graph.start());
   ASSERT_EQ(graph.outputName(), "JACK (system)");
-  // MIDI from another process, into the router that plays the instrument and queues the notes
-  // for a sequencer (none here).
+  // MIDI from another process, into a router that plays the instrument and queues the notes for
+  // a sequencer (none here: the main thread drops them).
   PGMidi midi("pelma-allocations");
-  ConnectedMidiRouter router(unit.get(), nullptr, &midi);
+  struct NoteQueuingRouter final : MidiEventRouter {
+    NoteQueuingRouter(platform::AudioComponentInstance unit, PGMidi* midi)
+        : unit_(unit), midi_(midi) {}
+    platform::AudioComponentInstance synth() const override { return unit_; }
+    KRSequencerController* sequencerController() const override { return nullptr; }
+    PGMidi* midi() const override { return midi_; }
+    platform::AudioComponentInstance unit_;
+    PGMidi* midi_;
+  } router(unit.get(), &midi);
   struct Counter : PGMidiSourceDelegate {
     void midiReceived(PGMidiSource*, const std::uint8_t*, std::size_t) override { ++lists; }
     std::atomic<int> lists{0};
