@@ -208,9 +208,11 @@ void AudioUnit::forwardPluginEvents() noexcept {
   };
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     Port& p = ports_[i];
-    if (p.kind == Port::controlOut && portValues_[i] != p.forwarded) {
-      p.forwarded = portValues_[i];
-      const LV2_Atom_Float value{{sizeof(float), forge_.Float}, portValues_[i]};
+    if (p.kind == Port::controlOut) {
+      const float now = portValues_[i];
+      if (now == p.forwarded) continue;
+      p.forwarded = now;
+      const LV2_Atom_Float value{{sizeof(float), forge_.Float}, now};
       send(i, value.atom);
     } else if (p.kind == Port::atomOut) {
       const auto* sequence =
