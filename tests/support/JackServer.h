@@ -43,17 +43,12 @@ class JackServer {
     return pid_ > 0 && waitFor(twiceInARow, std::chrono::seconds(5));
   }
 
-  // A frozen server ends too: it is woken to take the signal.
   void stop() {
     if (pid_ <= 0) return;
     kill(pid_, SIGTERM);
-    kill(pid_, SIGCONT);
     waitForExit(pid_);
     pid_ = 0;
   }
-
-  // A server that hangs: it runs no more periods and tells its clients nothing.
-  void freeze() const { kill(pid_, SIGSTOP); }
 
  private:
   void stopLeftoverServer() const {

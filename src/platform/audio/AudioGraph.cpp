@@ -191,11 +191,10 @@ void AudioGraph::monitor() {
   std::uint64_t lastBlocks = 0;
   int stalledChecks = 0;
   int checksSinceProbe = 0;
-  bool watching = false;  // an output is running: its block count is looked at now and then
-  auto interval = 250ms;
+  bool watching = false;  // the output can only be watched, not heard from
   while (true) {
     if (watching) {
-      monitorWake_.try_acquire_for(interval);
+      monitorWake_.try_acquire_for(250ms);
     } else {
       monitorWake_.acquire();
     }
@@ -203,17 +202,13 @@ void AudioGraph::monitor() {
     bool changed = false;
     {
       std::lock_guard lock(controlMutex_);
-      watching = running_ && output_;
+      watching = running_ && output_ && !output_->reportsChanges();
       if (!running_ || !output_) continue;
-      // An output that reports its own changes is still watched, slowly: a notice can be missed
-      // (libjack sometimes misses a server that vanished), and it would then stay silent for good.
-      const bool reports = output_->reportsChanges();
-      interval = reports ? 1000ms : 250ms;
       const bool onNullOutput = output_->name() == "null output";
       const std::uint64_t blocks = output_->blocksRendered();
       stalledChecks = blocks == lastBlocks ? stalledChecks + 1 : 0;
       lastBlocks = blocks;
-      const bool stalled = stalledChecks >= (reports ? 3 : 4);
+      const bool stalled = !output_->reportsChanges() && stalledChecks >= 4;
       if (!onNullOutput && (!output_->isAlive() || stalled)) {
         if (output_->sampleRate() != renderSampleRate_.load()) {
           log("Audio output {} now runs at {} Hz", output_->name(), output_->sampleRate());
@@ -221,11 +216,9 @@ void AudioGraph::monitor() {
           log("Audio output {} went away", output_->name());
         }
         activeOutput_.store(nullptr, std::memory_order_release);
-        if (reports) {
+        if (output_->reportsChanges()) {
           // It told us itself, so its library is done with it: closed now, before a new client
-          // of the same library opens (libjack cannot close a dead client after that). One that
-          // went silent without telling cannot be closed at all, and is left behind.
-          if (output_->isAlive()) output_->abandon();
+          // of the same library opens (libjack cannot close a dead client after that).
           output_.reset();
         } else {
           // The library may still be closing the lost stream on a thread of its own: keep the

@@ -138,9 +138,8 @@ class AudioGraph final : private AudioRenderer, public MusicRenderTarget {
   // Main thread: expires when the graph goes, so that a change queued for the main thread is
   // not delivered for a graph that no longer exists.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-  // Watches the running output: woken by an output that reports its own changes (JACK), and
-  // every second for those in case a notice is missed, or every 250 ms for outputs that can only
-  // be watched (a stalled block count, a JACK server that appears).
+  // Watches the output: woken by an output that reports its own changes (JACK), or every 250 ms
+  // for outputs that can only be watched (a stalled block count, a JACK server that appears).
   std::thread monitorThread_;
   std::counting_semaphore<> monitorWake_{0};
   std::atomic<bool> monitorStopping_{false};

@@ -36,13 +36,9 @@ class AudioOutput {
   virtual void stop() = 0;
   // False once the device or server has gone away (the stream no longer runs by itself).
   virtual bool isAlive() const = 0;
-  // True when the output calls outputChanged itself when it goes away or changes, so that it is
-  // watched only slowly, in case the notice never comes; false when only a stalled block count
-  // tells.
+  // True when the output calls outputChanged itself when it goes away or changes, so that nobody
+  // needs to watch it; false when only a stalled block count tells.
   virtual bool reportsChanges() const { return false; }
-  // Called when it stopped calling without telling (so its library may still wait on a server
-  // that will never answer): its destructor must then not close what closing would hang on.
-  virtual void abandon() {}
   virtual double sampleRate() const = 0;
   virtual std::uint32_t bufferFrames() const = 0;
   // A name for the log: "JACK (system)", "null output", ...

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 #include "platform/foundation/Log.h"
 
@@ -67,18 +66,6 @@ void JackClient::waitUntilIdle() const {
     }
     std::this_thread::yield();
   }
-}
-
-void JackClient::abandon() {
-  // Never destroyed, not even at exit, where closing the clients would hang or crash libjack.
-  static auto* const mutex = new std::mutex;
-  static auto* const abandoned = new std::vector<std::shared_ptr<JackClient>>;
-  {
-    std::lock_guard lock(*mutex);
-    abandoned->push_back(shared_from_this());
-  }
-  shutDown_.store(true, std::memory_order_release);
-  notifyPorts();
 }
 
 // --- MIDI inputs --------------------------------------------------------------------------------

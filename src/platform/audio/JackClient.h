@@ -66,12 +66,7 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   jack_client_t* handle() const { return client_; }
   // The name the server gave us (it adds a number when the one asked for is taken).
   const std::string& name() const { return name_; }
-  // Gives up on a client whose periods stopped without a notice from its server (libjack then
-  // waits on a server that is gone or hung, and closing it would never return): it counts as
-  // gone, is never closed, and is kept for the process's life, so that a server that wakes up
-  // still finds its callbacks. The ports watcher is told, as when the server goes away.
-  void abandon();
-  // False once the server has shut down or dropped this client, or it was abandoned.
+  // False once the server has shut down or dropped this client.
   bool isAlive() const { return !shutDown_.load(std::memory_order_acquire); }
   double sampleRate() const { return sampleRate_.load(std::memory_order_acquire); }
   std::uint32_t bufferFrames() const { return bufferFrames_.load(std::memory_order_acquire); }

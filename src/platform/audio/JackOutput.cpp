@@ -70,7 +70,6 @@ class JackOutput final : public AudioOutput {
     return client_->isAlive() && client_->sampleRate() == openedRate_;
   }
   bool reportsChanges() const override { return true; }
-  void abandon() override { client_->abandon(); }
   double sampleRate() const override { return client_->sampleRate(); }
   std::uint32_t bufferFrames() const override { return client_->bufferFrames(); }
   std::string name() const override {

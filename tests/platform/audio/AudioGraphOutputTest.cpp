@@ -1,6 +1,6 @@
 // The audio graph on real outputs, in real time: a JACK server with the dummy driver, and the
-// null output while no server runs. The server goes away, comes back, hangs, and changes its
-// period and rate while the graph plays.
+// null output while no server runs. The server goes away, comes back, and changes its period and
+// rate while the graph plays.
 
 #include "platform/audio/AudioGraph.h"
 
@@ -169,13 +169,6 @@ TEST(AudioGraphOutput, FollowsTheJackServerAwayAndBack) {
   ASSERT_TRUE(playing.graph.start());
   EXPECT_EQ(playing.graph.outputName(), "JACK (system)");
   EXPECT_TRUE(playing.clockRuns());
-
-  // A server that stops answering sends no notice: the graph hears its silence, and leaves its
-  // client behind (libjack would wait for the server forever to close it).
-  server.freeze();
-  ASSERT_TRUE(changesReach(3));
-  EXPECT_FALSE(playing.graph.isRunning());
-  server.stop();
   center.removeObserver(observer);
   EXPECT_TRUE(onMainThread);
   EXPECT_TRUE(log.contains("Audio output JACK (system) went away"));
