@@ -217,8 +217,8 @@ void AudioGraph::monitor() {
         }
         activeOutput_.store(nullptr, std::memory_order_release);
         if (output_->reportsChanges()) {
-          // It told us itself, so its library is done with it: closed now, before a new client
-          // of the same library opens (libjack cannot close a dead client after that).
+          // It told us itself, and its client is not closed (libjack closes it when the next
+          // client opens): nothing here waits on the library, so the output goes now.
           output_.reset();
         } else {
           // The library may still be closing the lost stream on a thread of its own: keep the

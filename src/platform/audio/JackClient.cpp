@@ -6,6 +6,7 @@
 #include <chrono>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "platform/foundation/Log.h"
 
@@ -19,7 +20,7 @@ std::shared_ptr<JackClient> JackClient::shared(const std::string& name) {
   jack_status_t status;
   jack_client_t* handle = jack_client_open(name.c_str(), JackNoStartServer, &status);
   if (!handle) return nullptr;
-  std::shared_ptr<JackClient> client(new JackClient(handle));
+  std::shared_ptr<JackClient> client(new JackClient(handle), &release);
   if (!client->activate()) {
     log("JACK: the client {} could not be activated", client->name());
     return nullptr;
@@ -34,9 +35,24 @@ JackClient::JackClient(jack_client_t* client)
       sampleRate_(jack_get_sample_rate(client)),
       bufferFrames_(jack_get_buffer_size(client)) {}
 
+// A client whose server has gone is not closed: libjack closes it itself when the next client
+// opens, by when its notification thread has ended. Closing it sooner can hang for good: the
+// close cancels that thread, which may hold one of libjack's locks while it handles the server's
+// last notices, and then waits for that lock. libjack may call the client until it closes it,
+// so the object is kept, for the process's life.
+void JackClient::release(JackClient* client) {
+  if (client->isAlive()) {
+    delete client;
+    return;
+  }
+  static auto* const mutex = new std::mutex;
+  static auto* const gone = new std::vector<JackClient*>;  // reachable: not a leak to sanitizers
+  std::lock_guard lock(*mutex);
+  gone->push_back(client);
+}
+
 JackClient::~JackClient() {
-  // Closing deactivates first, which waits for the process thread; a client whose server has
-  // gone only ends here.
+  // Closing deactivates first, which waits for the process thread.
   jack_client_close(client_);
 }
 

@@ -6,6 +6,7 @@
 //
 // A client lives until its server goes away (or drops it); the next call to shared() then opens
 // a new one. Whoever holds the old one notices through isAlive() and registers its ports again.
+// A client whose server went away is never closed by us (see release()).
 
 #include <array>
 #include <atomic>
@@ -98,6 +99,8 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   };
 
   explicit JackClient(jack_client_t* client);
+  // The shared pointer's deleter: closes a client whose server still runs, and keeps any other.
+  static void release(JackClient* client);
   bool activate();
   void removeMidiInput(std::size_t slot, jack_port_t* port);
 
