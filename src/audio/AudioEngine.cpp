@@ -44,6 +44,7 @@ AudioEngine::~AudioEngine() {
   // Only this observer is removed; the others stay registered and find this engine gone.
   NotificationCenter::defaultCenter().removeObserver(
       this, platform::kApplicationDidBecomeActiveNotification);
+  platform::AudioUnitComponentManager::shared().finishInstantiations();
 }
 
 void AudioEngine::initAVAudioSession() {

@@ -102,7 +102,7 @@ TEST_F(ApplicationLaunch, ASecondLaunchHandsItsFilesToTheRunningOneAndEnds) {
   EXPECT_TRUE(logSays("third.log", "handed it 0 file(s)"));
 
   kill(running_, SIGTERM);
-  EXPECT_EQ(waitForExit(running_), 0);
+  EXPECT_EQ(waitForExit(running_), 0) << readFile(log("first.log"));
   running_ = 0;
   EXPECT_FALSE(fs::exists(app::SingleInstance::socketPath().toStdString()));
 }

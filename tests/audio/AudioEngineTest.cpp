@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <iterator>
 #include <thread>
 
 #include "platform/foundation/ApplicationNotifications.h"
@@ -115,6 +117,26 @@ TEST_F(AudioEngineTest, EveryEngineLogsAnInvalidatedInstrument) {
   EXPECT_EQ(lines.back(),
             "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit (null), "
             "audioUnit 0x0 (Crash?)");
+}
+
+// An instrument still loading when the application quits would use what exit destroys.
+TEST_F(AudioEngineTest, NothingOfAnEngineRunsOnAfterItIsDestroyedWhileItsInstrumentLoads) {
+  const auto threads = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
+                         std::filesystem::directory_iterator());
+  };
+  const auto instrument = testing_support::instrumentNamed("MDA Piano");
+  {
+    AudioEngine warmUp;  // whatever the first engine starts for good (the output probes)
+    ASSERT_TRUE(setUp(warmUp, instrument));
+  }
+  const auto before = threads();
+  {
+    AudioEngine engine;
+    engine.setupAUWithComponentDescription(instrument, [] {});
+  }
+  mainQueue.runPending();  // the completion finds the engine gone and lets the instrument go
+  EXPECT_EQ(threads(), before);
 }
 
 TEST_F(AudioEngineTest, ObserversOfADestroyedEngineDoNothing) {

@@ -110,11 +110,18 @@ void AudioUnitComponentManager::instantiate(const AudioComponentDescription& des
                                             double sampleRate, std::uint32_t maxFrames,
                                             std::uint32_t /*options: in-process for now*/,
                                             Completion completion) {
-  std::thread([this, description, sampleRate, maxFrames, completion = std::move(completion)] {
-    std::string error;
-    auto unit = instantiateNow(description, sampleRate, maxFrames, &error);
-    dispatchAsyncMain([unit, error, completion] { completion(unit, error); });
-  }).detach();
+  instantiations_.emplace_back(
+      [this, description, sampleRate, maxFrames, completion = std::move(completion)] {
+        std::string error;
+        auto unit = instantiateNow(description, sampleRate, maxFrames, &error);
+        dispatchAsyncMain([unit, error, completion] { completion(unit, error); });
+      });
+}
+
+void AudioUnitComponentManager::finishInstantiations() {
+  for (std::thread& thread : instantiations_)
+    thread.join();
+  instantiations_.clear();
 }
 
 }  // namespace platform

@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace platform {
@@ -62,10 +63,18 @@ class AudioUnitComponentManager {
   void instantiate(const AudioComponentDescription& description, double sampleRate,
                    std::uint32_t maxFrames, std::uint32_t options, Completion completion);
 
+  // Waits until every instantiation started so far has ended (its completion may still wait on
+  // the main queue), so that none outlives its engine: one still loading plug-ins while the
+  // process exits would use what exit destroys. Main thread.
+  void finishInstantiations();
+
   // The same, done on the calling thread.
   std::shared_ptr<AudioUnit> instantiateNow(const AudioComponentDescription& description,
                                             double sampleRate, std::uint32_t maxFrames,
                                             std::string* error);
+
+ private:
+  std::vector<std::thread> instantiations_;  // main thread
 };
 
 }  // namespace platform
