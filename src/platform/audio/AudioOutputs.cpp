@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/audio/AudioOutput.h"
+#include "platform/audio/JackClient.h"
 #include "platform/foundation/Log.h"
 
 namespace platform {
@@ -227,8 +228,7 @@ std::unique_ptr<AudioOutput> openNullOutput(AudioRenderer& renderer, double samp
 
 bool jackServerIsRunning() {
   keepJackFromStartingServers();
-  jack_status_t status;
-  jack_client_t* client = jack_client_open("pelma-probe", JackNoStartServer, &status);
+  jack_client_t* client = JackClient::openHandle("pelma-probe");
   if (!client) return false;
   jack_client_close(client);
   return true;
@@ -236,8 +236,7 @@ bool jackServerIsRunning() {
 
 double probeOutputSampleRate(double fallback) {
   keepJackFromStartingServers();
-  jack_status_t status;
-  jack_client_t* client = jack_client_open("pelma-probe", JackNoStartServer, &status);
+  jack_client_t* client = JackClient::openHandle("pelma-probe");
   if (!client) return fallback;
   const double rate = jack_get_sample_rate(client);
   jack_client_close(client);

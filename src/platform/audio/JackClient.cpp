@@ -1,10 +1,12 @@
 #include "platform/audio/JackClient.h"
 
 #include <jack/jack.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -12,13 +14,36 @@
 
 namespace platform {
 
+namespace {
+
+// The threads of libjack's that told of a server going away, and that may still be handling the
+// server's last notices.
+std::mutex noticeThreadsMutex;
+std::vector<pid_t> noticeThreads;
+
+}  // namespace
+
+jack_client_t* JackClient::openHandle(const std::string& name) {
+  {
+    std::lock_guard lock(noticeThreadsMutex);
+    for (const pid_t thread : noticeThreads) {
+      const std::string task = "/proc/self/task/" + std::to_string(thread);
+      const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+      while (access(task.c_str(), F_OK) == 0 && std::chrono::steady_clock::now() < giveUp)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    noticeThreads.clear();
+  }
+  jack_status_t status;
+  return jack_client_open(name.c_str(), JackNoStartServer, &status);
+}
+
 std::shared_ptr<JackClient> JackClient::shared(const std::string& name) {
   static std::mutex mutex;
   static std::weak_ptr<JackClient> current;
   std::lock_guard lock(mutex);
   if (auto client = current.lock(); client && client->isAlive()) return client;
-  jack_status_t status;
-  jack_client_t* handle = jack_client_open(name.c_str(), JackNoStartServer, &status);
+  jack_client_t* handle = openHandle(name);
   if (!handle) return nullptr;
   std::shared_ptr<JackClient> client(new JackClient(handle), &release);
   if (!client->activate()) {
@@ -192,6 +217,10 @@ int JackClient::sampleRateChanged(std::uint32_t rate, void* user) noexcept {
 // A thread of libjack's, when the server stops or drops this client.
 void JackClient::serverShutDown(int, const char*, void* user) noexcept {
   auto* self = static_cast<JackClient*>(user);
+  {
+    std::lock_guard lock(noticeThreadsMutex);
+    noticeThreads.push_back(gettid());
+  }
   self->shutDown_.store(true, std::memory_order_release);
   self->notifyAudio();
   self->notifyPorts();

@@ -60,6 +60,12 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   // server has gone. Null when no server answers. Any thread.
   static std::shared_ptr<JackClient> shared(const std::string& name = "Pelma");
 
+  // Opens a client of libjack's own, once libjack has finished with every server that went away:
+  // opening closes the clients of such a server, which cancels their notification threads, and
+  // one cancelled while it handles the server's last notices leaves a lock of libjack's held for
+  // good. Waits for those threads to end, a second at most each. Null when no server answers.
+  static jack_client_t* openHandle(const std::string& name);
+
   ~JackClient();
   JackClient(const JackClient&) = delete;
   JackClient& operator=(const JackClient&) = delete;
