@@ -124,9 +124,11 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
     QObject::connect(&application, &QApplication::aboutToQuit, &window, [&window] {
       if (window.isVisible()) window.close();  // remembers the size
     });
+    // exit(), as for the signals: quit() asks every window first, and one still being set up
+    // (the editor's, in the first moments) can turn it down.
     if (options.seconds > 0.0)
       QTimer::singleShot(static_cast<int>(options.seconds * 1000), &application,
-                         &QApplication::quit);
+                         [] { QCoreApplication::exit(0); });
     status = QApplication::exec();
     window.root()->stopCleanly();
   }

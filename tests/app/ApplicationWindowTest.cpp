@@ -165,6 +165,17 @@ TEST_F(ApplicationShop, BuysABankThatTheInstrumentThenPlays) {
   EXPECT_GT(listener.takeLoudest(), 0.005) << "the bought bank sounds";
 }
 
+// --seconds ends the application even while the instrument's editor is still being set up: a
+// window still coming up used to turn a polite quit down about every other time, under X only.
+using ApplicationTimeLimit = ApplicationWindow;
+
+TEST_F(ApplicationTimeLimit, EndsOnTimeEvenInItsFirstMoments) {
+  for (int launch = 0; launch < 4; ++launch) {
+    EXPECT_EQ(runAndWait({"timeout", "15", PELMA_EXECUTABLE, "--seconds", "0.05"}), 0)
+        << "launch " << launch;
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Instruments, ApplicationWindow,
                          ::testing::Values("Pelma", "MDA JX10", "synthv1"), [](const auto& info) {
                            std::string name = info.param;
