@@ -17,22 +17,29 @@ namespace platform {
 namespace {
 
 // The threads of libjack's that told of a server going away, and that may still be handling the
-// server's last notices.
-std::mutex noticeThreadsMutex;
-std::vector<pid_t> noticeThreads;
+// server's last notices. Never destroyed: libjack's threads may still tell of one during exit.
+struct NoticeThreads {
+  std::mutex mutex;
+  std::vector<pid_t> threads;
+};
+NoticeThreads& noticeThreads() {
+  static auto* const noticeThreads = new NoticeThreads;
+  return *noticeThreads;
+}
 
 }  // namespace
 
 jack_client_t* JackClient::openHandle(const std::string& name) {
   {
-    std::lock_guard lock(noticeThreadsMutex);
-    for (const pid_t thread : noticeThreads) {
+    auto& [mutex, threads] = noticeThreads();
+    std::lock_guard lock(mutex);
+    for (const pid_t thread : threads) {
       const std::string task = "/proc/self/task/" + std::to_string(thread);
       const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
       while (access(task.c_str(), F_OK) == 0 && std::chrono::steady_clock::now() < giveUp)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    noticeThreads.clear();
+    threads.clear();
   }
   jack_status_t status;
   return jack_client_open(name.c_str(), JackNoStartServer, &status);
@@ -218,8 +225,9 @@ int JackClient::sampleRateChanged(std::uint32_t rate, void* user) noexcept {
 void JackClient::serverShutDown(int, const char*, void* user) noexcept {
   auto* self = static_cast<JackClient*>(user);
   {
-    std::lock_guard lock(noticeThreadsMutex);
-    noticeThreads.push_back(gettid());
+    auto& [mutex, threads] = noticeThreads();
+    std::lock_guard lock(mutex);
+    threads.push_back(gettid());
   }
   self->shutDown_.store(true, std::memory_order_release);
   self->notifyAudio();
