@@ -16,30 +16,32 @@ namespace platform {
 
 namespace {
 
-// The threads of libjack's that told of a server going away, and that may still be handling the
-// server's last notices. Never destroyed: libjack's threads may still tell of one during exit.
-struct NoticeThreads {
+// What servers that went away left behind: the threads of libjack's that told of it (they may
+// still be handling the server's last notices) and the clients kept for libjack to close. Never
+// destroyed: libjack's threads may still call during exit (and the sanitizers see it reachable).
+struct GoneServers {
   std::mutex mutex;
-  std::vector<pid_t> threads;
+  std::vector<pid_t> noticeThreads;
+  std::vector<JackClient*> clients;
 };
-NoticeThreads& noticeThreads() {
-  static auto* const noticeThreads = new NoticeThreads;
-  return *noticeThreads;
+GoneServers& goneServers() {
+  static auto* const gone = new GoneServers;
+  return *gone;
 }
 
 }  // namespace
 
 jack_client_t* JackClient::openHandle(const std::string& name) {
   {
-    auto& [mutex, threads] = noticeThreads();
-    std::lock_guard lock(mutex);
-    for (const pid_t thread : threads) {
+    GoneServers& gone = goneServers();
+    std::lock_guard lock(gone.mutex);
+    for (const pid_t thread : gone.noticeThreads) {
       const std::string task = "/proc/self/task/" + std::to_string(thread);
       const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
       while (access(task.c_str(), F_OK) == 0 && std::chrono::steady_clock::now() < giveUp)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    threads.clear();
+    gone.noticeThreads.clear();
   }
   jack_status_t status;
   return jack_client_open(name.c_str(), JackNoStartServer, &status);
@@ -77,10 +79,9 @@ void JackClient::release(JackClient* client) {
     delete client;
     return;
   }
-  static auto* const mutex = new std::mutex;
-  static auto* const gone = new std::vector<JackClient*>;  // reachable: not a leak to sanitizers
-  std::lock_guard lock(*mutex);
-  gone->push_back(client);
+  GoneServers& gone = goneServers();
+  std::lock_guard lock(gone.mutex);
+  gone.clients.push_back(client);
 }
 
 JackClient::~JackClient() {
@@ -225,9 +226,9 @@ int JackClient::sampleRateChanged(std::uint32_t rate, void* user) noexcept {
 void JackClient::serverShutDown(int, const char*, void* user) noexcept {
   auto* self = static_cast<JackClient*>(user);
   {
-    auto& [mutex, threads] = noticeThreads();
-    std::lock_guard lock(mutex);
-    threads.push_back(gettid());
+    GoneServers& gone = goneServers();
+    std::lock_guard lock(gone.mutex);
+    gone.noticeThreads.push_back(gettid());
   }
   self->shutDown_.store(true, std::memory_order_release);
   self->notifyAudio();
