@@ -99,8 +99,10 @@ TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
   for (int i = 0; i < 16; ++i)
     notes += (i ? "," : "") + std::to_string(48 + i) + "@" + std::to_string(i / 8.0) + ":0.1";
   audioThreadAllocations = 0;
+  // The last note off comes 0.99 s after the pattern's first period, which a slow build may start
+  // late; the pattern repeats only after 2 s.
   const pid_t player = testing_support::spawn(
-      {PELMA_JACK_MIDI_PATTERN, midi.virtualDestinationPortName(), "120", "1.2", notes, "1"});
+      {PELMA_JACK_MIDI_PATTERN, midi.virtualDestinationPortName(), "120", "1.6", notes, "1"});
   ASSERT_GT(player, 0);
   const double start = session.player.getTime();
   for (int round = 0; round < 100; ++round) {
