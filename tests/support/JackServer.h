@@ -43,8 +43,13 @@ class JackServer {
     return pid_ > 0 && waitFor(twiceInARow, std::chrono::seconds(5));
   }
 
+  // A server that is there but does not answer, and answering again.
+  void freeze() const { kill(pid_, SIGSTOP); }
+  void thaw() const { kill(pid_, SIGCONT); }
+
   void stop() {
     if (pid_ <= 0) return;
+    thaw();
     kill(pid_, SIGTERM);
     waitForExit(pid_);
     pid_ = 0;

@@ -199,7 +199,7 @@ void AudioGraph::monitor() {
       monitorWake_.acquire();
     }
     if (monitorStopping_) return;
-    bool changed = false;
+    bool changed = false, probe = false;
     {
       std::lock_guard lock(controlMutex_);
       watching = running_ && output_ && !output_->reportsChanges();
@@ -230,12 +230,18 @@ void AudioGraph::monitor() {
         changed = true;
       } else if (onNullOutput && ++checksSinceProbe >= 4) {
         checksSinceProbe = 0;
-        if (jackServerIsRunning()) {
-          log("Audio output: a JACK server is running now");
-          output_.reset();
-          running_ = false;
-          changed = true;
-        }
+        probe = true;
+      }
+    }
+    // A server that is there but does not answer (stopped, or hung) holds the probe for as long
+    // as it does not: never with the lock held, which the main thread takes.
+    if (probe && jackServerIsRunning()) {
+      std::lock_guard lock(controlMutex_);
+      if (running_ && output_ && output_->name() == "null output") {
+        log("Audio output: a JACK server is running now");
+        output_.reset();
+        running_ = false;
+        changed = true;
       }
     }
     if (changed) {

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -247,6 +248,32 @@ TEST(AudioGraphOutput, KeepsPlayingWhenTheServersPeriodOrRateChanges) {
   EXPECT_TRUE(log.contains("Audio output: JACK (system), 44100 Hz, 512 frames"));
   listener.reset();
   playing.graph.pause();
+  platform::MainQueue::setMain(nullptr);
+}
+
+// On the null output the graph looks for a JACK server about once a second. A server that is
+// there but does not answer (stopped here) holds that look until it answers; the main thread,
+// asking the graph meanwhile, must not wait with it.
+TEST(AudioGraphOutput, AServerThatDoesNotAnswerNeverHoldsTheMainThread) {
+  JackServer server;  // not started yet: the graph plays on the null output
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  Playing playing;
+  ASSERT_TRUE(playing.graph.start());
+  ASSERT_EQ(playing.graph.outputName(), "null output");
+  ASSERT_TRUE(server.start());
+  server.freeze();
+  std::this_thread::sleep_for(2s);  // the graph's look has begun, and waits
+  auto asked = std::async(std::launch::async, [&] { return playing.graph.outputName(); });
+  const bool answered = asked.wait_for(5s) == std::future_status::ready;
+  server.thaw();
+  EXPECT_TRUE(answered) << "the main thread waited for a server that does not answer";
+  // Once it answers, the graph moves to it.
+  EXPECT_TRUE(waitFor([&] {
+    mainQueue.runPending();
+    if (!playing.graph.isRunning()) playing.graph.start();
+    return playing.graph.outputName() == "JACK (system)";
+  }));
   platform::MainQueue::setMain(nullptr);
 }
 
