@@ -48,14 +48,16 @@ class Stream {
   std::vector<Received> received;
 };
 
-// The other session commands are read back in every exchange of AppleMidiSessionTest.
-TEST(SessionCommands, ClockCommandsAndFeedbackReadBackAsWritten) {
+// The other session commands are read back in every exchange of AppleMidiSessionTest, and
+// unreadable ones (too short, unknown, a clock count above 2) are the fuzzer's.
+TEST(SessionCommands, ClockCommandsReadBackAsWrittenAndAsAnotherImplementationSendsThem) {
   std::uint8_t buffer[128];
   SessionCommand clock;
   clock.type = CommandType::clockSync;
   clock.ssrc = 9;
   clock.count = 2;
   clock.timestamps = {1, 0x123456789AULL, 3};
+  EXPECT_EQ(writeSessionCommand(clock, buffer, 20), 0u) << "a buffer too small writes nothing";
   const std::size_t size = writeSessionCommand(clock, buffer, sizeof buffer);
   ASSERT_EQ(size, 36u);
   const auto read = readSessionCommand(buffer, size);
@@ -71,36 +73,19 @@ TEST(SessionCommands, ClockCommandsAndFeedbackReadBackAsWritten) {
   EXPECT_EQ(clockZero->ssrc, 0x95F77B5Eu);
   EXPECT_EQ(clockZero->count, 0);
   EXPECT_EQ(clockZero->timestamps[0], 0x7564u);
-  SessionCommand feedback;
-  feedback.type = CommandType::receiverFeedback;
-  feedback.sequenceNumber = 0xBEEF;
-  EXPECT_EQ(readSessionCommand(buffer, writeSessionCommand(feedback, buffer, 8)), std::nullopt)
-      << "a buffer too small writes nothing";
-  EXPECT_EQ(readSessionCommand(buffer, writeSessionCommand(feedback, buffer, sizeof buffer))
-                ->sequenceNumber,
-            0xBEEF);
 }
 
-TEST(SessionCommands, MalformedOrOddCommandsAreRefusedOrCut) {
+// A peer's name is taken as far as it goes, not refused.
+TEST(SessionCommands, NamesWithoutTheirEndOrTooLongAreCut) {
   std::uint8_t buffer[128];
   const auto invitation = makeSessionCommand(CommandType::invitation, 1, 2, "Peer");
   const std::size_t size = writeSessionCommand(invitation, buffer, sizeof buffer);
-  EXPECT_FALSE(readSessionCommand(buffer, 15));  // shorter than its fixed part
   // A name without its NUL ends at the datagram's end.
   EXPECT_EQ(readSessionCommand(buffer, size - 2)->nameView(), "Pee");
   // A name longer than 64 bytes is cut there.
   Bytes named(16 + 80, 'x');
   std::copy(buffer, buffer + 16, named.begin());
   EXPECT_EQ(readSessionCommand(named.data(), named.size())->nameView().size(), 64u);
-  // An unknown command and a clock count above 2.
-  const Bytes unknown{0xFF, 0xFF, 'Z', 'Z', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-  EXPECT_FALSE(readSessionCommand(unknown.data(), unknown.size()));
-  SessionCommand clock;
-  clock.type = CommandType::clockSync;
-  const std::size_t clockSize = writeSessionCommand(clock, buffer, sizeof buffer);
-  buffer[8] = 3;
-  EXPECT_FALSE(readSessionCommand(buffer, clockSize));
-  EXPECT_FALSE(looksLikeSessionCommand(datagram(1, {0x90, 60, 1}).data(), 16));
 }
 
 TEST(Payload, CommandListsWithDeltasRunningStatusAndRealTime) {
