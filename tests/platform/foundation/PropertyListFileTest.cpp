@@ -9,6 +9,7 @@
 namespace platform {
 namespace {
 
+// Saving over the same file is ViewControllerTest's (the instrument's state saved twice).
 TEST(PropertyListFile, WritesAndReadsBackEveryKindOfValue) {
   const PropertyDictionary state{
       {"uri", "urn:pelma:synth"},
@@ -26,9 +27,6 @@ TEST(PropertyListFile, WritesAndReadsBackEveryKindOfValue) {
   const auto read = readPropertyList(path);
   ASSERT_TRUE(read);
   EXPECT_EQ(*read, state);
-
-  ASSERT_TRUE(writePropertyList({{"uri", "again"}}, path));  // overwrites the same file
-  EXPECT_EQ(*readPropertyList(path)->at("uri").get<std::string>(), "again");
 }
 
 TEST(PropertyListFile, RefusesWhatIsNotAPropertyList) {

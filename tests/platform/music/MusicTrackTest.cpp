@@ -1,9 +1,13 @@
+// A track's order and what it publishes. The iterator, clearing a half-open span and the tempo
+// track are seen where the step sequence and the sequencer screen use them: the gate walks every
+// note from the start, also of an empty track (KRStepSequenceTest), and so does
+// MusicTrackConcurrencyTest's rewrite.
+
 #include "platform/music/MusicTrack.h"
 
 #include <gtest/gtest.h>
 
 #include "platform/foundation/MainQueue.h"
-#include "platform/music/MusicEventIterator.h"
 #include "platform/music/MusicSequence.h"
 
 namespace platform {
@@ -37,35 +41,6 @@ TEST_F(MusicTrackTest, KeepsTimeOrderAndInsertionOrderAtEqualTimes) {
   track.newMIDINoteEvent(0.0, note(30));
   track.newMIDINoteEvent(1.0, note(12));
   EXPECT_EQ(numbers(track.events()), (std::vector<int>{30, 20, 10, 11, 12}));
-}
-
-// Clearing a half-open span, writing a duration through the iterator and the tempo track are
-// seen where the step sequence and the sequencer screen use them.
-TEST_F(MusicTrackTest, IteratorSeeksAndWalksInTimeOrder) {
-  MusicEventIterator iterator(track);
-  EXPECT_FALSE(iterator.hasCurrentEvent());
-  EXPECT_FALSE(iterator.getEventInfo());
-  EXPECT_FALSE(iterator.nextEvent());
-
-  track.newMIDINoteEvent(0.25, note(1));
-  track.newMIDINoteEvent(0.75, note(2));
-  track.newMIDINoteEvent(1.5, note(3));
-  iterator.seek(0.3);  // first event at or after 0.3
-  ASSERT_TRUE(iterator.hasCurrentEvent());
-  auto info = iterator.getEventInfo();
-  ASSERT_TRUE(info);
-  EXPECT_EQ(info->time, 0.75);
-  EXPECT_EQ(static_cast<MIDINoteMessage*>(info->data)->note, 2);
-  EXPECT_TRUE(iterator.hasNextEvent());
-  EXPECT_TRUE(iterator.nextEvent());
-  EXPECT_EQ(iterator.getEventInfo()->time, 1.5);
-  EXPECT_FALSE(iterator.hasNextEvent());  // the last event has no next one
-  EXPECT_TRUE(iterator.nextEvent());
-  EXPECT_FALSE(iterator.hasCurrentEvent());
-  iterator.seek(0.25);  // an event exactly at the time is found
-  EXPECT_EQ(iterator.getEventInfo()->time, 0.25);
-  iterator.seek(2.0);
-  EXPECT_FALSE(iterator.hasCurrentEvent());
 }
 
 // One publication per main-thread task, whole, is MusicTrackConcurrencyTest's.
