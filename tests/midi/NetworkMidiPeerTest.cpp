@@ -1,6 +1,6 @@
 // Network MIDI against an independent implementation: the npm package rtpmidi, run by node in its
 // own process (tests/support/rtpmidi-peer.js). It joins the application's session and plays a
-// chord that the instrument (mda ePiano, rendered here at real-time pace) receives and the
+// chord that the instrument (mda ePiano, rendered here at real-time pace) sounds and the
 // sequencer records, a source of the MIDI wrapper until it says goodbye; our session invites it
 // and it hears our notes, with every datagram of the exchange decoded by tshark; and a peer
 // killed without a goodbye is dropped after the time-out.
@@ -26,6 +26,7 @@
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRSequencerController.h"
 #include "sequencer/KRStepSequence.h"
+#include "support/AudioAnalysis.h"
 #include "support/OfflineRig.h"
 #include "support/Processes.h"
 #include "support/StepKeys.h"
@@ -123,13 +124,14 @@ TEST(NetworkMidiPeer, APeerJoinsAndPlaysTheInstrumentWhileTheSequencerRecords) {
 
     NodePeer peer(folder, {"play", std::to_string(freePortPair()),
                            std::to_string(wrapper.networkPort()), "69", "81"});
-    // Render at about real-time pace until the peer has played and a little after. (That what
-    // reaches the router sounds is MidiOverJack's test.)
+    // Render at about real-time pace until the peer has played and a little after.
+    std::vector<float> left;
     const auto start = std::chrono::steady_clock::now();
     bool played = false;
     for (auto end = start + 15s; std::chrono::steady_clock::now() < end;) {
-      rig.render(256, [&] { mainQueue.runPending(); });
-      std::this_thread::sleep_until(start + rig.renderedFrames * 1000000us / 48000);
+      const auto block = rig.render(256, [&] { mainQueue.runPending(); });
+      left.insert(left.end(), block.begin(), block.end());
+      std::this_thread::sleep_until(start + left.size() * 1000000us / 48000);
       if (!played && peer.output().find("played\n") != std::string::npos) {
         played = true;
         end = std::chrono::steady_clock::now() + 500ms;
@@ -141,6 +143,9 @@ TEST(NetworkMidiPeer, APeerJoinsAndPlaysTheInstrumentWhileTheSequencerRecords) {
     ASSERT_EQ(wrapper.sources().size(), 1u);
     EXPECT_TRUE(wrapper.sources()[0]->isNetworkSession());
     ASSERT_GE(rig.received.size(), 4u);
+    const std::size_t onset = rig.received[0].frame;
+    ASSERT_LT(onset + 24000, left.size());
+    EXPECT_GT(testing_support::rms(left.data() + onset, 24000), 0.01);
     EXPECT_EQ(rig.received[0].status, 0x90);
     EXPECT_EQ(rig.received[0].data1, 69);
     EXPECT_EQ(rig.received[3].status, 0x80) << "the chord ends";
