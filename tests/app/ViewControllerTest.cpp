@@ -66,13 +66,16 @@ TEST_F(ViewControllerTest, PhoneOf667PointsStacksEditorStripAndKeyboard) {
   EXPECT_EQ(editor->view()->geometry(), QRect(0, 0, 667, 200));
   EXPECT_EQ(screen->pianoViewController()->geometry(), QRect(0, 200, 667, 175));
 
-  // The Seq button shows the strip directly above the keyboard, and hides it again.
+  // The Seq button (lit while the strip shows) shows the strip directly above the keyboard, and
+  // hides it again.
   platform::Button* seq = screen->pianoViewController()->seqButton();
   platform::LogCapture log;
   QTest::mouseClick(seq, Qt::LeftButton);
   EXPECT_FALSE(screen->seqController()->isHidden());
+  EXPECT_TRUE(seq->isSelected());
   QTest::mouseClick(seq, Qt::LeftButton);
   EXPECT_TRUE(screen->seqController()->isHidden());
+  EXPECT_FALSE(seq->isSelected());
   EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 100, 667, 100));
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"SEQ", "SEQ"}));
 }

@@ -45,11 +45,7 @@ TEST_F(PianoViewTest, LaysOutWhiteKeysFromCWithBlackKeysBetween) {
   EXPECT_EQ(blacks, (std::vector<int>{49, 51, 54, 56, 58, 61, 63, 66, 68, 70}));
   EXPECT_EQ(piano.keyAt(QPoint(30, 10))->note, 49);   // black keys lie on top
   EXPECT_EQ(piano.keyAt(QPoint(30, 100))->note, 50);  // below them the white key
-
-  piano.setPianoShift(0);  // 37 is C#: the keyboard starts on D
-  EXPECT_EQ(piano.lowestKey(), 38);
-  piano.setNumKeysVisible(22);
-  EXPECT_EQ(piano.keys()[21].note, 74);
+  // Another shift is KRPianoViewTest's; other counts are the keyboard screen's size button's.
 
   platform::LogCapture log;  // counts out of range are logged and brought into range
   piano.setNumKeysVisible(0);

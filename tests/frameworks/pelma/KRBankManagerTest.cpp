@@ -49,10 +49,7 @@ TEST_F(KRBankManagerTest, AddsFileAndFolderBanksFromFileAndPelmaUrls) {
       std::filesystem::is_regular_file(installed_.path() / "set.plb" / "art" / "cover.txt"));
   EXPECT_TRUE(std::filesystem::exists(file));  // copied, not moved
   // Nothing half-copied is left behind.
-  std::size_t entries = 0;
-  for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator(installed_.path()))
-    ++entries;
-  EXPECT_EQ(entries, 3u);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(installed_.path()), {}), 3);
 }
 
 TEST_F(KRBankManagerTest, NeverOverwritesAnInstalledEntryOrName) {
