@@ -62,19 +62,19 @@ class AppMenuTest : public ::testing::Test {
   std::unique_ptr<AppMenuController> menu;
 };
 
-TEST_F(AppMenuTest, BackgroundAudioStartsOffAndEachTapFlipsTheStoredValue) {
+// Background audio, the sources and the channel: each tap shows and stores the choice.
+TEST_F(AppMenuTest, EachChoiceIsCheckedAndStored) {
   defaults.removeObjectForKey("background-audio");
   menu->reloadData();
   EXPECT_EQ(menu->visibleCell({0, 0}).text, QStringLiteral("Background audio"));
-  EXPECT_EQ(menu->visibleCell({0, 0}).accessory, CellAccessory::none);
+  EXPECT_EQ(menu->visibleCell({0, 0}).accessory, CellAccessory::none);  // off at first
   menu->tapRow({0, 0});
   EXPECT_EQ(defaults.boolForKey("background-audio"), true);
   EXPECT_EQ(menu->visibleCell({0, 0}).accessory, CellAccessory::checkmark);
   menu->tapRow({0, 0});
   EXPECT_EQ(defaults.boolForKey("background-audio"), false);
-}
 
-TEST_F(AppMenuTest, SourcesAreListedAndToggledAndStoredByName) {
+  // Sources are stored by name.
   ASSERT_EQ(menu->numberOfRowsInSection(1), 2);
   EXPECT_EQ(menu->visibleCell({1, 0}).text, QStringLiteral("keys:left"));
   EXPECT_EQ(menu->visibleCell({1, 0}).accessory, CellAccessory::checkmark);
@@ -86,9 +86,8 @@ TEST_F(AppMenuTest, SourcesAreListedAndToggledAndStoredByName) {
   EXPECT_TRUE(midi->sources()[0]->isActive());
   EXPECT_EQ(defaults.boolForKey("MIDI-keys:left"), true);
   EXPECT_TRUE(midi->sources()[1]->isActive());
-}
 
-TEST_F(AppMenuTest, ExactlyOneChannelIsCheckedAndTheChoiceIsStored) {
+  // Exactly one channel is checked.
   EXPECT_EQ(menu->visibleCell({2, 0}).text, QStringLiteral("Omni"));
   EXPECT_EQ(menu->visibleCell({2, 16}).text, QStringLiteral("16"));
   menu->tapRow({2, 16});
