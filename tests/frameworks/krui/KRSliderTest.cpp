@@ -13,8 +13,6 @@ TEST(KRSliderTest, PressAndDragSetTheValueUnderThePointerAndReportChanges) {
   slider.resize(216, 30);  // the track runs from x 8 to 208
   std::vector<float> reported;
   slider.addTarget(&receiver, [&] { reported.push_back(slider.value()); });
-  slider.setValue(3.0f);
-  EXPECT_EQ(slider.value(), 1.0f);
 
   QTest::mousePress(&slider, Qt::LeftButton, {}, QPoint(108, 15));
   for (int x : {158, 300, 400, -5})
