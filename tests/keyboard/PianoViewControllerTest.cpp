@@ -62,8 +62,8 @@ TEST_P(PianoViewControllerTest, VelocityIsExactlyOneUnlessTheVelocityButtonIsOn)
 }
 
 TEST_P(PianoViewControllerTest, PitchWheelSpringsBackModWheelStays) {
-  // How a spring wheel reports is KRWheelControlTest's; here, which wheel springs and where its
-  // values go.
+  // How a wheel maps the pointer, and a held spring wheel hidden, are KRWheelControlTest's; here,
+  // which wheel springs back (with one event) and where its values go.
   KRWheelControl* pitch = screen->pitchWheel();
   const QPointF middle(pitch->width() / 2.0, (pitch->height() - 10) / 2.0);
   testing_support::press(pitch, middle);
