@@ -157,7 +157,8 @@ TEST_F(Store, CatalogsThatCannotBeReadEndTheRequestWithAReason) {
   EXPECT_FALSE(SKPaymentQueue::canMakePayments());  // no store configured
 }
 
-// The sheet asked for a paid product and not for a free one is the shop's test (Shop.Buying...).
+// The sheet asked for a paid product and not for a free one is the shop's test (Shop.AFailed...
+// and Shop.Buying...).
 TEST_F(Store, ACancelledSheetFailsThePurchaseAndUnfinishedOnesComeAgainOnTheNextRun) {
   const auto response = products({"org.test.a", "org.test.b"});
   auto& queue = SKPaymentQueue::defaultQueue();
