@@ -71,7 +71,6 @@ TEST(BankTest, MalformedTruncatedAndNewerBanksAreSkippedWithOneLine) {
   };
   const Case cases[] = {
       {"", "Bank b skipped: it does not start with \"pelma-bank 1\""},
-      {"name = x\nend\n", "Bank b skipped: it does not start with \"pelma-bank 1\""},
       {"pelma-bank one\nend\n", "Bank b skipped: it does not start with \"pelma-bank 1\""},
       {"pelma-bank 2\nend\n", "Bank b skipped: format 2 needs a newer Pelma"},
       {"pelma-bank 1\n[a]\ncutoff 300\nend\n", "Bank b skipped: line 3 is not understood"},

@@ -106,7 +106,7 @@ TEST_F(PelmaBanksTest, PortsChooseThePatchAndMovedControlsOverrideIt) {
   EXPECT_THAT(state.sound, HasSubstr("resonance = 0.35\n"));
 }
 
-TEST_F(PelmaBanksTest, StateRestoresChoiceAndSoundInAnotherInstance) {
+TEST_F(PelmaBanksTest, StateRestoresChoiceAndSoundInAnotherInstanceAlsoWhenItsBankIsGone) {
   writeBank("m.plb", "Mine", 432);
   PelmaRig first;
   selectBank(first, 1, 0);
@@ -120,16 +120,11 @@ TEST_F(PelmaBanksTest, StateRestoresChoiceAndSoundInAnotherInstance) {
   // The restored ports do not override the restored sound on the next blocks.
   second.render(1024);
   EXPECT_EQ(second.saveState(), saved);
-}
 
-TEST_F(PelmaBanksTest, StateWhoseBankIsGoneKeepsItsSound) {
-  writeBank("m.plb", "Mine", 432);
-  PelmaRig first;
-  auto saved = selectBank(first, 1, 0);
   std::filesystem::remove(banks_.path() / "m.plb");
-  PelmaRig second;
-  second.restoreState(saved);
-  auto state = stateAfterBlock(second);
+  PelmaRig third;
+  third.restoreState(saved);
+  auto state = stateAfterBlock(third);
   EXPECT_THAT(state.sound, HasSubstr("cutoff = 432\n"));
   EXPECT_EQ(state.bank, "Factory");
 }

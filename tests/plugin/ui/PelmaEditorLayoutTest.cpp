@@ -95,9 +95,6 @@ TEST(ParameterText, KnobPositionsRoundTripAndValuesRead) {
   EXPECT_EQ(ui::valueText(kVolume, -12), QStringLiteral("-12.0 dB"));
   EXPECT_EQ(ui::valueText(kOsc2Semitones, 7), QStringLiteral("+7 st"));
   EXPECT_EQ(ui::valueText(kFilterType, 2), QStringLiteral("Highpass"));
-  EXPECT_EQ(ui::parameterLabel(kFilterAttack), QStringLiteral("Attack"));
-  EXPECT_EQ(ui::parameterLabel(kFilterType), QStringLiteral("Type"));
-  EXPECT_EQ(ui::parameterLabel(kOsc1Wave), QStringLiteral("Osc 1 waveform"));
 }
 
 }  // namespace
