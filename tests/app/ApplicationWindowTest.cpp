@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,10 +32,15 @@ class ApplicationWindow : public ::testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
     ASSERT_TRUE(jack.start());
-    display_ = ":" + std::to_string(90 + getpid() % 9);
-    xvfb_ = spawn({"Xvfb", display_, "-screen", "0", "1024x768x24", "-nolisten", "tcp"});
+    // Xvfb picks a free display and writes its number once it accepts clients: no guessed
+    // number that another X server may hold, and no guessed start-up time on a busy machine.
+    const std::string announced =
+        std::string(PELMA_TEST_OUTPUT) + "/xvfb-" + std::to_string(getpid()) + ".txt";
+    xvfb_ = spawn({"Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten", "tcp"},
+                  announced);
     ASSERT_GT(xvfb_, 0);
-    std::this_thread::sleep_for(500ms);
+    ASSERT_TRUE(waitFor([&] { return !(display_ = displayIn(readFile(announced))).empty(); }, 20s))
+        << readFile(announced);
     setenv("DISPLAY", display_.c_str(), 1);
     unsetenv("QT_QPA_PLATFORM");
   }
@@ -63,6 +69,16 @@ class ApplicationWindow : public ::testing::TestWithParam<const char*> {
   }
 
   testing_support::JackServer jack;
+  // ":N" from the line of digits Xvfb writes (its warnings share the file), or "".
+  static std::string displayIn(const std::string& output) {
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+      if (!line.empty() && line.find_first_not_of("0123456789") == std::string::npos)
+        return ":" + line;
+    }
+    return {};
+  }
+
   std::string display_;
   pid_t xvfb_ = 0;
   pid_t app_ = 0;
