@@ -41,6 +41,7 @@ class ApplicationWindow : public ::testing::TestWithParam<const char*> {
     ASSERT_GT(xvfb_, 0);
     ASSERT_TRUE(waitFor([&] { return !(display_ = displayIn(readFile(announced))).empty(); }, 20s))
         << readFile(announced);
+    std::filesystem::remove(announced);
     setenv("DISPLAY", display_.c_str(), 1);
     unsetenv("QT_QPA_PLATFORM");
   }
