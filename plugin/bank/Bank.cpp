@@ -6,7 +6,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "platform/foundation/Log.h"
+#include "common/Messages.h"
 
 namespace pelma {
 namespace {
@@ -135,14 +135,14 @@ std::optional<Bank> parseBank(std::string_view text, std::string_view fallbackNa
       break;
     }
     if (version > kBankFormatVersion) {
-      platform::log("Bank {} skipped: format {} needs a newer Pelma", origin, version);
+      message("Bank {} skipped: format {} needs a newer Pelma", origin, version);
       return std::nullopt;
     }
     sawHeader = true;
     break;
   }
   if (!sawHeader) {
-    platform::log("Bank {} skipped: it does not start with \"pelma-bank 1\"", origin);
+    message("Bank {} skipped: it does not start with \"pelma-bank 1\"", origin);
     return std::nullopt;
   }
 
@@ -153,7 +153,7 @@ std::optional<Bank> parseBank(std::string_view text, std::string_view fallbackNa
   auto finishPatch = [&] {
     if (!patch) return;
     if (!patchValid) {
-      platform::log("Bank {}: patch \"{}\" skipped: it has a value that is not understood", origin,
+      message("Bank {}: patch \"{}\" skipped: it has a value that is not understood", origin,
                     patch->name);
     } else if (bank.patches.size() >= kMaxPatchesPerBank) {
       tooMany = true;
@@ -196,20 +196,20 @@ std::optional<Bank> parseBank(std::string_view text, std::string_view fallbackNa
     }
   }
   if (badLine != 0) {
-    platform::log("Bank {} skipped: line {} is not understood", origin, badLine);
+    message("Bank {} skipped: line {} is not understood", origin, badLine);
     return std::nullopt;
   }
   if (!ended) {
-    platform::log("Bank {} skipped: it is truncated (no \"end\" line)", origin);
+    message("Bank {} skipped: it is truncated (no \"end\" line)", origin);
     return std::nullopt;
   }
   finishPatch();
   if (tooMany) {
-    platform::log("Bank {}: patches after the first {} ignored", origin, kMaxPatchesPerBank);
+    message("Bank {}: patches after the first {} ignored", origin, kMaxPatchesPerBank);
   }
   if (bank.name.empty()) bank.name = std::string(fallbackName);
   if (bank.name.empty()) {
-    platform::log("Bank {} skipped: it has no name", origin);
+    message("Bank {} skipped: it has no name", origin);
     return std::nullopt;
   }
   return bank;

@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "bank/Bank.h"
-#include "platform/foundation/Log.h"
+#include "common/Messages.h"
 
 namespace pelma {
 namespace {
@@ -42,7 +42,7 @@ std::optional<Bank> readBank(const std::filesystem::path& entry) {
   auto file = isFolder ? entry / kFolderBankFile : entry;
   auto text = readSmallFile(file);
   if (!text) {
-    platform::log("Bank {} skipped: {} cannot be read", entry.string(), file.filename().string());
+    message("Bank {} skipped: {} cannot be read", entry.string(), file.filename().string());
     return std::nullopt;
   }
   auto bank = parseBank(*text, stem, entry.string());
@@ -57,7 +57,7 @@ void removeDuplicateBanks(std::vector<Bank>& banks) {
     auto first = std::find_if(kept.begin(), kept.end(),
                               [&](const Bank& other) { return other.name == bank.name; });
     if (first != kept.end()) {
-      platform::log("Bank {} skipped: the bank named \"{}\" in {} comes first",
+      message("Bank {} skipped: the bank named \"{}\" in {} comes first",
                     bank.location.string(), bank.name, first->location.string());
       continue;
     }

@@ -9,41 +9,36 @@
 #include <cstring>
 #include <system_error>
 
-#include "platform/foundation/Folders.h"
-#include "platform/foundation/Log.h"
+#include "common/BankFolder.h"
+#include "common/Messages.h"
 
 namespace pelma {
-namespace {
-
-const void* findFeature(const LV2_Feature* const* features, const char* uri) {
-  for (; features && *features; ++features) {
-    if (std::strcmp((*features)->URI, uri) == 0) return (*features)->data;
-  }
-  return nullptr;
-}
-
-}  // namespace
 
 std::unique_ptr<PelmaPlugin> PelmaPlugin::create(double sampleRate, const char* bundlePath,
                                                  const LV2_Feature* const* features) {
   auto* map = static_cast<LV2_URID_Map*>(const_cast<void*>(findFeature(features, LV2_URID__map)));
   if (!map) {
-    platform::log("Pelma: the host does not provide urid:map");
+    message("the host does not provide urid:map");
     return nullptr;
   }
   if (sampleRate < 8000 || sampleRate > 768000) {
-    platform::log("Pelma: sample rate {} is not supported", sampleRate);
+    Lv2Log log(features, map);
+    message("sample rate {} is not supported", sampleRate);
     return nullptr;
   }
   auto* worker = static_cast<LV2_Worker_Schedule*>(
       const_cast<void*>(findFeature(features, LV2_WORKER__schedule)));
   return std::unique_ptr<PelmaPlugin>(
-      new PelmaPlugin(sampleRate, bundlePath ? bundlePath : "", map, worker));
+      new PelmaPlugin(sampleRate, bundlePath ? bundlePath : "", map, worker, features));
 }
 
 PelmaPlugin::PelmaPlugin(double sampleRate, std::filesystem::path bundle, LV2_URID_Map* map,
-                         LV2_Worker_Schedule* worker)
-    : synth_(sampleRate), sampleRate_(sampleRate), bundle_(std::move(bundle)), worker_(worker) {
+                         LV2_Worker_Schedule* worker, const LV2_Feature* const* features)
+    : log_(features, map),
+      synth_(sampleRate),
+      sampleRate_(sampleRate),
+      bundle_(std::move(bundle)),
+      worker_(worker) {
   auto urid = [map](const char* uri) { return map->map(map->handle, uri); };
   uris_ = {urid(LV2_MIDI__MidiEvent), urid(LV2_ATOM__Object),    urid(LV2_ATOM__String),
            urid(LV2_ATOM__Int),       urid(kRefreshBanksUri),    urid(kStateBankUri),
@@ -63,7 +58,7 @@ PelmaPlugin::PelmaPlugin(double sampleRate, std::filesystem::path bundle, LV2_UR
 
 std::string PelmaPlugin::bankFolderListing() const {
   // Name, size and modification time of every bank entry: a change in any means a re-read.
-  auto folder = platform::bankFolder();
+  auto folder = bankFolder();
   std::vector<std::string> lines;
   std::error_code error;
   for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end;
@@ -92,13 +87,13 @@ const BankSet* PelmaPlugin::readBanks(bool force) {
   if (auto factory = readBank(bundle_ / kFactoryBankFile)) {
     set->banks.push_back(std::move(*factory));
   }
-  for (auto& bank : readBankFolder(platform::bankFolder()))
+  for (auto& bank : readBankFolder(bankFolder()))
     set->banks.push_back(std::move(bank));
   removeDuplicateBanks(set->banks);  // the factory bank's name is taken first
   std::string names;
   for (const auto& bank : set->banks)
     names += (names.empty() ? "" : ", ") + bank.name;
-  platform::log("Pelma: banks: {}", names);
+  message("banks: {}", names);
   buildBankMessages(*set);
   ownedSets_.push_back(std::move(set));
   return ownedSets_.back().get();
@@ -189,7 +184,7 @@ LV2_State_Status PelmaPlugin::restore(LV2_State_Retrieve_Function retrieve,
     bank_ = static_cast<int>(found - set->banks.begin());
     program_ = std::max(program, 0);
   } else if (!bankName.empty()) {
-    platform::log("Pelma: the saved bank \"{}\" is not installed; its sound is kept", bankName);
+    message("the saved bank \"{}\" is not installed; its sound is kept", bankName);
   }
   // The saved values hold the sound exactly, also when controls were moved after the choice.
   if (auto values = parseParameterValues(parameters); values && !parameters.empty()) {

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "bank/Bank.h"
+#include "common/Lv2Log.h"
 #include "dsp/Synth.h"
 #include "lv2/PelmaUris.h"
 
@@ -65,7 +66,7 @@ class PelmaPlugin {
   enum class WorkRequest : std::uint32_t { Look, Reread };
 
   PelmaPlugin(double sampleRate, std::filesystem::path bundle, LV2_URID_Map* map,
-              LV2_Worker_Schedule* worker);
+              LV2_Worker_Schedule* worker, const LV2_Feature* const* features);
 
   // Reads the factory bank and the bank folder into a new set owned by this instance; nothing
   // when the folder's listing is unchanged since the last read and `force` is false.
@@ -83,6 +84,7 @@ class PelmaPlugin {
   void writeNotifications() noexcept;
   void writeLevel(std::uint32_t frames) noexcept;
 
+  Lv2Log log_;  // first: bank reading at construction already logs through it
   Synth synth_;
   const double sampleRate_;
   const std::filesystem::path bundle_;

@@ -17,7 +17,7 @@ constexpr qreal kKnobSweepDegrees = 270;
 }  // namespace
 
 ParameterControl::ParameterControl(std::size_t index, QWidget* parent)
-    : KRControl(parent), index_(index), value_(kParameters[index].defaultValue) {
+    : QWidget(parent), index_(index), value_(kParameters[index].defaultValue) {
   setObjectName(QString::fromUtf8(kParameters[index].symbol.data(),
                                   static_cast<qsizetype>(kParameters[index].symbol.size())));
   setToolTip(QString::fromUtf8(kParameters[index].name.data(),
@@ -53,28 +53,40 @@ void ParameterControl::changeByUser(float value) {
   if (value == value_) return;
   value_ = value;
   update();
-  sendValueChanged();
+  emit valueChanged();
 }
 
-void ParameterControl::beginTracking(QPointF point) {
+void ParameterControl::mousePressEvent(QMouseEvent* event) {
+  if (event->button() != Qt::LeftButton || held_) return;
   held_ = true;
   if (isSwitch()) {
     const Parameter& p = kParameters[index_];
     changeByUser(value_ + 1 > p.maximum ? p.minimum : value_ + 1);
     return;
   }
-  dragStartY_ = point.y();
+  dragStartY_ = event->position().y();
   dragStartPosition_ = normalisedValue(index_, value_);
   update();
 }
 
-void ParameterControl::continueTracking(QPointF point) {
-  if (isSwitch()) return;
-  const auto moved = static_cast<float>((dragStartY_ - point.y()) / kDragPixelsForFullRange);
+void ParameterControl::mouseMoveEvent(QMouseEvent* event) {
+  if (!held_ || isSwitch()) return;
+  const auto moved =
+      static_cast<float>((dragStartY_ - event->position().y()) / kDragPixelsForFullRange);
   changeByUser(valueFromNormalised(index_, dragStartPosition_ + moved));
 }
 
-void ParameterControl::endTracking() {
+void ParameterControl::mouseReleaseEvent(QMouseEvent* event) {
+  if (event->button() == Qt::LeftButton) release();
+}
+
+void ParameterControl::hideEvent(QHideEvent* event) {
+  QWidget::hideEvent(event);
+  release();
+}
+
+void ParameterControl::release() {
+  if (!held_) return;
   held_ = false;
   update();
 }

@@ -4,13 +4,12 @@
 // for the default) or, for a choice, a switch that steps through its labels on each click. The
 // label shows under it; while the pointer is over it or it is held, its value shows instead.
 
+#include <QWidget>
 #include <cstddef>
-
-#include "frameworks/krui/KRControl.h"
 
 namespace pelma::ui {
 
-class ParameterControl : public KRControl {
+class ParameterControl : public QWidget {
   Q_OBJECT
   Q_PROPERTY(float value READ value)
 
@@ -28,10 +27,16 @@ class ParameterControl : public KRControl {
   // The rectangle the label is drawn in, in this control's coordinates.
   QRect labelRect() const;
 
+ signals:
+  // Emitted only for changes the user makes, never for setValue.
+  void valueChanged();
+
  protected:
-  void beginTracking(QPointF point) override;
-  void continueTracking(QPointF point) override;
-  void endTracking() override;
+  // A left-button press holds the control until its release; hiding it lets go.
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  void hideEvent(QHideEvent* event) override;
   void mouseDoubleClickEvent(QMouseEvent* event) override;
   void wheelEvent(QWheelEvent* event) override;
   void enterEvent(QEnterEvent* event) override;
@@ -41,6 +46,7 @@ class ParameterControl : public KRControl {
  private:
   bool isSwitch() const;
   void changeByUser(float value);
+  void release();
   void paintKnob(QPainter& painter, QRectF area);
   void paintSwitch(QPainter& painter, QRectF area);
 

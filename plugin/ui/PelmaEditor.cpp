@@ -90,7 +90,7 @@ PelmaEditor::PelmaEditor(LV2_URID_Map* map, Output output, QWidget* parent)
   setObjectName(QStringLiteral("pelmaEditor"));
   for (std::size_t i = 0; i < kParameterCount; ++i) {
     auto* control = new ParameterControl(i, this);
-    control->addTarget(this, [this, control] {
+    connect(control, &ParameterControl::valueChanged, this, [this, control] {
       output_.control(kFirstParameterPort + static_cast<std::uint32_t>(control->index()),
                       control->value());
     });

@@ -17,12 +17,14 @@
 #include <memory>
 #include <vector>
 
+#include "common/Lv2Log.h"
+#include "common/Messages.h"
 #include "lv2/PelmaUris.h"
-#include "platform/foundation/Log.h"
 #include "ui/PelmaEditor.h"
 
 namespace {
 
+using pelma::findFeature;
 using pelma::ui::PelmaEditor;
 
 // The QApplication made when the host has none, and how many editors use it.
@@ -41,6 +43,7 @@ PrivateApplication& privateApplication() {
 }
 
 struct EditorInstance {
+  std::unique_ptr<pelma::Lv2Log> log;   // the editor's messages, through the host's log:log
   std::unique_ptr<QWindow> hostWindow;  // the host's parent window, as Qt sees it
   PelmaEditor* editor = nullptr;
   bool usesPrivateApplication = false;
@@ -53,13 +56,6 @@ struct EditorInstance {
     if (--app.users == 0) app.application.reset();
   }
 };
-
-const void* findFeature(const LV2_Feature* const* features, const char* uri) {
-  for (; features && *features; ++features) {
-    if (std::strcmp((*features)->URI, uri) == 0) return (*features)->data;
-  }
-  return nullptr;
-}
 
 float scaleFactorOption(const LV2_Feature* const* features, LV2_URID_Map* map) {
   const auto* options =
@@ -81,12 +77,12 @@ bool ensureApplication(bool& usesPrivate) {
   usesPrivate = false;
   if (QCoreApplication* existing = QCoreApplication::instance()) {
     if (qobject_cast<QApplication*>(existing)) return true;
-    platform::log("Pelma editor: the host runs Qt without widgets; no editor");
+    pelma::message("editor: the host runs Qt without widgets; no editor");
     return false;
   }
   const char* display = std::getenv("DISPLAY");
   if (!display || !*display) {
-    platform::log("Pelma editor: no X11 display");
+    pelma::message("editor: no X11 display");
     return false;
   }
   PrivateApplication& app = privateApplication();
@@ -105,10 +101,11 @@ LV2UI_Handle instantiate(const LV2UI_Descriptor*, const char* pluginUri, const c
   if (!pluginUri || std::strcmp(pluginUri, pelma::kPluginUri) != 0) return nullptr;
   auto* map = static_cast<LV2_URID_Map*>(const_cast<void*>(findFeature(features, LV2_URID__map)));
   if (!map) {
-    platform::log("Pelma editor: the host does not provide urid:map");
+    pelma::message("editor: the host does not provide urid:map");
     return nullptr;
   }
   auto instance = std::make_unique<EditorInstance>();
+  instance->log = std::make_unique<pelma::Lv2Log>(features, map);
   if (!ensureApplication(instance->usesPrivateApplication)) return nullptr;
 
   const LV2_URID eventTransfer = map->map(map->handle, LV2_ATOM__eventTransfer);

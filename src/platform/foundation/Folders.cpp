@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "common/BankFolder.h"
+
 namespace platform {
 namespace {
 
@@ -20,11 +22,7 @@ std::filesystem::path home() {
 }  // namespace
 
 std::filesystem::path bankFolder() {
-  if (auto dir = environment("PELMA_BANKS_DIR"); !dir.empty()) return dir;
-  if (auto data = environment("XDG_DATA_HOME"); !data.empty()) {
-    return std::filesystem::path(data) / "pelma" / "banks";
-  }
-  return home() / ".local" / "share" / "pelma" / "banks";
+  return pelma::bankFolder();
 }
 
 std::filesystem::path storeFolder() {

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <utility>
 
+#include "common/Messages.h"
+
 namespace platform {
 namespace {
 
@@ -25,6 +27,11 @@ void writeToStandardError(std::string_view line) {
   std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);
 }
+
+// The plug-in code this program links (the bank format) logs here too, from the start.
+const pelma::MessageSink kPluginMessages{[](void*, std::string_view line) { logLine(line); },
+                                         nullptr};
+[[maybe_unused]] const bool kPluginMessagesRouted = (pelma::setMessageSink(&kPluginMessages), true);
 
 }  // namespace
 

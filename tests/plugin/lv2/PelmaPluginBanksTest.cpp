@@ -11,6 +11,7 @@
 #include "../PelmaRig.h"
 #include "bank/Bank.h"
 #include "platform/audio/Lv2World.h"
+#include "platform/foundation/Log.h"
 #include "support/BankText.h"
 #include "support/TemporaryFolder.h"
 
@@ -57,12 +58,15 @@ class PelmaBanksTest : public ::testing::Test {
 
 using ::testing::HasSubstr;
 
-// Which files are banks is BankFilesTest's; here, the numbers the plug-in gives them.
+// Which files are banks is BankFilesTest's; here, the numbers the plug-in gives them. What the
+// plug-in says about them reaches the host's log through log:log.
 TEST_F(PelmaBanksTest, BanksInTheFolderFollowTheFactoryBankInEntryOrder) {
   writeBank("b.plb", "Second", 432);
   writeBank("a.plb/bank.plb", "First", 222);
   writeBank("factory.plb", "Factory", 999);  // named like the factory bank: skipped
+  platform::LogCapture log;
   PelmaRig synth;
+  EXPECT_TRUE(log.contains("Pelma: banks: Factory, First, Second"));
   synth.midi(0xC5, 100);  // no such patch in the factory bank, bank 0: nothing changes
   const auto initial = stateAfterBlock(synth);
   EXPECT_EQ(initial.bank, "Factory");
