@@ -154,7 +154,7 @@ std::optional<Bank> parseBank(std::string_view text, std::string_view fallbackNa
     if (!patch) return;
     if (!patchValid) {
       message("Bank {}: patch \"{}\" skipped: it has a value that is not understood", origin,
-                    patch->name);
+              patch->name);
     } else if (bank.patches.size() >= kMaxPatchesPerBank) {
       tooMany = true;
     } else {

@@ -57,8 +57,8 @@ void removeDuplicateBanks(std::vector<Bank>& banks) {
     auto first = std::find_if(kept.begin(), kept.end(),
                               [&](const Bank& other) { return other.name == bank.name; });
     if (first != kept.end()) {
-      message("Bank {} skipped: the bank named \"{}\" in {} comes first",
-                    bank.location.string(), bank.name, first->location.string());
+      message("Bank {} skipped: the bank named \"{}\" in {} comes first", bank.location.string(),
+              bank.name, first->location.string());
       continue;
     }
     kept.push_back(std::move(bank));
