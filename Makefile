@@ -9,20 +9,34 @@ export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := 1
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' '*.hpp')
 
-.PHONY: deps build run install test test-asan test-tsan test-rtsan format format-check clean
+# What the application needs to run, built alone by `make run`.
+APP_TARGETS = pelma pelma_lv2 pelma_catalog
+
+.PHONY: deps deps-run build build-app run install package test test-asan test-tsan test-rtsan format format-check clean
 
 deps:
 	scripts/install-deps
 
+deps-run:
+	scripts/install-deps run
+
 build: deps
-	cmake --preset default
+	cmake --preset default -DPELMA_BUILD_EXTRAS=ON
 	cmake --build --preset default
 
-run: build
+build-app: deps-run
+	cmake --preset default -DPELMA_BUILD_EXTRAS=OFF
+	cmake --build --preset default --target $(APP_TARGETS)
+
+run: build-app
 	./build/default/bin/pelma $(ARGS)
 
-install: build
+install: build-app
 	cmake --install build/default --prefix $(PREFIX)
+
+# A Debian package of the application (build/default/pelma_*.deb).
+package: build-app
+	cd build/default && cpack
 
 test: build
 	ctest --preset default

@@ -20,9 +20,12 @@ fail() { echo "FAIL: $*"; [ -f "$scratch/app.log" ] && cat "$scratch/app.log"; e
 DESTDIR=$scratch/stage cmake --install "$build" --prefix /usr >"$scratch/stage.log" || fail "staged install"
 for file in bin/pelma lib/lv2/pelma.lv2/manifest.ttl lib/lv2/pelma.lv2/pelma.so \
     share/applications/pelma.desktop share/mime/packages/pelma-bank.xml \
-    share/icons/hicolor/scalable/apps/pelma.svg share/mime/application/x-pelma-bank.xml; do
+    share/icons/hicolor/scalable/apps/pelma.svg share/metainfo/org.pelma.Pelma.metainfo.xml \
+    share/doc/pelma/copyright; do
   [ -e "$scratch/stage/usr/$file" ] || fail "$file not staged"
 done
+# A package leaves the desktop's caches to the package manager's triggers.
+[ ! -e "$scratch/stage/usr/share/mime/mime.cache" ] || fail "the MIME cache was staged"
 
 # Installed for one user, into ~/.local of a fresh home.
 export HOME=$scratch/home XDG_DATA_HOME=$scratch/home/.local/share XDG_CONFIG_HOME=$scratch/home/.config
