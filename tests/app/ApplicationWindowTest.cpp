@@ -193,6 +193,30 @@ TEST_F(ApplicationTimeLimit, EndsOnTimeEvenInItsFirstMoments) {
   }
 }
 
+// The window's shortcuts work while the keyboard focus is in the instrument's own (X11) editor,
+// which X11 would otherwise hand every key to: a click in the editor, then Ctrl+Q quits.
+using ApplicationShortcuts = ApplicationWindow;
+
+TEST_F(ApplicationShortcuts, QuitWorksAfterAClickInTheEditor) {
+  const std::string log = std::string(PELMA_TEST_OUTPUT) + "/shortcuts.log";
+  ASSERT_NO_FATAL_FAILURE(startApplication({PELMA_EXECUTABLE}, log));
+  ASSERT_TRUE(waitFor([&] { return readFile(log).find("(X11)") != std::string::npos; }, 10s));
+  // A panel title of the editor: it takes the focus, and the click changes no sound.
+  ASSERT_EQ(runAndWait({"xdotool", "search", "--sync", "--name", "^Pelma$", "mousemove", "--window",
+                        "%1", "620", "56", "click", "1", "sleep", "0.3"}),
+            0);
+  // Typed as a person would (a chained "key" would be sent to the window, past the X server's
+  // keyboard focus and grabs).
+  ASSERT_EQ(runAndWait({"xdotool", "key", "ctrl+q"}), 0);
+  int status = -1;
+  EXPECT_TRUE(waitFor([&] { return waitpid(app_, &status, WNOHANG) == app_; }, 10s))
+      << "still running after Ctrl+Q";
+  if (status != -1) {
+    app_ = 0;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Instruments, ApplicationWindow,
                          ::testing::Values("Pelma", "MDA JX10", "synthv1"), [](const auto& info) {
                            std::string name = info.param;

@@ -3,6 +3,8 @@
 #include <QGuiApplication>
 #include <QResizeEvent>
 #include <QTimer>
+
+#include "platform/ui/EmbeddedWindowShortcuts.h"  // before Xlib, whose macros break Qt's headers
 // Xlib after Qt: its macros (None, Bool, ...) would break Qt's headers.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -145,6 +147,12 @@ class X11EditorView : public QWidget {
     return true;
   }
 
+  // The window's shortcuts keep working while the editor has the keyboard focus.
+  void showEvent(QShowEvent* event) override {
+    QWidget::showEvent(event);
+    shortcuts_.grab();
+  }
+
  private:
   static void write(LV2UI_Controller controller, uint32_t port, uint32_t size, uint32_t protocol,
                     const void* buffer) {
@@ -240,6 +248,7 @@ class X11EditorView : public QWidget {
   }
 
   std::shared_ptr<platform::AudioUnit> unit_;
+  platform::EmbeddedWindowShortcuts shortcuts_{this};
   void* library_ = nullptr;
   const LV2UI_Descriptor* descriptor_ = nullptr;
   LV2UI_Handle handle_ = nullptr;
