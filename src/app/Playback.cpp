@@ -21,11 +21,7 @@ namespace {
 using platform::AudioComponentDescription;
 
 std::optional<AudioComponentDescription> findInstrument(const std::string& name) {
-  auto components = platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
-      {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0});
-  for (const auto& component : components) {
-    if (component.name == name) return component.audioComponentDescription;
-  }
+  if (auto component = installedInstrument(name)) return component->audioComponentDescription;
   platform::log("No instrument named \"{}\" is installed; playing silence", name);
   return std::nullopt;
 }
@@ -58,6 +54,18 @@ void writeDemoPattern(platform::MusicTrack& track) {
 
 }  // namespace
 
+std::vector<platform::AudioUnitComponent> installedInstruments() {
+  return platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
+      {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0});
+}
+
+std::optional<platform::AudioUnitComponent> installedInstrument(std::string_view nameOrUri) {
+  for (auto& component : installedInstruments()) {
+    if (component.isNamed(nameOrUri)) return component;
+  }
+  return std::nullopt;
+}
+
 std::optional<std::vector<PatternNote>> parsePatternNotes(const std::string& text) {
   std::vector<PatternNote> notes;
   std::stringstream list(text);
@@ -73,8 +81,8 @@ std::optional<std::vector<PatternNote>> parsePatternNotes(const std::string& tex
     if (fields >> colon2) {
       if (colon2 != ':' || !(fields >> note.velocity)) return std::nullopt;
     }
-    if (note.note < 0 || note.note > 127 || note.beat < 0 || note.length <= 0 ||
-        note.velocity < 1 || note.velocity > 127) {
+    if (note.note < 0 || note.note > 127 || note.beat < 0 || note.beat >= kPatternBeats ||
+        note.length <= 0 || note.velocity < 1 || note.velocity > 127) {
       return std::nullopt;
     }
     notes.push_back(note);
@@ -85,8 +93,8 @@ std::optional<std::vector<PatternNote>> parsePatternNotes(const std::string& tex
 
 void buildPattern(const PlaybackOptions& options, platform::MusicSequence& sequence) {
   platform::MusicTrack& track = sequence.trackCount() ? *sequence.track(0) : *sequence.newTrack();
-  track.setLoopInfo({4.0, 0});
-  track.setTrackLength(4.0);
+  track.setLoopInfo({kPatternBeats, 0});
+  track.setTrackLength(kPatternBeats);
   if (options.notes.empty()) {
     writeDemoPattern(track);
   } else {
@@ -175,12 +183,11 @@ int playLive(const PlaybackOptions& options) {
   return 0;
 }
 
-int listInstruments() {
-  auto components = platform::AudioUnitComponentManager::shared().componentsMatchingDescription(
-      {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0});
+int listInstruments(std::FILE* out) {
+  const auto components = installedInstruments();
   for (const auto& component : components)
-    fmt::print("{}\t{}\n", component.name, component.uri);
-  if (components.empty()) fmt::print("No LV2 instruments installed (LV2_PATH: see --help)\n");
+    fmt::print(out, "{}\t{}\n", component.name, component.uri);
+  if (components.empty()) fmt::print(out, "No LV2 instruments installed (LV2_PATH: see --help)\n");
   return 0;
 }
 

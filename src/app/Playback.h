@@ -4,16 +4,21 @@
 // played by the music player through the audio graph, either rendered offline into a WAV file
 // or played live through the audio output.
 
+#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "platform/audio/AudioComponent.h"
 #include "platform/audio/AudioGraph.h"
 #include "platform/audio/AudioUnit.h"
 #include "platform/music/MusicSequence.h"
 
 namespace app {
+
+inline constexpr double kPatternBeats = 4.0;  // the pattern is one looped bar of four beats
 
 struct PatternNote {
   int note = 60;
@@ -43,7 +48,8 @@ struct InstrumentGraph {
   double sampleRate = 0.0;
 };
 
-// Parses "60@0:0.5,64@1:0.25:90" (note@beat:length[:velocity]); nothing on a malformed list.
+// Parses "60@0:0.5,64@1:0.25:90" (note@beat:length[:velocity]); nothing on a malformed list or
+// a note that starts outside the bar.
 std::optional<std::vector<PatternNote>> parsePatternNotes(const std::string& text);
 
 // Fills the sequence's first note track with the notes as a looped four-beat bar (or the demo
@@ -58,7 +64,11 @@ int renderToFile(const PlaybackOptions& options, const std::filesystem::path& pa
 // Plays the pattern live through the audio output for options.seconds.
 int playLive(const PlaybackOptions& options);
 
+// The installed LV2 instruments, sorted by name; the one a user names by name or URI.
+std::vector<platform::AudioUnitComponent> installedInstruments();
+std::optional<platform::AudioUnitComponent> installedInstrument(std::string_view nameOrUri);
+
 // Prints the installed LV2 instruments, one per line: name, then URI.
-int listInstruments();
+int listInstruments(std::FILE* out = stdout);
 
 }  // namespace app

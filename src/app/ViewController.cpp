@@ -138,7 +138,8 @@ platform::AudioComponentDescription ViewController::getPelmaDescription() {
           {platform::kAudioUnitTypeMusicDevice, 0, 0, 0, 0});
   audioEngine_ = std::make_unique<AudioEngine>();
   for (const auto& component : components) {
-    if (component.name == instrumentName_.toStdString()) return component.audioComponentDescription;
+    if (component.isNamed(instrumentName_.toStdString()))
+      return component.audioComponentDescription;
   }
   platform::log(
       "No instrument named \"{}\" is installed (LV2 path: {}); the keyboard and the "

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "app/Application.h"
 #include "app/Listen.h"
@@ -27,7 +28,8 @@ void printUsage() {
       "Without a mode it opens the window: the instrument's editor, the sequencer and the\n"
       "keyboard (headless when there is no display).\n\n"
       "  --idiom tablet|phone      the window's layout (default tablet)\n"
-      "  --version                 print the version\n"
+      "  -v, --version             print the version\n"
+      "  -h, --help                print this help\n"
       "  --list-instruments        list the installed LV2 instruments (name and URI)\n"
       "  --render FILE.wav         render the pattern offline into a WAV file\n"
       "  --play                    play the pattern live through the audio output\n"
@@ -36,14 +38,15 @@ void printUsage() {
       "                            for --seconds\n"
       "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
       "  --connect HOST:PORT       invite a network MIDI peer (its control port) at start\n"
-      "  --plugin NAME             the instrument to play (default \"{}\")\n"
+      "  --plugin NAME|URI         the instrument to play (default \"{}\")\n"
       "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
       "                            (note@beat:length[:velocity], looped over 4 beats);\n"
       "                            without it, a demo pattern from the step sequencer\n"
       "  --tempo BPM               tempo (default 120)\n"
       "  --seconds S               length (default 8); with the window: quit after S s\n"
       "  --sample-rate HZ          offline sample rate (default 48000)\n"
-      "  --buffer-frames N         offline block size (default 256)\n",
+      "  --buffer-frames N         offline block size (default 256)\n\n"
+      "Options take their value as the next argument or after '=' (--tempo=140).\n",
       kInstrumentName, kInstrumentName);
 }
 
@@ -80,9 +83,26 @@ int usageError(std::string_view message) {
   return 2;
 }
 
+// The arguments with every "--name=value" split into "--name" and "value".
+std::vector<std::string> splitArguments(int argc, char** argv) {
+  std::vector<std::string> arguments;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view argument = argv[i];
+    const auto equals = argument.find('=');
+    if (argument.starts_with("--") && equals != std::string_view::npos) {
+      arguments.emplace_back(argument.substr(0, equals));
+      arguments.emplace_back(argument.substr(equals + 1));
+    } else {
+      arguments.emplace_back(argument);
+    }
+  }
+  return arguments;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  const std::vector<std::string> arguments = splitArguments(argc, argv);
   app::PlaybackOptions options;
   std::string renderPath;
   bool play = false;
@@ -90,15 +110,15 @@ int main(int argc, char** argv) {
   bool secondsGiven = false;
   app::ApplicationOptions applicationOptions;
   app::ListenOptions listenOptions;
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view argument = argv[i];
-    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string_view argument = arguments[i];
+    const char* value = i + 1 < arguments.size() ? arguments[i + 1].c_str() : nullptr;
     auto needsValue = [&] {
       if (!value) return false;
       ++i;
       return true;
     };
-    if (argument == "--version") {
+    if (argument == "--version" || argument == "-v") {
       fmt::print("pelma {}\n", PELMA_VERSION);
       return 0;
     } else if (argument == "--help" || argument == "-h") {
@@ -140,7 +160,10 @@ int main(int argc, char** argv) {
     } else if (argument == "--notes") {
       if (!needsValue()) return usageError("--notes needs a list");
       auto notes = app::parsePatternNotes(value);
-      if (!notes) return usageError("--notes: expected note@beat:length[:velocity],...");
+      if (!notes)
+        return usageError(
+            "--notes: expected note@beat:length[:velocity],... with each beat in the bar (0 to "
+            "under 4)");
       options.notes = *notes;
     } else if (argument == "--tempo" || argument == "--seconds" || argument == "--sample-rate" ||
                argument == "--buffer-frames") {
@@ -155,13 +178,20 @@ int main(int argc, char** argv) {
       }
       if (argument == "--sample-rate") options.sampleRate = *parsed;
       if (argument == "--buffer-frames") options.bufferFrames = static_cast<unsigned>(*parsed);
-    } else if (!argument.starts_with("--")) {
+    } else if (!argument.starts_with("-")) {
       // A bank file or a "pelma:" link to open, as other programs hand them over.
       applicationOptions.urls.push_back(asUrl(argument));
     } else {
       printUsage();
       return usageError(fmt::format("unknown option {}", argument));
     }
+  }
+  if (play && !renderPath.empty()) return usageError("--play and --render: choose one");
+  if ((play || listen || !renderPath.empty()) && !app::installedInstrument(options.pluginName)) {
+    fmt::print(stderr, "pelma: no instrument \"{}\" is installed; the installed ones:\n",
+               options.pluginName);
+    app::listInstruments(stderr);
+    return 2;
   }
   if (!renderPath.empty()) return app::renderToFile(options, renderPath);
   if (play) return app::playLive(options);

@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -42,6 +43,9 @@ struct AudioUnitComponent {
   std::string uri;
   std::string manufacturerName;
   AudioComponentDescription audioComponentDescription;
+
+  // A user names an instrument by its name or its URI.
+  bool isNamed(std::string_view nameOrUri) const { return name == nameOrUri || uri == nameOrUri; }
 };
 
 // Load the plug-in in a separate process. Accepted; plug-ins currently run in this process.
