@@ -6,8 +6,10 @@
 #include <QDropEvent>
 #include <QKeySequence>
 #include <QMimeData>
+#include <QScreen>
 #include <QSettings>
 #include <QShortcut>
+#include <QStyle>
 #include <vector>
 
 #include "app/ViewController.h"
@@ -17,6 +19,17 @@ namespace {
 
 QString sizeKey(bool phone) {
   return phone ? QStringLiteral("window-size-phone") : QStringLiteral("window-size");
+}
+
+// At most what the screen's free area holds once the window manager adds a title bar and a frame
+// (the real frame is known only after the window is shown).
+QSize fitToScreen(const QWidget& window, QSize size) {
+  const QScreen* screen = window.screen();
+  if (!screen) return size;
+  const int frame = window.style()->pixelMetric(QStyle::PM_DefaultFrameWidth);
+  const int titleBar = window.style()->pixelMetric(QStyle::PM_TitleBarHeight);
+  const QSize room = screen->availableGeometry().size() - QSize(2 * frame, titleBar + 2 * frame);
+  return size.boundedTo(room).expandedTo(window.minimumSize());
 }
 
 std::vector<std::string> bankUrls(const QMimeData* data) {
@@ -37,9 +50,11 @@ MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* m
   setWindowTitle(QStringLiteral("Pelma"));
   setAcceptDrops(true);
   root_ = new ViewController(instrumentName, midi, this);
-  setMinimumSize(phone_ ? QSize(480, 270) : QSize(1024, 640));
+  // Small enough for a 1280 x 720 screen at 150 % (853 x 480, less the panel); the layout fits the
+  // instrument's editor and keeps the keyboard playable at any size above it.
+  setMinimumSize(phone_ ? QSize(480, 270) : QSize(760, 420));
   const QSize designSize = phone_ ? QSize(667, 375) : QSize(1024, 768);
-  resize(QSettings().value(sizeKey(phone_), designSize).toSize());
+  resize(fitToScreen(*this, QSettings().value(sizeKey(phone_), designSize).toSize()));
   root_->resize(size());
   root_->viewDidLoad();
 

@@ -3,6 +3,7 @@
 #include <QLabel>
 #include <QResizeEvent>
 #include <QThread>
+#include <algorithm>
 #include <cmath>
 
 #include "banks/AppDelegate.h"
@@ -208,21 +209,44 @@ void ViewController::embedPlugInView(std::shared_ptr<AudioUnitViewController> co
   }
 
   P->setGeometry(frame(0, 0, kTabletPlugInWidth, kTabletPlugInHeight));
-  const float ratio = static_cast<float>(width()) * kTabletScaleBase;
+  const float ratio = tabletEditorRatio();
   const auto CH = static_cast<float>(auContainerView_->height());
   platform::log("RATIOOO {:f} ", ratio);
-  if (ratio > 1.0f) {
+  if (!tabletEditorFitsUnscaled()) {
+    // A window smaller than the editor's design size: the editor shrinks to fit at the top,
+    // centred, and the keyboard keeps a quarter of the window.
+    const auto W = static_cast<float>(width());
+    const auto H = static_cast<float>(height());
+    const float S = H * 128.0f / 768.0f;
+    const float shrink = std::min(W * kTabletScaleBase, (H * 0.75f - S) / kTabletPlugInHeight);
+    const QSize size = QSizeF(shrink * kTabletPlugInWidth, shrink * kTabletPlugInHeight).toSize();
+    auContainerView_->setGeometry(QRect(QPoint((width() - size.width()) / 2, 0), size));
+  } else if (ratio > 1.0f) {
     // A desktop window is resized rather than scaled: the editor lays itself out at its size.
     const QSize size = QSizeF(ratio * kTabletPlugInWidth, ratio * kTabletPlugInHeight).toSize();
     auContainerView_->setGeometry(QRect(QPoint(0, 0), size));
     const QPointF centre(width() * 0.5, std::trunc(ratio * CH * 0.5f) + kTabletCentreOffset);
     auContainerView_->move((centre - QPointF(size.width() / 2.0, size.height() / 2.0)).toPoint());
+  } else {
+    auContainerView_->move((width() - auContainerView_->width()) / 2, 0);  // centred when wider
   }
   reflowBelow(static_cast<float>(auContainerView_->y() + auContainerView_->height()));
   P->setParent(auContainerView_);
   P->setGeometry(auContainerView_->rect());
   platform::log("FRAME {}", describe(P));
   P->show();
+}
+
+float ViewController::tabletEditorRatio() const {
+  const auto H = static_cast<float>(height());
+  const float keepsThirdBelow = (H * 0.5f - kTabletCentreOffset) / kTabletPlugInHeight;
+  return std::min(static_cast<float>(width()) * kTabletScaleBase, keepsThirdBelow);
+}
+
+bool ViewController::tabletEditorFitsUnscaled() const {
+  const auto H = static_cast<float>(height());
+  return static_cast<float>(width()) >= kTabletPlugInWidth &&
+         H - kTabletPlugInHeight - H * 128.0f / 768.0f >= H * 0.25f;
 }
 
 void ViewController::reflowBelow(float bottom) {
@@ -248,6 +272,13 @@ void ViewController::viewWillLayoutSubviews() {
   const float top = scale * kPhonePlugInHeight;
   pianoViewController_->setGeometry(
       frame(static_cast<float>(G.x()), top, static_cast<float>(G.width()), height() - top));
+  placePhoneSequencerStrip();
+}
+
+void ViewController::placePhoneSequencerStrip() {
+  const QRect keyboard = pianoViewController_->geometry();
+  seqController_->setGeometry(keyboard.x(), keyboard.y() - static_cast<int>(kPhoneSequencerHeight),
+                              keyboard.width(), static_cast<int>(kPhoneSequencerHeight));
 }
 
 void ViewController::layoutTabletForSize() {
@@ -276,8 +307,7 @@ void ViewController::resizeEvent(QResizeEvent* event) {
 
 void ViewController::toggleSequencer() {
   seqController_->setHidden(!seqController_->isHidden());
-  const QRect keyboard = pianoViewController_->geometry();
-  seqController_->setGeometry(keyboard.x(), keyboard.y() - 100, keyboard.width(), 100);
+  placePhoneSequencerStrip();
   seqController_->raise();
   platform::log("SEQ");
 }

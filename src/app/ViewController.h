@@ -90,6 +90,13 @@ class ViewController : public QWidget, public MidiEventRouter {
   void reflowBelow(float bottom);
   // Desktop windows are resized at will: the tablet frames are laid out again for the new size.
   void layoutTabletForSize();
+  // On phones the sequencer strip sits directly above the keyboard, shown or not.
+  void placePhoneSequencerStrip();
+  // The tablet editor's scale: the window's width over 1024, held down so that the keyboard keeps
+  // the lower third when the window is far wider than a tablet for its height.
+  float tabletEditorRatio() const;
+  // Whether the editor at its design size leaves the keyboard at least a quarter of the window.
+  bool tabletEditorFitsUnscaled() const;
 
   QString instrumentName_;
   PGMidi* midi_;

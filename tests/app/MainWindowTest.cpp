@@ -9,10 +9,13 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QMimeData>
+#include <QScreen>
+#include <QStyle>
 #include <QTest>
 #include <QUrl>
 
 #include "app/ViewController.h"
+#include "keyboard/PianoViewController.h"
 #include "platform/app/QtMainQueue.h"
 
 namespace {
@@ -49,6 +52,25 @@ TEST(MainWindow, OpensTheBankFilesDroppedOnItAndRefusesDragsWithoutOne) {
   platform::MainQueue::setMain(nullptr);
   EXPECT_EQ(opened,
             (std::vector<std::string>{"file:///tmp/my%20bank.plb", "file:///tmp/second.plb"}));
+}
+
+// The window opens no larger than the screen's free area leaves room for, title bar included (the
+// offscreen screen is 800 x 600, smaller than the window's design size), and the keyboard keeps a
+// playable part of it.
+TEST(MainWindow, OpensWithinTheScreenWithAPlayableKeyboard) {
+  platform::QtMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  {
+    app::MainWindow window(QStringLiteral("MDA JX10"), false, nullptr, [](const std::string&) {});
+    for (int i = 0; i < 500 && !window.root()->audioUnitViewCotnroller(); ++i)
+      QTest::qWait(20);
+    const QRect room = window.screen()->availableGeometry();
+    EXPECT_LE(window.width(), room.width());
+    EXPECT_LE(window.height() + window.style()->pixelMetric(QStyle::PM_TitleBarHeight),
+              room.height());
+    EXPECT_GE(window.root()->pianoViewController()->height(), window.height() / 4);
+  }
+  platform::MainQueue::setMain(nullptr);
 }
 
 }  // namespace

@@ -80,10 +80,36 @@ TEST_F(ViewControllerTest, PhoneOf667PointsStacksEditorStripAndKeyboard) {
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"SEQ", "SEQ"}));
 }
 
+// Desktop windows far wider than a tablet for their height (maximised laptop and desktop
+// screens, at 100 % to 150 % scaling) or smaller than the editor's design size: the editor is
+// shown whole inside the window, the sequencer below it, and the keyboard keeps at least a
+// quarter of the height. A phone window re-lays its sequencer strip above the keyboard.
+TEST_F(ViewControllerTest, EveryWindowShowsTheWholeEditorAndAPlayableKeyboard) {
+  load(UserInterfaceIdiom::pad, {1024, 768});
+  for (const QSize size : {QSize(1366, 740), QSize(1920, 1050), QSize(1280, 770), QSize(1093, 580),
+                           QSize(853, 450), QSize(760, 420), QSize(2560, 1400)}) {
+    screen->resize(size);
+    const QRect editor = screen->auContainerView()->geometry();
+    const QRect seq = screen->seqController()->geometry();
+    const QRect keyboard = screen->pianoViewController()->geometry();
+    EXPECT_TRUE(QRect(QPoint(0, 0), size).contains(editor)) << size.width() << "x" << size.height();
+    EXPECT_LE(editor.bottom(), seq.top()) << size.width();
+    EXPECT_LE(seq.bottom(), keyboard.top()) << size.width();
+    EXPECT_EQ(keyboard.bottom(), size.height() - 1) << size.width();
+    EXPECT_GE(keyboard.height(), size.height() / 4) << size.width();
+  }
+  screen.reset();
+
+  load(UserInterfaceIdiom::phone, {667, 375});
+  screen->resize(900, 500);
+  EXPECT_EQ(screen->seqController()->geometry().bottom() + 1,
+            screen->pianoViewController()->geometry().top());
+}
+
 // The instrument's editor arrives in its container, which a wide tablet's screen resizes and
 // centres; its state is saved over one file; an editor without a view is reported.
 TEST_F(ViewControllerTest, WideTabletResizesAndCentresTheArrivingEditorAndSavesItsState) {
-  load(UserInterfaceIdiom::pad, {1366, 768});  // embeds the instrument's editor
+  load(UserInterfaceIdiom::pad, {1366, 1024});  // embeds the instrument's editor
   const auto& editor = screen->audioUnitViewCotnroller();
   ASSERT_NE(editor->view(), nullptr);
   EXPECT_EQ(editor->view()->parentWidget(), screen->auContainerView());
@@ -93,18 +119,18 @@ TEST_F(ViewControllerTest, WideTabletResizesAndCentresTheArrivingEditorAndSavesI
   EXPECT_NEAR(container.center().x(), 683, 1);
   EXPECT_NEAR(container.y() + container.height() / 2.0, std::trunc(ratio * 335 * 0.5) + 47, 1);
   EXPECT_EQ(editor->view()->geometry(), QRect(QPoint(0, 0), container.size()));
-  // Sequencer and keyboard moved below the editor: S = 128.
-  const int bottom = container.y() + container.height();
-  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, bottom + 2, 1366, 126));
-  EXPECT_EQ(screen->pianoViewController()->geometry(),
-            QRect(0, bottom + 128, 1366, 768 - bottom - 128));
+  // Below the editor: the keyboard in the lower third, the sequencer's band (1024 x 128 / 768)
+  // above it.
+  EXPECT_LE(container.y() + container.height(), 512);
+  EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 512, 1366, 171));
+  EXPECT_EQ(screen->pianoViewController()->geometry(), QRect(0, 683, 1366, 341));
 
   // A desktop window is resized at will: narrower and back, the same layout, no drift.
   const QRect seq = screen->seqController()->geometry();
   screen->resize(1024, 768);
   EXPECT_EQ(screen->auContainerView()->geometry(), QRect(0, 0, 1024, 335));
   EXPECT_EQ(screen->seqController()->geometry(), QRect(0, 384, 1024, 128));
-  screen->resize(1366, 768);
+  screen->resize(1366, 1024);
   EXPECT_EQ(screen->auContainerView()->geometry(), container);
   EXPECT_EQ(screen->seqController()->geometry(), seq);
 
