@@ -11,6 +11,7 @@
 #include "platform/ui/DeviceIdiom.h"
 #include "platform/ui/InterfaceFile.h"
 #include "platform/ui/NavigationController.h"
+#include "platform/ui/Palette.h"
 #include "platform/ui/Popover.h"
 #include "ui_PianoViewController.h"
 #include "ui_PianoViewControlleriPhone.h"
@@ -28,6 +29,8 @@ PianoViewController::PianoViewController(const QString& nibName, QWidget* parent
   setAttribute(Qt::WA_StyledBackground);  // the interface file's background colour
   platform::loadInterfaceFile<Ui::PianoViewController, Ui::PianoViewControlleriPhone>(
       this, nibName, kTabletInterface, kPhoneInterface, [this](auto& ui) { bindOutlets(ui); });
+  octaveLabel_->setStyleSheet(
+      QStringLiteral("color: %1;").arg(platform::palette::css(platform::palette::kAccent)));
   // The octave buttons act on pianoView; the keys are played on pianoView2, laid over it.
   pianoView_->setPlayingKeyboard(pianoView2_);
   connectActions();

@@ -4,6 +4,7 @@
 #include <QTextLayout>
 #include <vector>
 
+#include "platform/ui/Palette.h"
 #include "sequencer/KRStepSequenceStep.h"
 
 namespace {
@@ -14,7 +15,7 @@ constexpr float kNear = 4.0f;
 constexpr float kFar = 8.0f;
 constexpr qreal kLabelInset = 6.0;
 
-const QColor kSelectedOutline = QColor::fromRgbF(1.0f, 0.82f, 0.459f, 1.0f);
+const QColor kSelectedOutline = platform::palette::kAccent;
 
 }  // namespace
 

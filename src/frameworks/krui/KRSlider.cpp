@@ -1,4 +1,5 @@
 #include "frameworks/krui/KRSlider.h"
+#include "platform/ui/Palette.h"
 
 #include <QPainter>
 #include <algorithm>
@@ -7,7 +8,7 @@
 namespace {
 
 const QColor kTrack(54, 64, 73);
-const QColor kFilled(255, 209, 117);
+const QColor kFilled = platform::palette::kAccent;
 const QColor kThumb(204, 204, 204);
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/foundation/Log.h"
+#include "platform/ui/Palette.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ const QColor kBackground(28, 30, 33);
 const QColor kWhiteKey(244, 244, 240);
 const QColor kBlackKey(24, 25, 28);
 const QColor kKeyOutline(70, 70, 74);
-const QColor kSoundingWhiteKey(255, 209, 117);
+const QColor kSoundingWhiteKey = platform::palette::kAccent;
 const QColor kSoundingBlackKey(196, 140, 48);
 const QColor kKeyName(120, 120, 120);
 

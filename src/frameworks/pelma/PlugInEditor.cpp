@@ -26,6 +26,7 @@
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
 #include "platform/ui/Button.h"
+#include "platform/ui/Palette.h"
 
 namespace {
 
@@ -214,14 +215,16 @@ QWidget* makeGenericEditor(std::shared_ptr<platform::AudioUnit> unit, QWidget* o
   scroll->setObjectName("genericEditor");
   scroll->setWidgetResizable(true);
   scroll->setFrameShape(QFrame::NoFrame);
-  scroll->setStyleSheet(QStringLiteral(
-      "#genericEditor, #genericEditorContent { background-color: rgb(28, 32, 36); }"
-      "QGroupBox { color: rgb(255, 209, 117); font-weight: 600; border: 1px solid rgb(62, 72, 81);"
-      " border-radius: 6px; margin-top: 14px; padding: 6px 4px 4px 4px; }"
-      "QGroupBox::title { subcontrol-origin: margin; left: 10px; padding: 0 4px; }"
-      "#controlName { color: rgb(200, 206, 212); font-size: 12px; }"
-      "#controlValue { color: rgb(150, 160, 170); font-size: 11px; }"
-      "#editorTitle { color: rgb(232, 236, 240); font-size: 16px; font-weight: 600; }"));
+  using namespace platform::palette;
+  scroll->setStyleSheet(
+      QStringLiteral("#genericEditor, #genericEditorContent { background-color: rgb(28, 32, 36); }"
+                     "QGroupBox { color: %1; font-weight: 600; border: 1px solid %2;"
+                     " border-radius: 6px; margin-top: 14px; padding: 6px 4px 4px 4px; }"
+                     "QGroupBox::title { subcontrol-origin: margin; left: 10px; padding: 0 4px; }"
+                     "#controlName { color: %3; font-size: 12px; }"
+                     "#controlValue { color: rgb(150, 160, 170); font-size: 11px; }"
+                     "#editorTitle { color: %4; font-size: 16px; font-weight: 600; }")
+          .arg(css(kAccent), css(kBorder), css(kSecondaryText), css(kText)));
   auto* content = new QWidget;
   content->setObjectName("genericEditorContent");
   auto* layout = new QVBoxLayout(content);

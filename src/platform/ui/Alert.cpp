@@ -1,4 +1,5 @@
 #include "platform/ui/Alert.h"
+#include "platform/ui/Palette.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
@@ -14,15 +15,18 @@ Sheet::Sheet(QWidget* window, const QString& title, const QString& message,
   setObjectName(QStringLiteral("sheet"));
   setAttribute(Qt::WA_DeleteOnClose);
   setAttribute(Qt::WA_StyledBackground);
-  setStyleSheet(QStringLiteral(
-      "#sheet { background-color: rgba(0, 0, 0, 150); }"
-      "#sheetPanel { background-color: rgb(34, 38, 43); border: 1px solid rgb(70, 78, 86); "
-      "border-radius: 10px; }"
-      "#sheetTitle { color: white; font-size: 15px; font-weight: 600; }"
-      "#sheetMessage { color: rgb(200, 206, 212); font-size: 13px; }"
-      "QPushButton { color: white; background-color: rgb(52, 60, 68); border: none; "
-      "border-radius: 6px; padding: 7px 16px; font-size: 13px; }"
-      "QPushButton:default { background-color: rgb(255, 209, 117); color: black; }"));
+  setStyleSheet(
+      QStringLiteral(
+          "#sheet { background-color: rgba(0, 0, 0, 150); }"
+          "#sheetPanel { background-color: rgb(34, 38, 43); border: 1px solid rgb(70, 78, 86); "
+          "border-radius: 10px; }"
+          "#sheetTitle { color: white; font-size: 15px; font-weight: 600; }"
+          "#sheetMessage { color: %1; font-size: 13px; }"
+          "QPushButton { color: white; background-color: %2; border: none; "
+          "border-radius: 6px; padding: 7px 16px; font-size: 13px; }"
+          "QPushButton:default { background-color: %3; color: black; }")
+          .arg(palette::css(palette::kSecondaryText), palette::css(palette::kControl),
+               palette::css(palette::kAccent)));
   panel_ = new QFrame(this);
   panel_->setObjectName(QStringLiteral("sheetPanel"));
   auto* layout = new QVBoxLayout(panel_);

@@ -1,4 +1,5 @@
 #include "platform/ui/Button.h"
+#include "platform/ui/Palette.h"
 
 #include <QPainter>
 #include <QPainterPath>
@@ -10,10 +11,10 @@ namespace {
 const QColor kCapTop(66, 77, 87);
 const QColor kCapBottom(44, 52, 59);
 const QColor kCapPressed(86, 99, 111);
-const QColor kLit(255, 209, 117);
-const QColor kLitPressed(255, 226, 168);
+const QColor kLit = palette::kAccent;
+const QColor kLitPressed = palette::kAccentPressed;
 const QColor kRim(20, 24, 27);
-const QColor kTitle(232, 236, 240);
+const QColor kTitle = palette::kText;
 const QColor kTitleOnLit(36, 30, 18);
 const QColor kTitleDisabled(120, 128, 135);
 constexpr qreal kCornerRadius = 6.0;

@@ -1,4 +1,5 @@
 #include "platform/ui/TableViewController.h"
+#include "platform/ui/Palette.h"
 
 #include <QListWidget>
 #include <QPainter>
@@ -22,7 +23,7 @@ class AccessoryDelegate : public QStyledItemDelegate {
              const QModelIndex& index) const override {
     QStyledItemDelegate::paint(painter, option, index);
     QString glyph;
-    QColor colour(255, 209, 117);  // the host's amber, as on lit buttons
+    QColor colour = palette::kAccent;
     switch (static_cast<CellAccessory>(index.data(kAccessoryRole).toInt())) {
       case CellAccessory::checkmark:
         glyph = QStringLiteral("\u2713");
