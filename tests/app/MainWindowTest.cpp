@@ -9,11 +9,14 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QMimeData>
+#include <QSettings>
 #include <QTest>
 #include <QUrl>
 
 #include "app/ViewController.h"
 #include "platform/app/QtMainQueue.h"
+#include "platform/foundation/Log.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -49,6 +52,25 @@ TEST(MainWindow, OpensTheBankFilesDroppedOnItAndRefusesDragsWithoutOne) {
   platform::MainQueue::setMain(nullptr);
   EXPECT_EQ(opened,
             (std::vector<std::string>{"file:///tmp/my%20bank.plb", "file:///tmp/second.plb"}));
+}
+
+// The window's size kept from the last run, edited to a size no screen shows: the design size.
+TEST(MainWindow, AStoredSizeNoScreenCouldShowIsIgnored) {
+  TemporaryFolder config;
+  setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+  QSettings().setValue(QStringLiteral("window-size"), QSize(32767, 32767));
+  platform::QtMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  {
+    platform::LogCapture log;
+    app::MainWindow window(QStringLiteral("MDA JX10"), false, nullptr, [](const std::string&) {});
+    EXPECT_EQ(window.size(), QSize(1024, 768));
+    EXPECT_TRUE(log.contains(
+        "Preference window-size = 32767x32767 is not a value it can have; the default is used"));
+    for (int i = 0; i < 500 && !window.root()->audioUnitViewCotnroller(); ++i)
+      QTest::qWait(20);
+  }
+  platform::MainQueue::setMain(nullptr);
 }
 
 }  // namespace
