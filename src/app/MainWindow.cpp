@@ -13,12 +13,26 @@
 #include <vector>
 
 #include "app/ViewController.h"
+#include "platform/foundation/Log.h"
 
 namespace app {
 namespace {
 
 QString sizeKey(bool phone) {
   return phone ? QStringLiteral("window-size-phone") : QStringLiteral("window-size");
+}
+
+// The window size kept from the last run; one no screen could show (the file is the user's to
+// edit) is ignored with one log line.
+QSize storedSize(const QString& key, QSize fallback) {
+  const QVariant value = QSettings().value(key);
+  if (!value.isValid()) return fallback;
+  const QSize size = value.toSize();
+  if (size.width() >= 1 && size.height() >= 1 && size.width() <= 8192 && size.height() <= 8192)
+    return size;
+  platform::log("Preference {} = {}x{} is not a value it can have; the default is used",
+                key.toStdString(), size.width(), size.height());
+  return fallback;
 }
 
 // At most what the screen's free area holds once the window manager adds a title bar and a frame
@@ -54,7 +68,7 @@ MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* m
   // instrument's editor and keeps the keyboard playable at any size above it.
   setMinimumSize(phone_ ? QSize(480, 270) : QSize(760, 420));
   const QSize designSize = phone_ ? QSize(667, 375) : QSize(1024, 768);
-  resize(fitToScreen(*this, QSettings().value(sizeKey(phone_), designSize).toSize()));
+  resize(fitToScreen(*this, storedSize(sizeKey(phone_), designSize)));
   root_->resize(size());
   root_->viewDidLoad();
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <QUrl>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -67,15 +68,10 @@ std::optional<double> number(const char* text) {
 // "pelma:..." and "file:..." stay as they are; a path becomes an absolute file URL.
 std::string asUrl(std::string_view argument) {
   if (argument.starts_with("pelma:") || argument.starts_with("file:")) return std::string(argument);
-  std::string url = "file://";
-  for (unsigned char c : std::filesystem::absolute(std::filesystem::path(argument)).string()) {
-    if (std::isalnum(c) ||
-        std::string_view("/-._~").find(static_cast<char>(c)) != std::string_view::npos)
-      url += static_cast<char>(c);
-    else
-      url += fmt::format("%{:02X}", c);
-  }
-  return url;
+  const auto path = std::filesystem::absolute(std::filesystem::path(argument));
+  return QUrl::fromLocalFile(QString::fromStdString(path.string()))
+      .toString(QUrl::FullyEncoded)
+      .toStdString();
 }
 
 int usageError(std::string_view message) {

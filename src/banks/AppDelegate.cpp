@@ -33,7 +33,8 @@ bool AppDelegate::openURL(const std::string& url) {
 }
 
 bool AppDelegate::handleOpenURL(const std::string& url) {
-  platform::log("Handle open url {}  | {} ", url, bank_intake::urlScheme(url));
+  platform::log("Handle open url {}  | {} ", platform::printable(url),
+                platform::printable(bank_intake::urlScheme(url)));
   if (url.empty() || bank_intake::urlLastPathComponent(url).empty()) return true;
   if (!bank_intake::isBankUrl(url)) return true;
   platform::log("add bank");

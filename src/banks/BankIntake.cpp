@@ -1,6 +1,8 @@
 #include "banks/BankIntake.h"
 
+#include <algorithm>
 #include <cctype>
+#include <vector>
 
 #include "platform/foundation/Files.h"
 #include "platform/foundation/Log.h"
@@ -58,9 +60,13 @@ void moveItemsToPlace(BankFileOperations& files, const std::filesystem::path& do
                       const std::filesystem::path& container) {
   for (const std::string& name : files.contentsOfDirectory(documents)) {
     if (pathExtension(name) != "plb") continue;
-    platform::log("Copying from itunes docs path {}", name);
-    files.copyItem(documents / name, container / name);
-    files.removeItem(documents / name);
+    platform::log("Copying from itunes docs path {}", platform::printable(name));
+    const bool copied = files.copyItem(documents / name, container / name);
+    // Removed once the bank folder has that name, copied now or kept from before (then the newer
+    // copy is discarded); a copy that failed otherwise leaves the bank where it was.
+    const auto there = copied ? std::vector<std::string>{} : files.contentsOfDirectory(container);
+    if (copied || std::find(there.begin(), there.end(), name) != there.end())
+      files.removeItem(documents / name);
   }
 }
 
@@ -70,7 +76,7 @@ void writeTestFileAndListContainer(BankFileOperations& files,
   platform::log("list files");
   int position = 0;
   for (const std::string& name : files.contentsOfDirectory(container)) {
-    platform::log("File {}: {}", ++position, name);
+    platform::log("File {}: {}", ++position, platform::printable(name));
   }
 }
 

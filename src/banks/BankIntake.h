@@ -25,8 +25,10 @@ std::string pathExtension(std::string_view name);
 bool isBankUrl(std::string_view url);
 
 // Every top-level entry of `documents` whose extension is exactly "plb" is copied to `container`
-// under its own name and then removed from `documents`, whether or not the copy succeeded (an
-// entry of that name already in the container stays as it was). Logs each name it copies.
+// under its own name and then removed from `documents` once `container` has that name: copied
+// now, or there already (that entry stays as it was and the newer copy is discarded). A copy that
+// failed otherwise (no bank folder, a link, a full disk) removes nothing. Logs each name it
+// copies.
 void moveItemsToPlace(BankFileOperations& files, const std::filesystem::path& documents,
                       const std::filesystem::path& container);
 

@@ -2,7 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "platform/foundation/Files.h"
+#include <algorithm>
+
 #include "platform/foundation/Log.h"
 
 namespace bank_shop {
@@ -35,24 +36,26 @@ std::string describe(const platform::PropertyValue& value) {
   return std::visit(Describer{}, value.value);
 }
 
-std::filesystem::path pathOfFileUrl(const std::string& url) {
-  if (!url.starts_with("file://")) return url;
-  const auto decoded = platform::percentDecoded(url.substr(7));
-  return decoded ? *decoded : url.substr(7);
-}
-
-std::optional<platform::PropertyDictionary> installPackageContents(
-    BankFileOperations& files, const std::filesystem::path& package,
-    const std::filesystem::path& container) {
-  auto contentInfo = files.readPropertyList(package / "ContentInfo.plist");
-  platform::log("DOWNLOADED SOURCE {} ", package.string());
+InstalledPackage installPackageContents(BankFileOperations& files,
+                                        const std::filesystem::path& package,
+                                        const std::filesystem::path& container) {
+  InstalledPackage installed{files.readPropertyList(package / "ContentInfo.plist")};
+  platform::log("DOWNLOADED SOURCE {} ", platform::printable(package.string()));
   const auto contents = package / "Contents";
-  for (const std::string& name : files.contentsOfDirectory(contents)) {
-    platform::log("DIR ENTRY: {}", name);
+  const auto names = files.contentsOfDirectory(contents);
+  for (const std::string& name : names) {
+    platform::log("DIR ENTRY: {}", platform::printable(name));
     files.moveItem(contents / name, container / name);  // a name already there stays
   }
-  platform::log("DICT {}", contentInfo ? describe(*contentInfo) : std::string("(null)"));
-  return contentInfo;
+  const auto there = files.contentsOfDirectory(container);
+  installed.inBankFolder =
+      !names.empty() && std::all_of(names.begin(), names.end(), [&](const std::string& name) {
+        return std::find(there.begin(), there.end(), name) != there.end();
+      });
+  platform::log("DICT {}", installed.contentInfo
+                               ? platform::printable(describe(*installed.contentInfo))
+                               : std::string("(null)"));
+  return installed;
 }
 
 }  // namespace bank_shop

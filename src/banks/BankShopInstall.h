@@ -13,17 +13,21 @@
 
 namespace bank_shop {
 
+struct InstalledPackage {
+  // What ContentInfo.plist holds; nothing when it was missing or unreadable.
+  std::optional<platform::PropertyDictionary> contentInfo;
+  // True when the package had contents and every entry of it is now in the bank folder (moved
+  // there, or there already under that name). Only then is the purchase delivered.
+  bool inBankFolder = false;
+};
+
 // Reads the package's ContentInfo.plist, logs "DOWNLOADED SOURCE", moves the Contents entries
-// (a "DIR ENTRY" line each) and logs "DICT" with what was read. Returns that dictionary (nothing
-// when ContentInfo.plist was missing or unreadable).
-std::optional<platform::PropertyDictionary> installPackageContents(
-    BankFileOperations& files, const std::filesystem::path& package,
-    const std::filesystem::path& container);
+// (a "DIR ENTRY" line each) and logs "DICT" with what was read.
+InstalledPackage installPackageContents(BankFileOperations& files,
+                                        const std::filesystem::path& package,
+                                        const std::filesystem::path& container);
 
 // A property-list value as one line of text: {Files = ("a.plb", "b.plb")}.
 std::string describe(const platform::PropertyValue& value);
-
-// The path of a "file://" URL (percent escapes decoded); the text itself when it is not one.
-std::filesystem::path pathOfFileUrl(const std::string& url);
 
 }  // namespace bank_shop

@@ -10,6 +10,13 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// A package's ContentInfo.plist lists a few file names.
+constexpr std::uint64_t kMaximumContentInfoBytes = 1 << 20;
+
+}  // namespace
+
 std::vector<std::string> FilesystemBankFileOperations::contentsOfDirectory(const fs::path& folder) {
   std::vector<std::string> names;
   std::error_code error;
@@ -37,7 +44,7 @@ bool FilesystemBankFileOperations::moveItem(const fs::path& from, const fs::path
 
 std::optional<platform::PropertyDictionary> FilesystemBankFileOperations::readPropertyList(
     const fs::path& path) {
-  return platform::readPropertyList(path);
+  return platform::readPropertyList(path, kMaximumContentInfoBytes);
 }
 
 bool FilesystemBankFileOperations::removeItem(const fs::path& path) {

@@ -2,6 +2,7 @@
 
 #include <QLabel>
 #include <QListWidget>
+#include <QUrl>
 
 #include "banks/BankShopInstall.h"
 #include "banks/KRBanksStoreCell.h"
@@ -226,15 +227,22 @@ void KRBankStoreController::paymentQueueUpdatedDownloads(
     switch (download->downloadState()) {
       case SKDownloadState::finished: {
         setOverlayMessage(std::nullopt);
-        const auto package = bank_shop::pathOfFileUrl(download->contentURL());
-        const auto contentInfo =
+        const QUrl url(QString::fromStdString(download->contentURL()));
+        const std::filesystem::path package = url.toLocalFile().toStdString();
+        const auto installed =
             bank_shop::installPackageContents(*files_, package, platform::bankFolder());
         banks_->refresh();
         platform::NotificationCenter::defaultCenter().postNotificationName(
             kBanksUpdatedNotification, this);
         reloadData();
-        const bool hasFiles = contentInfo && contentInfo->count("Files");
-        queue.finishTransaction(download->transaction());
+        const bool hasFiles = installed.contentInfo && installed.contentInfo->count("Files");
+        // A purchase whose banks did not reach the bank folder stays open: the payment queue
+        // delivers it again at the next launch.
+        if (installed.inBankFolder)
+          queue.finishTransaction(download->transaction());
+        else
+          platform::log("Store: {} is not in the bank folder; its purchase stays open",
+                        platform::printable(package.string()));
         // A package without a file list ends this update: later downloads in it wait.
         if (!hasFiles) return;
         break;

@@ -10,6 +10,7 @@
 #include <QDropEvent>
 #include <QMimeData>
 #include <QScreen>
+#include <QSettings>
 #include <QStyle>
 #include <QTest>
 #include <QUrl>
@@ -17,6 +18,8 @@
 #include "app/ViewController.h"
 #include "keyboard/PianoViewController.h"
 #include "platform/app/QtMainQueue.h"
+#include "platform/foundation/Log.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -54,14 +57,21 @@ TEST(MainWindow, OpensTheBankFilesDroppedOnItAndRefusesDragsWithoutOne) {
             (std::vector<std::string>{"file:///tmp/my%20bank.plb", "file:///tmp/second.plb"}));
 }
 
-// The window opens no larger than the screen's free area leaves room for, title bar included (the
-// offscreen screen is 800 x 600, smaller than the window's design size), and the keyboard keeps a
-// playable part of it.
-TEST(MainWindow, OpensWithinTheScreenWithAPlayableKeyboard) {
+// The window's size kept from the last run, edited to a size no screen shows, is ignored; the
+// window opens no larger than the screen's free area leaves room for, title bar included (the
+// offscreen screen is 800 x 600, smaller than the window's design size), and the keyboard keeps
+// a playable part of it.
+TEST(MainWindow, OpensWithinTheScreenWithAPlayableKeyboardWhateverSizeWasStored) {
+  TemporaryFolder config;
+  setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+  QSettings().setValue(QStringLiteral("window-size"), QSize(32767, 32767));
   platform::QtMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
   {
+    platform::LogCapture log;
     app::MainWindow window(QStringLiteral("MDA JX10"), false, nullptr, [](const std::string&) {});
+    EXPECT_TRUE(log.contains(
+        "Preference window-size = 32767x32767 is not a value it can have; the default is used"));
     for (int i = 0; i < 500 && !window.root()->audioUnitViewCotnroller(); ++i)
       QTest::qWait(20);
     const QRect room = window.screen()->availableGeometry();

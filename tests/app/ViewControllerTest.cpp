@@ -134,9 +134,11 @@ TEST_F(ViewControllerTest, WideTabletResizesAndCentresTheArrivingEditorAndSavesI
   EXPECT_EQ(screen->auContainerView()->geometry(), container);
   EXPECT_EQ(screen->seqController()->geometry(), seq);
 
-  TemporaryFolder documents;
-  setenv("PELMA_DOCUMENTS_DIR", documents.path().c_str(), 1);
-  const auto file = documents.path() / "testpreset.aupreset";
+  // The documents folder does not exist yet, as on a fresh account.
+  TemporaryFolder scratch;
+  const auto documents = scratch.path() / "Documents" / "Pelma";
+  setenv("PELMA_DOCUMENTS_DIR", documents.c_str(), 1);
+  const auto file = documents / "testpreset.aupreset";
   screen->savePreset(nullptr);
   const auto first = platform::readPropertyList(file);
   ASSERT_TRUE(first);
@@ -144,7 +146,7 @@ TEST_F(ViewControllerTest, WideTabletResizesAndCentresTheArrivingEditorAndSavesI
   screen->audioEngine()->synthAU()->setParameterValue(
       screen->audioEngine()->synthAU()->parameterSymbols().front(), 0.25f);
   screen->savePreset(nullptr);
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(documents.path()), {}), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(documents), {}), 1);
   const auto second = platform::readPropertyList(file);
   ASSERT_TRUE(second);
   EXPECT_NE(*first, *second);

@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
+#include <QUrl>
 #include <filesystem>
 
 #include "bank/Bank.h"
@@ -18,6 +19,7 @@
 #include "frameworks/pelma/KRBankManager.h"
 #include "keyboard/PianoViewController.h"
 #include "platform/app/QtMainQueue.h"
+#include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/ui/Alert.h"
@@ -171,6 +173,69 @@ TEST_F(Shop, BuyingDownloadsAndInstallsEveryBankOfThePackageButNeverReplacesOne)
   EXPECT_NE(readFile((root / "store" / "receipts.json").string()).find("\"finished\": true"),
             std::string::npos);
   EXPECT_TRUE(fs::is_empty(root / "store" / "packages")) << "the finished package is removed";
+}
+
+// A fresh account with every folder under a path that needs escaping in a URL, and no bank or
+// store folder yet: a free and a paid bank are installed and listed with their sounds at once.
+// A bank folder that cannot be made leaves the purchase open, and the next run delivers it.
+TEST_F(Shop, OnAFreshAccountBoughtBanksArePlayableAtOnceAndAFailedInstallIsDeliveredAgain) {
+  const fs::path home = root / "a b%41c", shopFolder = home / "shop";
+  fs::create_directories(shopFolder);
+  for (const char* package : {"alpha.zip", "duo.zip"})
+    fs::copy_file(catalog / package, shopFolder / package);
+  writeCatalog(shopFolder, {{"org.pelma.bank.glasskeys", "Alpha", "1.99", "en_US", "alpha.zip"},
+                            {"org.pelma.bank.analogbass", "One", "0", "en_US", "duo.zip", true}});
+  for (const char* variable : {"PELMA_BANKS_DIR", "PELMA_STORE_DIR", "XDG_DATA_HOME"})
+    unsetenv(variable);
+  setenv("HOME", home.c_str(), 1);
+  const std::string catalogUrl =
+      QUrl::fromLocalFile(QString::fromStdString((shopFolder / "catalog.json").string()))
+          .toString(QUrl::FullyEncoded)
+          .toStdString();
+  const auto useStore = [&] {
+    platform::StoreConfiguration configuration;
+    configuration.catalogUrl = catalogUrl;
+    configuration.dataFolder = platform::storeFolder();
+    SKPaymentQueue::defaultQueue().configure(configuration);
+  };
+  useStore();
+  registry.refresh();
+  show(false);
+  ASSERT_TRUE(waitUntil([&] { return shop->visibleRowCount() == 2; }));
+  platform::LogCapture log;
+  shop->tapRow({0, 1});  // free
+  ASSERT_TRUE(waitUntil([&] { return linesStartingWith(log, "DOWNLOAD STATE 3") == 1; }));
+  shop->tapRow({0, 0});  // paid
+  clickBuy();
+  ASSERT_TRUE(waitUntil([&] { return linesStartingWith(log, "DOWNLOAD STATE 3") == 2; }));
+  for (const char* name : {"Alpha", "One", "Two"})
+    EXPECT_TRUE(registry.containsBankWithName(name)) << name;
+  for (const auto& bank : registry.installedBanks())
+    EXPECT_EQ(bank.patchNames, (std::vector<std::string>{"Only"})) << bank.name;
+  const auto receipts = (platform::storeFolder() / "receipts.json").string();
+  EXPECT_EQ(readFile(receipts).find("\"finished\": false"), std::string::npos);
+
+  // The bank folder cannot be made: the free bank is bought, but its purchase stays open.
+  navigation.reset();
+  setenv("PELMA_BANKS_DIR", (scratch.write("blocked", "a file") / "banks").c_str(), 1);
+  useStore();
+  registry.refresh();
+  show(false);
+  ASSERT_TRUE(waitUntil([&] { return shop->visibleRowCount() == 2; }));
+  shop->tapRow({0, 1});
+  ASSERT_TRUE(waitUntil([&] { return linesStartingWith(log, "DOWNLOAD STATE 3") == 3; }));
+  EXPECT_NE(readFile(receipts).find("\"finished\": false"), std::string::npos);
+
+  // The next run, with a bank folder: delivered again, installed, finished.
+  navigation.reset();
+  const fs::path banksNow = root / "banks now";
+  setenv("PELMA_BANKS_DIR", banksNow.c_str(), 1);
+  useStore();
+  show(false);
+  ASSERT_TRUE(waitUntil([&] { return linesStartingWith(log, "DOWNLOAD STATE 3") == 4; }));
+  EXPECT_TRUE(fs::exists(banksNow / "One.plb"));
+  EXPECT_EQ(readFile(receipts).find("\"finished\": false"), std::string::npos);
+  setenv("PELMA_BANKS_DIR", banks.c_str(), 1);
 }
 
 // A paid bank asks the payment sheet, and the user buys it.

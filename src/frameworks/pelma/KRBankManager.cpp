@@ -15,26 +15,12 @@ namespace {
 // with an empty or "localhost" authority ("file:///a/b.plb", "pelma://localhost/a/b.plb") or
 // none ("pelma:/a/b.plb").
 std::optional<std::filesystem::path> localPath(std::string_view url) {
-  auto colon = url.find(':');
-  if (colon == std::string_view::npos) return std::nullopt;
-  std::string_view scheme = url.substr(0, colon);
-  if (scheme != "file" && scheme != "pelma") return std::nullopt;
-  std::string_view rest = url.substr(colon + 1);
-  if (rest.substr(0, 2) == "//") {
-    rest.remove_prefix(2);
-    auto slash = rest.find('/');
-    if (slash == std::string_view::npos) return std::nullopt;
-    std::string_view host = rest.substr(0, slash);
-    if (!host.empty() && host != "localhost") return std::nullopt;
-    rest.remove_prefix(slash);
-  }
-  rest = rest.substr(0, rest.find_first_of("?#"));
-  if (rest.empty() || rest.front() != '/') return std::nullopt;
-  auto decoded = platform::percentDecoded(rest);
-  if (!decoded) return std::nullopt;
-  std::filesystem::path path(*decoded);
-  while (!path.has_filename() && path.has_relative_path())
-    path = path.parent_path();
+  std::string fileUrl(url);
+  if (url.starts_with("pelma:")) fileUrl.replace(0, 5, "file");
+  auto path = platform::pathOfFileUrl(fileUrl);
+  if (!path) return std::nullopt;
+  while (!path->has_filename() && path->has_relative_path())
+    *path = path->parent_path();
   return path;
 }
 
@@ -68,7 +54,8 @@ bool KRBankManager::containsBankWithName(std::string_view name) const {
 void KRBankManager::addBankFromUrl(std::string_view url) {
   auto source = localPath(url);
   if (!source) {
-    platform::log("Bank not added: {} is not a file or pelma URL of a local bank", url);
+    platform::log("Bank not added: {} is not a file or pelma URL of a local bank",
+                  platform::printable(url));
     return;
   }
   std::string entryName = source->filename().string();

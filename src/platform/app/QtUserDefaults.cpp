@@ -1,12 +1,27 @@
 // The user-defaults store on QSettings, in the platform's native format (an INI file under
-// $XDG_CONFIG_HOME/pelma/ on Linux).
+// $XDG_CONFIG_HOME/pelma/ on Linux). The file is the user's to edit, so every value read is
+// checked: a boolean must be one, an integer must be one and within its key's range. Anything
+// else is ignored, as if the key were absent, with one log line.
 
 #include <QSettings>
+#include <limits>
 
+#include "platform/foundation/Log.h"
 #include "platform/foundation/UserDefaults.h"
 
 namespace platform {
 namespace {
+
+struct IntegerRange {
+  std::int64_t minimum = std::numeric_limits<std::int64_t>::min();
+  std::int64_t maximum = std::numeric_limits<std::int64_t>::max();
+};
+
+// The keys whose integers have a narrower range than any integer.
+IntegerRange rangeOf(const std::string& key) {
+  if (key == "MIDI-CHANNEL") return {0, 16};  // 0 is omni
+  return {};
+}
 
 class QtUserDefaults final : public UserDefaults {
  public:
@@ -16,12 +31,22 @@ class QtUserDefaults final : public UserDefaults {
 
   std::optional<bool> boolForKey(const std::string& key) const override {
     if (!hasKey(key)) return std::nullopt;
-    return settings_.value(qKey(key)).toBool();
+    const QVariant value = settings_.value(qKey(key));
+    if (value.typeId() == QMetaType::Bool) return value.toBool();
+    const QString text = value.toString().trimmed().toLower();
+    if (text == QStringLiteral("true") || text == QStringLiteral("1")) return true;
+    if (text == QStringLiteral("false") || text == QStringLiteral("0")) return false;
+    return ignored(key, value);
   }
 
   std::optional<std::int64_t> integerForKey(const std::string& key) const override {
     if (!hasKey(key)) return std::nullopt;
-    return settings_.value(qKey(key)).toLongLong();
+    const QVariant value = settings_.value(qKey(key));
+    bool isInteger = false;
+    const qlonglong number = value.toString().trimmed().toLongLong(&isInteger);
+    const IntegerRange range = rangeOf(key);
+    if (!isInteger || number < range.minimum || number > range.maximum) return ignored(key, value);
+    return number;
   }
 
   void setBool(const std::string& key, bool value) override {
@@ -35,6 +60,11 @@ class QtUserDefaults final : public UserDefaults {
 
  private:
   static QString qKey(const std::string& key) { return QString::fromStdString(key); }
+  static std::nullopt_t ignored(const std::string& key, const QVariant& value) {
+    log("Preference {} = {} is not a value it can have; the default is used", printable(key, 80),
+        printable(value.toString().toStdString(), 80));
+    return std::nullopt;
+  }
   mutable QSettings settings_;
 };
 

@@ -36,10 +36,9 @@ void loadBundlesBesideExecutable(LilvWorld* world) {
     if (!std::filesystem::is_directory(folder, error)) continue;
     for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
       if (entry.path().extension() != ".lv2") continue;
-      const std::string uri = "file://" + entry.path().string() + "/";
-      if (loaded.count(uri)) continue;
-      LilvNode* bundle = lilv_new_uri(world, uri.c_str());
-      lilv_world_load_bundle(world, bundle);
+      LilvNode* bundle = lilv_new_file_uri(world, nullptr, (entry.path().string() + "/").c_str());
+      const std::string uri = lilv_node_as_uri(bundle);
+      if (!loaded.count(uri)) lilv_world_load_bundle(world, bundle);
       lilv_node_free(bundle);
       loaded.insert(uri);
     }

@@ -1,9 +1,12 @@
 #include "platform/foundation/Folders.h"
 
 #include <cstdlib>
+#include <mutex>
+#include <set>
 #include <string>
 
 #include "common/BankFolder.h"
+#include "platform/foundation/Log.h"
 
 namespace platform {
 namespace {
@@ -19,26 +22,53 @@ std::filesystem::path home() {
   return value.empty() ? std::filesystem::path("/tmp") : std::filesystem::path(value);
 }
 
+std::filesystem::path dataFolder(const char* name) {
+  if (auto data = environment("XDG_DATA_HOME"); !data.empty()) {
+    return std::filesystem::path(data) / "pelma" / name;
+  }
+  return home() / ".local" / "share" / "pelma" / name;
+}
+
 }  // namespace
 
+bool makeFolder(const std::filesystem::path& folder) {
+  std::error_code error;
+  if (std::filesystem::is_directory(folder, error)) return true;
+  std::filesystem::create_directories(folder, error);
+  if (std::filesystem::is_directory(folder, error)) return true;
+  // Said once per folder: the folder getters are asked often.
+  static std::mutex mutex;
+  static std::set<std::filesystem::path> reported;
+  std::lock_guard lock(mutex);
+  if (reported.insert(folder).second) {
+    log("Cannot make the folder {}: {}", printable(folder.string()),
+        error ? error.message() : "something else is in its place");
+  }
+  return false;
+}
+
 std::filesystem::path bankFolder() {
-  return pelma::bankFolder();
+  std::filesystem::path folder = pelma::bankFolder();
+  makeFolder(folder);
+  return folder;
 }
 
 std::filesystem::path storeFolder() {
-  if (auto dir = environment("PELMA_STORE_DIR"); !dir.empty()) return dir;
-  if (auto data = environment("XDG_DATA_HOME"); !data.empty()) {
-    return std::filesystem::path(data) / "pelma" / "store";
-  }
-  return home() / ".local" / "share" / "pelma" / "store";
+  auto dir = environment("PELMA_STORE_DIR");
+  std::filesystem::path folder = dir.empty() ? dataFolder("store") : std::filesystem::path(dir);
+  makeFolder(folder);
+  return folder;
 }
 
 std::filesystem::path documentsFolder() {
-  if (auto dir = environment("PELMA_DOCUMENTS_DIR"); !dir.empty()) return dir;
-  if (auto documents = environment("XDG_DOCUMENTS_DIR"); !documents.empty()) {
-    return std::filesystem::path(documents) / "Pelma";
+  std::filesystem::path folder = home() / "Documents" / "Pelma";
+  if (auto dir = environment("PELMA_DOCUMENTS_DIR"); !dir.empty()) {
+    folder = dir;
+  } else if (auto documents = environment("XDG_DOCUMENTS_DIR"); !documents.empty()) {
+    folder = std::filesystem::path(documents) / "Pelma";
   }
-  return home() / "Documents" / "Pelma";
+  makeFolder(folder);
+  return folder;
 }
 
 std::string lv2SearchPath() {

@@ -35,6 +35,25 @@ const pelma::MessageSink kPluginMessages{[](void*, std::string_view line) { logL
 
 }  // namespace
 
+std::string printable(std::string_view text, std::size_t limit) {
+  std::string out;
+  for (unsigned char c : text) {
+    if (out.size() >= limit) return out + "...";
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c == '\\') {
+      out += "\\\\";
+    } else if (c < 0x20 || c == 0x7f) {
+      out += fmt::format("\\x{:02x}", c);
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
+
 void logLine(std::string_view line) {
   std::lock_guard lock(sinkMutex());
   if (currentSink()) {

@@ -26,6 +26,11 @@ void log(fmt::format_string<Args...> format, Args&&... args) {
   logLine(fmt::format(format, std::forward<Args>(args)...));
 }
 
+// Text from outside (a file name, a server's answer, a file's contents) made fit for one log line:
+// control characters escaped (\n, \x1b), and cut to `limit`
+// characters with "..." after.
+std::string printable(std::string_view text, std::size_t limit = 200);
+
 // Replaces the sink and returns the previous one; an empty sink restores standard error.
 LogSink setLogSink(LogSink sink);
 

@@ -5,9 +5,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
+
+#include "platform/foundation/Files.h"
+#include "platform/foundation/Log.h"
 
 namespace platform {
 namespace {
@@ -44,6 +47,34 @@ plist_t toPlist(const PropertyValue& value) {
     plist_t operator()(const PropertyDictionary& v) const { return toPlist(v); }
   };
   return std::visit(Converter{}, value.value);
+}
+
+// True when the XML nests elements at most `maximumDepth` deep, so that neither libplist nor the
+// conversion below recurses further. Counts start tags against end tags; empty elements, comments,
+// declarations and processing instructions do not nest.
+bool xmlNestingWithin(std::string_view xml, int maximumDepth) {
+  int depth = 0;
+  for (std::size_t at = xml.find('<'); at != std::string_view::npos; at = xml.find('<', at + 1)) {
+    const std::string_view rest = xml.substr(at);
+    std::size_t end = std::string_view::npos;
+    // Comments and character data may hold anything that looks like a tag.
+    if (rest.starts_with("<!--")) {
+      end = xml.find("-->", at);
+    } else if (rest.starts_with("<![CDATA[")) {
+      end = xml.find("]]>", at);
+    } else if ((end = xml.find('>', at)) != std::string_view::npos) {
+      const std::string_view tag = xml.substr(at + 1, end - at - 1);
+      if (tag.starts_with('/')) {
+        --depth;
+      } else if (!tag.starts_with('?') && !tag.starts_with('!') && !tag.ends_with('/') &&
+                 ++depth > maximumDepth) {
+        return false;
+      }
+    }
+    if (end == std::string_view::npos) break;
+    at = end;
+  }
+  return true;
 }
 
 PropertyValue fromPlist(plist_t node);
@@ -135,12 +166,20 @@ bool writePropertyList(const PropertyDictionary& dictionary, const std::filesyst
   return !error;
 }
 
-std::optional<PropertyDictionary> readPropertyList(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+std::optional<PropertyDictionary> readPropertyList(const std::filesystem::path& path,
+                                                   std::uint64_t maximumBytes) {
+  std::error_code missing;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(path, missing))) return std::nullopt;
+  std::string why;
+  const auto text = readFileUpTo(path, maximumBytes, &why);
+  if (text && !xmlNestingWithin(*text, kMaximumPropertyListDepth))
+    why = "nests deeper than " + std::to_string(kMaximumPropertyListDepth);
+  if (!why.empty()) {
+    log("Property list {} refused: it {}", printable(path.string()), why);
+    return std::nullopt;
+  }
   plist_t root = nullptr;
-  plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &root);
+  plist_from_xml(text->data(), static_cast<std::uint32_t>(text->size()), &root);
   if (!root) return std::nullopt;  // a parse error
   PlistPointer owner(root, plist_free);
   if (plist_get_node_type(root) != PLIST_DICT) return std::nullopt;

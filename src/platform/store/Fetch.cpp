@@ -6,6 +6,8 @@
 #include <functional>
 #include <mutex>
 
+#include "platform/foundation/Log.h"
+
 namespace platform {
 namespace {
 
@@ -66,14 +68,16 @@ std::string perform(const std::string& url, Transfer& transfer, const FetchLimit
     return "larger than " + std::to_string(limits.maximumBytes) + " bytes";
   if (result == CURLE_ABORTED_BY_CALLBACK) return "cancelled";
   if (result == CURLE_HTTP_RETURNED_ERROR) return "HTTP " + std::to_string(status);
-  return message[0] ? message : curl_easy_strerror(result);
+  return printable(message[0] ? message : curl_easy_strerror(result));
 }
 
 }  // namespace
 
-std::string fetchToString(const std::string& url, std::string* body, const FetchLimits& limits) {
+std::string fetchToString(const std::string& url, std::string* body, const FetchLimits& limits,
+                          const std::atomic<bool>* cancel) {
   body->clear();
   Transfer transfer;
+  transfer.cancel = cancel;
   transfer.sink = [body](const char* data, std::size_t bytes) {
     body->append(data, bytes);
     return true;

@@ -18,9 +18,11 @@ struct FetchLimits {
 };
 
 // Empty on success, otherwise a one-line reason ("HTTP 404", "larger than 1024 bytes", ...).
-std::string fetchToString(const std::string& url, std::string* body, const FetchLimits& limits);
+// `cancel`, when it turns true, stops the transfer within a second ("cancelled").
+std::string fetchToString(const std::string& url, std::string* body, const FetchLimits& limits,
+                          const std::atomic<bool>* cancel = nullptr);
 
-// Writes the body to `file` (replacing it). `cancel`, when it turns true, stops the transfer.
+// Writes the body to `file` (replacing it).
 std::string fetchToFile(const std::string& url, const std::filesystem::path& file,
                         const FetchLimits& limits, const std::atomic<bool>* cancel = nullptr);
 

@@ -5,9 +5,12 @@
 
 #include <QCryptographicHash>
 #include <QFile>
+#include <algorithm>
 #include <fstream>
 #include <memory>
 #include <vector>
+
+#include "platform/foundation/Log.h"
 
 namespace platform {
 namespace {
@@ -22,23 +25,37 @@ bool isSymbolicLink(zip_t* archive, zip_uint64_t index) {
 // Why the entry name may not be unpacked, or empty.
 std::string refusal(const std::string& name) {
   if (name.empty()) return "an entry without a name";
+  const std::string quoted = "the entry \"" + printable(name, 80) + "\"";
   if (name.front() == '/' || name.find('\\') != std::string::npos)
-    return "the entry \"" + name + "\" is absolute or uses backslashes";
+    return quoted + " is absolute or uses backslashes";
   for (const auto& part : std::filesystem::path(name))
-    if (part == "..") return "the entry \"" + name + "\" leaves the package";
+    if (part == "..") return quoted + " leaves the package";
   return {};
 }
 
-std::string unpackInto(zip_t* archive, const std::filesystem::path& folder) {
+std::string unpackInto(zip_t* archive, const std::filesystem::path& folder,
+                       const UnpackLimits& limits) {
   const zip_int64_t count = zip_get_num_entries(archive, 0);
-  // Every name is checked before anything is written.
+  if (count < 0 || static_cast<std::uint64_t>(count) > limits.entries)
+    return "more than " + std::to_string(limits.entries) + " entries";
+  // Every name and declared size is checked before anything is written.
+  std::uint64_t declared = 0;
   for (zip_int64_t i = 0; i < count; ++i) {
     const char* name = zip_get_name(archive, static_cast<zip_uint64_t>(i), 0);
     if (!name) return "an unreadable entry name";
     if (auto why = refusal(name); !why.empty()) return why;
     if (isSymbolicLink(archive, static_cast<zip_uint64_t>(i)))
-      return std::string("the entry \"") + name + "\" is a link";
+      return "the entry \"" + printable(name, 80) + "\" is a link";
+    zip_stat_t stat;
+    zip_stat_init(&stat);
+    if (zip_stat_index(archive, static_cast<zip_uint64_t>(i), 0, &stat) != 0 ||
+        !(stat.valid & ZIP_STAT_SIZE))
+      return "an entry of unknown size";
+    declared += stat.size;
+    if (stat.size > limits.entryBytes || declared > limits.totalBytes)
+      return "it unpacks to more than its limits";
   }
+  std::uint64_t written = 0;
   std::vector<char> buffer(64 * 1024);
   for (zip_int64_t i = 0; i < count; ++i) {
     const std::string name = zip_get_name(archive, static_cast<zip_uint64_t>(i), 0);
@@ -46,35 +63,48 @@ std::string unpackInto(zip_t* archive, const std::filesystem::path& folder) {
     std::error_code error;
     if (name.back() == '/') {
       std::filesystem::create_directories(target, error);
-      if (error) return "cannot create " + target.string();
+      if (error) return "cannot create " + printable(target.string());
       continue;
     }
     std::filesystem::create_directories(target.parent_path(), error);
     std::unique_ptr<zip_file_t, decltype(&zip_fclose)> in(
         zip_fopen_index(archive, static_cast<zip_uint64_t>(i), 0), zip_fclose);
-    if (!in) return "cannot read the entry \"" + name + "\"";
+    if (!in) return "cannot read the entry \"" + printable(name, 80) + "\"";
     std::ofstream out(target, std::ios::binary);
-    if (!out) return "cannot write " + target.string();
+    if (!out) return "cannot write " + printable(target.string());
     zip_int64_t read = 0;
-    while ((read = zip_fread(in.get(), buffer.data(), buffer.size())) > 0)
+    std::uint64_t entryWritten = 0;
+    while ((read = zip_fread(in.get(), buffer.data(), buffer.size())) > 0) {
+      // The sizes were checked as declared; the bytes are counted as they come, too.
+      entryWritten += static_cast<std::uint64_t>(read);
+      written += static_cast<std::uint64_t>(read);
+      if (entryWritten > limits.entryBytes || written > limits.totalBytes)
+        return "it unpacks to more than its limits";
       out.write(buffer.data(), read);
-    if (read < 0) return "the entry \"" + name + "\" is damaged";
-    if (!out.flush()) return "cannot write " + target.string();
+    }
+    if (read < 0) return "the entry \"" + printable(name, 80) + "\" is damaged";
+    if (!out.flush()) return "cannot write " + printable(target.string());
   }
   return {};
 }
 
 }  // namespace
 
+UnpackLimits UnpackLimits::forPackageOf(std::uint64_t packageSize) {
+  constexpr std::uint64_t kTotal = 256ull << 20, kEntry = 64ull << 20;
+  const std::uint64_t total = packageSize > kTotal / 20 ? kTotal : packageSize * 20;
+  return {total, std::min(total, kEntry), 4096};
+}
+
 std::string unpackPackage(const std::filesystem::path& archivePath,
-                          const std::filesystem::path& folder) {
+                          const std::filesystem::path& folder, const UnpackLimits& limits) {
   int code = 0;
   zip_t* archive = zip_open(archivePath.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &code);
   if (!archive) return "not a zip archive";
   std::error_code ignored;
   std::filesystem::remove_all(folder, ignored);
   std::filesystem::create_directories(folder, ignored);
-  std::string error = unpackInto(archive, folder);
+  std::string error = unpackInto(archive, folder, limits);
   zip_discard(archive);
   if (!error.empty()) std::filesystem::remove_all(folder, ignored);
   return error;

@@ -4,6 +4,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
+
+#include "platform/foundation/Files.h"
+#include "platform/foundation/Log.h"
 
 namespace platform {
 namespace {
@@ -39,6 +43,10 @@ std::string resolveUrl(std::string_view base, std::string_view reference) {
 std::optional<std::vector<CatalogProduct>> parseCatalog(std::string_view json,
                                                         std::string_view catalogUrl,
                                                         std::string* error) {
+  if (json.size() > kMaximumCatalogBytes || !jsonNestingWithin(json, kMaximumCatalogDepth)) {
+    *error = "the catalog is too large or too deeply nested";
+    return std::nullopt;
+  }
   const auto document = nlohmann::json::parse(json, nullptr, false);
   if (document.is_discarded()) {
     *error = "the catalog is not JSON";
@@ -51,16 +59,18 @@ std::optional<std::vector<CatalogProduct>> parseCatalog(std::string_view json,
   std::vector<CatalogProduct> products;
   for (const auto& entry : document["products"]) {
     CatalogProduct product;
-    if (!entry.is_object() || !entry.value("identifier", nlohmann::json()).is_string()) {
+    if (!entry.is_object() || !entry.value("identifier", nlohmann::json()).is_string() ||
+        entry["identifier"].get_ref<const std::string&>().empty()) {
       *error = "a catalog product has no identifier";
       return std::nullopt;
     }
     product.identifier = entry["identifier"].get<std::string>();
+    const std::string name = "product " + printable(product.identifier, 80);
     const auto& package = entry.value("package", nlohmann::json());
     if (!package.is_object() || !package.value("url", nlohmann::json()).is_string() ||
         !package.value("size", nlohmann::json()).is_number_unsigned() ||
         !package.value("sha256", nlohmann::json()).is_string()) {
-      *error = "product " + product.identifier + " has no package with url, size and sha256";
+      *error = name + " has no package with url, size and sha256";
       return std::nullopt;
     }
     product.packageUrl = resolveUrl(catalogUrl, package["url"].get<std::string>());
@@ -69,8 +79,22 @@ std::optional<std::vector<CatalogProduct>> parseCatalog(std::string_view json,
     std::transform(product.packageSha256.begin(), product.packageSha256.end(),
                    product.packageSha256.begin(), [](unsigned char c) { return std::tolower(c); });
     if (product.packageSha256.size() != 64 || !isHex(product.packageSha256)) {
-      *error = "product " + product.identifier + " has a malformed sha256";
+      *error = name + " has a malformed sha256";
       return std::nullopt;
+    }
+    // The optional fields, each of its one type when present.
+    using Check = bool (*)(const nlohmann::json&);
+    const std::pair<const char*, Check> fields[] = {
+        {"title", [](const nlohmann::json& v) { return v.is_string() || v.is_object(); }},
+        {"description", [](const nlohmann::json& v) { return v.is_string() || v.is_object(); }},
+        {"price", [](const nlohmann::json& v) { return v.is_string() || v.is_number(); }},
+        {"priceLocale", [](const nlohmann::json& v) { return v.is_string(); }},
+        {"free", [](const nlohmann::json& v) { return v.is_boolean(); }}};
+    for (const auto& [key, isRightType] : fields) {
+      if (entry.contains(key) && !isRightType(entry[key])) {
+        *error = name + " has a malformed \"" + key + "\"";
+        return std::nullopt;
+      }
     }
     product.titles = texts(entry.value("title", nlohmann::json()));
     product.descriptions = texts(entry.value("description", nlohmann::json()));

@@ -32,8 +32,12 @@ struct CatalogProduct {
   std::string packageSha256;  // lower-case hex
 };
 
+inline constexpr std::size_t kMaximumCatalogBytes = 1 << 20;
+inline constexpr int kMaximumCatalogDepth = 16;
+
 // The products, in catalog order; nothing, with a one-line reason in `error`, when `json` is not a
-// catalog (not JSON, no product list, a product without an identifier or a package).
+// catalog: larger than kMaximumCatalogBytes or nested deeper than kMaximumCatalogDepth, not JSON,
+// no product list, a product without an identifier or a package, or a field of the wrong type.
 std::optional<std::vector<CatalogProduct>> parseCatalog(std::string_view json,
                                                         std::string_view catalogUrl,
                                                         std::string* error);

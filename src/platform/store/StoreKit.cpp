@@ -1,15 +1,15 @@
 #include "platform/store/StoreKit.h"
 
-#include <nlohmann/json.hpp>
-
 #include <QCoreApplication>
 #include <QSettings>
+#include <QUrl>
 #include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <fstream>
 #include <random>
 
+#include "platform/foundation/Files.h"
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
@@ -23,6 +23,12 @@ std::vector<std::string> userLanguages() {
   for (const QString& language : QLocale().uiLanguages())
     languages.push_back(language.toStdString());
   return languages;
+}
+
+std::string fileUrl(const std::filesystem::path& path) {
+  return QUrl::fromLocalFile(QString::fromStdString(path.string()))
+      .toString(QUrl::FullyEncoded)
+      .toStdString();
 }
 
 std::string newTransactionIdentifier() {
@@ -41,7 +47,7 @@ std::string installedCatalogUrl() {
   const auto prefix = executable.parent_path().parent_path();
   for (const auto& folder : {prefix / "catalog", prefix / "share" / "pelma" / "catalog"}) {
     if (std::filesystem::exists(folder / "catalog.json", error))
-      return "file://" + (folder / "catalog.json").string();
+      return fileUrl(folder / "catalog.json");
   }
   return {};
 }
@@ -70,9 +76,9 @@ SKProductsRequest::SKProductsRequest(std::set<std::string> productIdentifiers)
 void SKProductsRequest::start() {
   auto self = shared_from_this();
   auto& queue = SKPaymentQueue::defaultQueue();
-  queue.runInBackground([self, configuration = queue.configuration()] {
+  queue.runInBackground([self, &queue, configuration = queue.configuration()] {
     std::string error;
-    auto catalog = SKPaymentQueue::readCatalog(configuration, &error);
+    auto catalog = queue.readCatalog(configuration, &error);
     dispatchAsyncMain([self, catalog = std::move(catalog), error] {
       if (!catalog) log("Store: cannot read the catalog: {}", error);
       if (!self->delegate_) return;
@@ -147,16 +153,16 @@ void SKPaymentQueue::workerLoop() {
 }
 
 std::optional<std::vector<CatalogProduct>> SKPaymentQueue::readCatalog(
-    const StoreConfiguration& configuration, std::string* error) {
+    const StoreConfiguration& configuration, std::string* error) const {
   const std::string& url = configuration.catalogUrl;
   if (url.empty()) {
     *error = "no store is configured";
     return std::nullopt;
   }
   FetchLimits limits = configuration.limits;
-  limits.maximumBytes = std::min<std::uint64_t>(limits.maximumBytes, 1 << 20);
+  limits.maximumBytes = std::min<std::uint64_t>(limits.maximumBytes, kMaximumCatalogBytes);
   std::string body;
-  *error = fetchToString(url, &body, limits);
+  *error = fetchToString(url, &body, limits, &cancelTransfers_);
   if (!error->empty()) return std::nullopt;
   return parseCatalog(body, url, error);
 }
@@ -165,38 +171,32 @@ std::filesystem::path SKPaymentQueue::receiptsFile() const {
   return configuration_.dataFolder / "receipts.json";
 }
 
-std::vector<SKPaymentQueue::Receipt> SKPaymentQueue::loadReceipts() const {
-  std::vector<Receipt> receipts;
-  std::ifstream in(receiptsFile());
-  if (!in) return receipts;
-  const auto document = nlohmann::json::parse(in, nullptr, false);
-  if (!document.is_array()) {
-    log("Store: {} is damaged; it is kept and no purchases are known", receiptsFile().string());
-    return receipts;
-  }
-  for (const auto& entry : document) {
-    if (!entry.is_object()) continue;
-    receipts.push_back({entry.value("transaction", std::string()),
-                        entry.value("product", std::string()), entry.value("finished", false)});
-  }
-  return receipts;
+std::vector<Receipt> SKPaymentQueue::loadReceipts() const {
+  const auto file = receiptsFile();
+  std::error_code error;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(file, error))) return {};
+  std::string why;
+  auto text = readFileUpTo(file, kMaximumReceiptsBytes, &why);
+  auto receipts = text ? parseReceipts(*text, &why) : std::nullopt;
+  if (receipts) return std::move(*receipts);
+  // Kept for the user under another name, so that the next purchase does not write over it.
+  auto kept = file;
+  kept += ".damaged-" + newTransactionIdentifier();
+  std::filesystem::rename(file, kept, error);
+  log("Store: {} is damaged ({}); it is kept as {} and no purchases are known",
+      printable(file.string()), why, printable(kept.filename().string()));
+  return {};
 }
 
 bool SKPaymentQueue::saveReceipts() const {
-  nlohmann::json document = nlohmann::json::array();
-  for (const Receipt& receipt : receipts_) {
-    document.push_back({{"transaction", receipt.transactionIdentifier},
-                        {"product", receipt.productIdentifier},
-                        {"finished", receipt.finished}});
-  }
-  std::error_code error;
-  std::filesystem::create_directories(configuration_.dataFolder, error);
+  if (!makeFolder(configuration_.dataFolder)) return false;
   const auto temporary = receiptsFile().string() + ".new";
   {
     std::ofstream out(temporary, std::ios::trunc);
-    out << document.dump(2) << '\n';
+    out << formatReceipts(receipts_);
     if (!out.flush()) return false;
   }
+  std::error_code error;
   std::filesystem::rename(temporary, receiptsFile(), error);  // a reader sees old or new
   return !error;
 }
@@ -315,7 +315,7 @@ void SKPaymentQueue::deliverFromReceipts(std::vector<Receipt> receipts,
           return p.identifier == receipt.productIdentifier;
         });
         if (entry == catalog->end()) {
-          log("Store: the catalog no longer has {}", receipt.productIdentifier);
+          log("Store: the catalog no longer has {}", printable(receipt.productIdentifier));
           continue;
         }
         transactions.push_back(makeTransaction(receipt.transactionIdentifier, *entry, state));
@@ -334,7 +334,7 @@ void SKPaymentQueue::startDownloads(const std::vector<SKDownloadPtr>& downloads)
   notifyDownloads(downloads);
   for (const SKDownloadPtr& download : downloads) {
     const std::string name =
-        download->transaction_ ? download->transaction_->identifier_ : "package";
+        fileNameFor(download->transaction_ ? download->transaction_->identifier_ : "package");
     runInBackground([this, download, name, configuration = configuration_] {
       this->download(download, name, configuration);
     });
@@ -348,23 +348,26 @@ void SKPaymentQueue::download(const SKDownloadPtr& download, const std::string& 
   const auto partial = downloads / (name + ".zip.part");
   const auto folder = configuration.dataFolder / "packages" / name;
   std::error_code ignored;
-  std::filesystem::create_directories(downloads, ignored);
   FetchLimits limits = configuration.limits;
   limits.maximumBytes = std::min(limits.maximumBytes, product.packageSize);
-  std::string error = fetchToFile(product.packageUrl, partial, limits, &cancelTransfers_);
+  std::string error;
+  if (!makeFolder(downloads) || !makeFolder(folder.parent_path()))
+    error = "the store's folders cannot be made";
+  if (error.empty()) error = fetchToFile(product.packageUrl, partial, limits, &cancelTransfers_);
   if (error.empty() && std::filesystem::file_size(partial, ignored) != product.packageSize)
     error = "the package has " + std::to_string(std::filesystem::file_size(partial, ignored)) +
             " bytes, not " + std::to_string(product.packageSize);
   if (error.empty() && sha256OfFile(partial) != product.packageSha256)
     error = "the package's SHA-256 does not match the catalog";
-  if (error.empty()) error = unpackPackage(partial, folder);
+  if (error.empty())
+    error = unpackPackage(partial, folder, UnpackLimits::forPackageOf(product.packageSize));
   std::filesystem::remove(partial, ignored);
   dispatchAsyncMain([this, download, error, folder] {
     if (error.empty()) {
       download->state_ = SKDownloadState::finished;
-      download->contentUrl_ = "file://" + folder.string();
+      download->contentUrl_ = fileUrl(folder);
     } else {
-      log("Store: download of {} failed: {}", download->product_.identifier, error);
+      log("Store: download of {} failed: {}", printable(download->product_.identifier), error);
       download->state_ =
           error == "cancelled" ? SKDownloadState::cancelled : SKDownloadState::failed;
       download->error_ = error;
@@ -386,8 +389,8 @@ void SKPaymentQueue::finishTransaction(SKPaymentTransaction* transaction) {
     }
   }
   std::error_code ignored;
-  std::filesystem::remove_all(configuration_.dataFolder / "packages" / transaction->identifier_,
-                              ignored);
+  std::filesystem::remove_all(
+      configuration_.dataFolder / "packages" / fileNameFor(transaction->identifier_), ignored);
   open_.erase(std::remove_if(open_.begin(), open_.end(),
                              [&](const auto& open) { return open.get() == transaction; }),
               open_.end());

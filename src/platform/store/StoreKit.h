@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/store/Fetch.h"
+#include "platform/store/Receipts.h"
 #include "platform/store/StoreCatalog.h"
 
 namespace platform {
@@ -180,18 +181,15 @@ class SKPaymentQueue {
   void runInBackground(std::function<void()> job);
   // Reads the catalog of `configuration` (on the worker thread, with a copy taken on the main
   // thread): the products, or nothing with the reason in `error`.
-  static std::optional<std::vector<CatalogProduct>> readCatalog(
-      const StoreConfiguration& configuration, std::string* error);
+  std::optional<std::vector<CatalogProduct>> readCatalog(const StoreConfiguration& configuration,
+                                                         std::string* error) const;
 
   SKPaymentQueue();
+  // Cancels the transfer under way (within a second) and ends the worker thread; queued jobs are
+  // dropped.
   ~SKPaymentQueue();
 
  private:
-  struct Receipt {
-    std::string transactionIdentifier;
-    std::string productIdentifier;
-    bool finished = false;
-  };
   std::filesystem::path receiptsFile() const;
   std::vector<Receipt> loadReceipts() const;
   bool saveReceipts() const;

@@ -7,9 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <QLocale>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 
+#include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
 #include "support/StoreFixtures.h"
 #include "support/TemporaryFolder.h"
@@ -142,10 +144,23 @@ TEST_F(Store, FileAndHttpCatalogsGiveTheAskedProductsInCatalogOrder) {
 TEST_F(Store, CatalogsThatCannotBeReadEndTheRequestWithAReason) {
   std::ofstream(catalog / "broken.json") << "{\"products\": [";
   std::ofstream(catalog / "nopackage.json") << R"({"products": [{"identifier": "x"}]})";
+  const std::string package =
+      R"("package": {"url": "x.zip", "size": 1, "sha256": ")" + std::string(64, 'a') + "\"}";
+  std::ofstream(catalog / "locale.json")
+      << R"({"products": [{"identifier": "x", "priceLocale": 5, )" << package << "}]}";
+  std::ofstream(catalog / "free.json")
+      << R"({"products": [{"identifier": "x", "free": "yes", )" << package << "}]}";
+  std::ofstream(catalog / "deep.json")
+      << R"({"products": [{"identifier": "x", "price": )" << std::string(300000, '[')
+      << std::string(300000, ']') << ", " << package << "}]}";
   CatalogServer server(catalog);
+  const auto file = [&](const char* name) { return "file://" + (catalog / name).string(); };
   const std::vector<std::pair<std::string, std::string>> cases{
-      {"file://" + (catalog / "broken.json").string(), "the catalog is not JSON"},
+      {file("broken.json"), "the catalog is not JSON"},
       {server.url("nopackage.json"), "product x has no package with url, size and sha256"},
+      {file("locale.json"), "product x has a malformed \"priceLocale\""},
+      {file("free.json"), "product x has a malformed \"free\""},
+      {file("deep.json"), "the catalog is too large or too deeply nested"},
       {server.url("missing.json"), "HTTP 404"},
       {"", "no store is configured"}};
   for (const auto& [url, reason] : cases) {
@@ -202,13 +217,16 @@ TEST_F(Store, BadPackagesFailTheDownloadAndInstallNothingButKeepTheReceipt) {
   ASSERT_TRUE(
       writeZip(catalog / "link.zip", {{"Contents/A.plb", "/etc/passwd", /*symbolicLink=*/true}}));
   ASSERT_TRUE(writeZip(catalog / "big.zip", {{"Contents/Big.plb", std::string(300000, 'x')}}));
+  // A few kilobytes that unpack to 8 MB.
+  ASSERT_TRUE(writeZip(catalog / "bomb.zip", {{"Contents/Bomb.plb", std::string(8 << 20, 'x')}}));
   std::vector<CatalogEntry> entries{
       {"escape", "Escape", "0", "en_US", "escape.zip", true},
       {"absolute", "Absolute", "0", "en_US", "absolute.zip", true},
       {"link", "Link", "0", "en_US", "link.zip", true},
       {"truncated", "Truncated", "0", "en_US", "big.zip", true, "", "truncated/"},
       {"stalled", "Stalled", "0", "en_US", "big.zip", true, "", "stall/"},
-      {"wronghash", "Wrong hash", "0", "en_US", "changed.zip", true}};
+      {"wronghash", "Wrong hash", "0", "en_US", "changed.zip", true},
+      {"bomb", "Bomb", "0", "en_US", "bomb.zip", true}};
   fs::copy_file(catalog / "a.zip", catalog / "changed.zip");
   writeCatalog(catalog, entries);
   // One byte of a package changed after the catalog was made: same size, another hash.
@@ -233,10 +251,62 @@ TEST_F(Store, BadPackagesFailTheDownloadAndInstallNothingButKeepTheReceipt) {
   }
   EXPECT_FALSE(fs::exists(root / "evil.plb"));
   EXPECT_FALSE(fs::exists("/tmp/pelma-evil.plb"));
-  // Every failed purchase is still owned: a restore brings all six again.
+  // Every failed purchase is still owned: a restore brings all of them again.
   recorder.states.clear();
   SKPaymentQueue::defaultQueue().restoreCompletedTransactions();
   EXPECT_TRUE(pumpUntil([&] { return recorder.states.size() == entries.size(); }));
+}
+
+// A receipts file from outside: the wrong types are kept aside and known as no purchase; an
+// identifier that would lead out of the store's folder names only files inside it.
+TEST_F(Store, HostileReceiptsNeitherStopTheProgramNorReachOutsideTheStore) {
+  fs::create_directories(root / "store");
+  std::ofstream(root / "store" / "receipts.json")
+      << R"([{"transaction": 7, "product": ["x"], "finished": "no"}])";
+  {
+    platform::LogCapture log;
+    SKPaymentQueue::defaultQueue().addTransactionObserver(&recorder);
+    EXPECT_EQ(log.lines().size(), 1u);
+  }
+  EXPECT_FALSE(fs::exists(root / "store" / "receipts.json"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(root / "store"), {}), 1);  // kept aside
+  SKPaymentQueue::defaultQueue().removeTransactionObserver(&recorder);
+
+  scratch.write("victim/keep.txt", "the user's");
+  std::ofstream(root / "store" / "receipts.json")
+      << R"([{"transaction": "../../victim", "product": "org.test.a", "finished": false}])";
+  configure("file://" + (catalog / "catalog.json").string());
+  SKPaymentQueue::defaultQueue().addTransactionObserver(&recorder);
+  ASSERT_TRUE(pumpUntil([&] { return !recorder.transactions.empty(); }));
+  const auto transaction = recorder.transactions.back();
+  SKPaymentQueue::defaultQueue().startDownloads(transaction->downloads());
+  ASSERT_TRUE(pumpUntil(
+      [&] { return transaction->downloads()[0]->downloadState() == SKDownloadState::finished; }));
+  SKPaymentQueue::defaultQueue().finishTransaction(transaction);
+  EXPECT_EQ(readFile((root / "victim" / "keep.txt").string()), "the user's");
+  EXPECT_FALSE(fs::exists(root / "victim.zip.part"));
+  EXPECT_NE(readFile((root / "store" / "receipts.json").string()).find("\"finished\": true"),
+            std::string::npos);
+}
+
+// Quitting while a catalog trickles in: the transfer is cancelled, not waited for.
+TEST_F(Store, AQueueGoingAwayCancelsTheTransferUnderWay) {
+  CatalogServer server(catalog);
+  std::string error;
+  std::atomic<bool> started{false};
+  {
+    SKPaymentQueue queue;
+    platform::StoreConfiguration configuration;
+    configuration.catalogUrl = server.url("stall/catalog.json");
+    configuration.limits.stallSeconds = 600;
+    queue.configure(configuration);
+    queue.runInBackground([&, configuration] {
+      started = true;
+      queue.readCatalog(configuration, &error);
+    });
+    ASSERT_TRUE(waitFor([&] { return started.load(); }));
+  }
+  EXPECT_EQ(error, "cancelled");
 }
 
 }  // namespace
