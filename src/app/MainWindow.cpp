@@ -35,14 +35,13 @@ QSize storedSize(const QString& key, QSize fallback) {
   return fallback;
 }
 
-// At most what the screen's free area holds once the window manager adds a title bar and a frame
-// (the real frame is known only after the window is shown).
+// At most what the screen's free area holds once the window manager adds a title bar (the real
+// frame is known only after the window is shown).
 QSize fitToScreen(const QWidget& window, QSize size) {
   const QScreen* screen = window.screen();
   if (!screen) return size;
-  const int frame = window.style()->pixelMetric(QStyle::PM_DefaultFrameWidth);
   const int titleBar = window.style()->pixelMetric(QStyle::PM_TitleBarHeight);
-  const QSize room = screen->availableGeometry().size() - QSize(2 * frame, titleBar + 2 * frame);
+  const QSize room = screen->availableGeometry().size() - QSize(0, titleBar);
   return size.boundedTo(room).expandedTo(window.minimumSize());
 }
 

@@ -31,12 +31,19 @@ using namespace testing_support;
 class ApplicationWindow : public ::testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
+    // Preferences of their own: a window size or MIDI choice kept by another run (or the user's)
+    // must not move the buttons this test clicks, and nothing here reaches the user's settings.
+    const std::filesystem::path config = std::string(PELMA_TEST_OUTPUT) + "/config";
+    std::filesystem::remove_all(config);
+    setenv("XDG_CONFIG_HOME", config.c_str(), 1);
     ASSERT_TRUE(jack.start());
     // Xvfb picks a free display and writes its number once it accepts clients: no guessed
     // number that another X server may hold, and no guessed start-up time on a busy machine.
     const std::string announced =
         std::string(PELMA_TEST_OUTPUT) + "/xvfb-" + std::to_string(getpid()) + ".txt";
-    xvfb_ = spawn({"Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten", "tcp"},
+    // A screen with room for the window's design size (1024 x 768) and a title bar, so the
+    // clicks below land where that layout puts the buttons.
+    xvfb_ = spawn({"Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp"},
                   announced);
     ASSERT_GT(xvfb_, 0);
     ASSERT_TRUE(waitFor([&] { return !(display_ = displayIn(readFile(announced))).empty(); }, 20s))

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QCoreApplication>
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
@@ -10,5 +11,8 @@ int main(int argc, char** argv) {
   // without a display, so it falls back to offscreen too.
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
   QApplication app(argc, argv);
+  // Preferences of the program's own, beside it: what a test stores never reaches the user's
+  // settings or another test program.
+  qputenv("XDG_CONFIG_HOME", (QCoreApplication::applicationFilePath() + "-config").toLocal8Bit());
   return RUN_ALL_TESTS();
 }
