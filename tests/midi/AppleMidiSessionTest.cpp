@@ -3,7 +3,7 @@
 // driven by hand-made datagrams for rejections, silence and clock exchanges. Unreadable
 // datagrams are RtpMidiTest's and the fuzzer's.
 
-#include "midi/network/AppleMidiSession.h"
+#include "platform/midi/network/AppleMidiSession.h"
 
 #include <gtest/gtest.h>
 

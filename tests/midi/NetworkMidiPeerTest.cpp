@@ -19,10 +19,10 @@
 #include <thread>
 #include <vector>
 
-#include "frameworks/pelma/NetworkMidiSession.h"
 #include "midi/MidiEventRouter.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/midi/NetworkMidiSession.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRSequencerController.h"
 #include "sequencer/KRStepSequence.h"

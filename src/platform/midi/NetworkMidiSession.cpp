@@ -1,4 +1,4 @@
-#include "frameworks/pelma/NetworkMidiSession.h"
+#include "platform/midi/NetworkMidiSession.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

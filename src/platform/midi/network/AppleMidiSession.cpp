@@ -1,9 +1,9 @@
-#include "midi/network/AppleMidiSession.h"
+#include "platform/midi/network/AppleMidiSession.h"
 
 #include <algorithm>
 #include <cstdio>
 
-#include "midi/network/BigEndian.h"
+#include "platform/midi/network/BigEndian.h"
 
 namespace rtp_midi {
 

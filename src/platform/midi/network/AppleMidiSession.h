@@ -14,8 +14,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "midi/network/AppleMidiCommand.h"
-#include "midi/network/RtpMidiPayload.h"
+#include "platform/midi/network/AppleMidiCommand.h"
+#include "platform/midi/network/RtpMidiPayload.h"
 
 namespace rtp_midi {
 

@@ -1,0 +1,93 @@
+// MIDI ports on JACK: inputs of the process's one JACK client (shared with the audio output), so
+// that JACK hands each period's MIDI to us just before the audio of that period is rendered.
+
+#include <jack/jack.h>
+
+#include "platform/audio/JackClient.h"
+#include "platform/foundation/Log.h"
+#include "platform/midi/MidiPorts.h"
+
+namespace platform {
+
+namespace {
+
+class JackInput final : public MidiPorts::Input {
+ public:
+  explicit JackInput(std::unique_ptr<JackClient::MidiInput> port) : port_(std::move(port)) {}
+
+ private:
+  std::unique_ptr<JackClient::MidiInput> port_;
+};
+
+class JackMidiPorts final : public MidiPorts {
+ public:
+  JackMidiPorts(std::shared_ptr<JackClient> client, std::string clientName)
+      : client_(std::move(client)), clientName_(std::move(clientName)) {}
+  ~JackMidiPorts() override { client_->clearPortsNotice(this); }
+
+  MidiSystem system() const override { return MidiSystem::jack; }
+  bool isAlive() const override { return client_->isAlive(); }
+  std::string virtualInputName() const override { return client_->name() + ":" + clientName_; }
+  std::vector<std::string> sourceNames() const override { return portNames(JackPortIsOutput); }
+  std::vector<std::string> destinationNames() const override { return portNames(JackPortIsInput); }
+
+  std::unique_ptr<Input> openVirtualInput(Receiver receiver, void* user) override {
+    auto port = client_->addMidiInput(clientName_, receiver, user);
+    return port ? std::make_unique<JackInput>(std::move(port)) : nullptr;
+  }
+
+  std::unique_ptr<Input> openSource(const std::string& portName, Receiver receiver,
+                                    void* user) override {
+    auto port = client_->addMidiInput("in " + std::to_string(nextInputNumber_++), receiver, user);
+    if (!port) return nullptr;
+    if (!port->connectFrom(portName)) {
+      log("MIDI: cannot connect source {}", portName);
+      return nullptr;
+    }
+    return std::make_unique<JackInput>(std::move(port));
+  }
+
+  bool watch(ChangeNotice notice, void* user) override {
+    notice_ = notice;
+    noticeUser_ = user;
+    client_->setPortsNotice(&JackMidiPorts::changed, this);
+    return true;
+  }
+  void unwatch(void* /*user*/) override { client_->clearPortsNotice(this); }
+
+ private:
+  static void changed(void* self) noexcept {
+    auto* ports = static_cast<JackMidiPorts*>(self);
+    ports->notice_(ports->noticeUser_);
+  }
+
+  // Other clients' MIDI ports of one direction.
+  std::vector<std::string> portNames(unsigned long direction) const {
+    std::vector<std::string> names;
+    const std::string ours = client_->name() + ":";
+    if (const char** ports =
+            jack_get_ports(client_->handle(), nullptr, JACK_DEFAULT_MIDI_TYPE, direction)) {
+      for (const char** port = ports; *port; ++port) {
+        if (std::string_view(*port).rfind(ours, 0) != 0) names.emplace_back(*port);
+      }
+      jack_free(ports);
+    }
+    return names;
+  }
+
+  std::shared_ptr<JackClient> client_;
+  std::string clientName_;
+  unsigned nextInputNumber_ = 1;
+  ChangeNotice notice_ = nullptr;
+  void* noticeUser_ = nullptr;
+};
+
+}  // namespace
+
+std::unique_ptr<MidiPorts> openJackMidiPorts(const std::string& clientName) {
+  auto client = JackClient::shared(clientName);
+  if (!client) return nullptr;
+  return std::make_unique<JackMidiPorts>(std::move(client), clientName);
+}
+
+}  // namespace platform
