@@ -253,12 +253,13 @@ class AudioUnit final : public AudioNode {
 inline int MusicDeviceMIDIEvent(AudioComponentInstance instance, std::uint32_t status,
                                 std::uint32_t data1, std::uint32_t data2,
                                 std::uint32_t offsetSampleFrame) noexcept {
-  if (!instance) return -1;
-  return instance->sendMIDIEvent(static_cast<std::uint8_t>(status),
-                                 static_cast<std::uint8_t>(data1), static_cast<std::uint8_t>(data2),
-                                 offsetSampleFrame)
-             ? 0
-             : -1;
+  if (!instance || status > 0xFF) return -1;
+  // Values above a byte stay above 127 (not wrapped), for the plug-in boundary to clamp.
+  const auto byte = [](std::uint32_t value) {
+    return static_cast<std::uint8_t>(value > 0xFF ? 0xFF : value);
+  };
+  return instance->sendMIDIEvent(byte(status), byte(data1), byte(data2), offsetSampleFrame) ? 0
+                                                                                            : -1;
 }
 
 }  // namespace platform
