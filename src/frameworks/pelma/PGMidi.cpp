@@ -1,6 +1,7 @@
 #include "frameworks/pelma/PGMidi.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <utility>
 
@@ -21,6 +22,24 @@ PGMidiSource::PGMidiSource(std::string name, bool isNetworkSession)
 PGMidiSource::~PGMidiSource() {
   // Closes the port: no more receive-thread calls.
   input_.reset();
+}
+
+void PGMidiSource::setIsActive(bool active) {
+  if (!active_.exchange(active, std::memory_order_relaxed) || active) return;
+  releaseSoundingNotes();
+}
+
+void PGMidiSource::releaseChannel(std::uint8_t channel) {
+  delivering_.fetch_add(1);  // removeDelegate waits for these note offs too
+  for (std::size_t word = channel * 4u; word < channel * 4u + 4; ++word) {
+    std::uint64_t keys = sounding_[word].exchange(0, std::memory_order_relaxed);
+    for (; keys != 0; keys &= keys - 1) {
+      const auto key = static_cast<std::uint8_t>((word % 4) * 64 + std::countr_zero(keys));
+      const std::uint8_t noteOff[3] = {static_cast<std::uint8_t>(0x80 | channel), key, 0};
+      handToDelegates(0, noteOff, sizeof noteOff);
+    }
+  }
+  delivering_.fetch_sub(1);
 }
 
 void PGMidiSource::addDelegate(PGMidiSourceDelegate* delegate) {
@@ -122,10 +141,10 @@ bool PGMidi::followServer() {
       return true;
     });
     const auto goneDestinations = std::exchange(destinations_, {});
+    virtualSource_->releaseSoundingNotes();
     releasePorts();
-    for (const auto& source : gone) {
-      if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
-    }
+    for (const auto& source : gone)
+      removed(*source);
     for (const auto& destination : goneDestinations) {
       if (auto* delegate = delegate_.get()) delegate->destinationRemoved(this, destination.get());
     }
@@ -148,11 +167,22 @@ std::shared_ptr<PGMidiSource> PGMidi::openSource(const std::string& portName) {
   return source;
 }
 
+void PGMidi::removed(PGMidiSource& source) {
+  source.releaseSoundingNotes();  // before the delegates let the source go
+  if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, &source);
+}
+
 void PGMidi::setChannel(std::int32_t channel) {
   if (channel < 0 || channel > 16) {
     platform::log("MIDI: channel {} is not 0 (all) to 16; kept {}", channel, this->channel());
     return;
   }
+  // Notes on channels the new setting filters out would never hear their note off: they end now,
+  // while the old setting still lets their note offs through.
+  const auto filteredOut = [channel](std::uint8_t c) { return channel != 0 && channel != c + 1; };
+  if (virtualSource_) virtualSource_->releaseSoundingNotes(filteredOut);
+  for (const auto& source : sources_)
+    source->releaseSoundingNotes(filteredOut);
   channel_.store(channel, std::memory_order_relaxed);
 }
 
@@ -203,7 +233,7 @@ void PGMidi::setNetworkEnabled(bool enabled) {
       platform::dispatchAsyncMain([this, alive = alive_, source = std::move(slot)] {
         if (!alive->load()) return;
         std::erase(sources_, source);
-        if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
+        removed(*source);
       });
       slot = nullptr;
     }
@@ -242,9 +272,8 @@ void PGMidi::refresh() {
     if (!present) gone.push_back(source);
     return !present;
   });
-  for (const auto& source : gone) {
-    if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
-  }
+  for (const auto& source : gone)
+    removed(*source);
   for (const std::string& name : sourceNames) {
     const bool known = std::any_of(sources_.begin(), sources_.end(),
                                    [&](const auto& source) { return source->name() == name; });

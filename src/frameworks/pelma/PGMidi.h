@@ -57,15 +57,31 @@ class PGMidiSource {
   const std::string& name() const { return name_; }
   bool isNetworkSession() const { return isNetworkSession_; }
   bool isActive() const { return active_.load(std::memory_order_relaxed); }
-  void setIsActive(bool active) { active_.store(active, std::memory_order_relaxed); }
+  // Switching a source off ends the notes it has sounding.
+  void setIsActive(bool active);
+
+  // Main thread: hands the delegates a note off for each note this source has sounding (a note on
+  // delivered and not yet ended) on a channel for which `release(channel)` (0..15) is true, and
+  // forgets those notes. Used when the source goes, is switched off or its channel is filtered
+  // out, so that nothing that stops reaching the instrument leaves a note sounding.
+  template <typename Release>
+  void releaseSoundingNotes(Release&& release) {
+    for (std::uint8_t channel = 0; channel < 16; ++channel) {
+      if (release(channel)) releaseChannel(channel);
+    }
+  }
+  void releaseSoundingNotes() {
+    releaseSoundingNotes([](std::uint8_t) { return true; });
+  }
 
   // Main thread. A delegate is added once; at most kMaxDelegates (more are logged and ignored).
   // After removeDelegate returns, the delegate is no longer called.
   void addDelegate(PGMidiSourceDelegate* delegate);
   void removeDelegate(PGMidiSourceDelegate* delegate);
 
-  // Receive thread: hands one message to the delegates as a packet list (no allocation). Longer
-  // messages (system exclusive) are split into lists of up to kMaxPacketData bytes.
+  // Receive thread: hands one message to the delegates as a packet list (no allocation), and
+  // keeps account of the notes it starts and ends. Longer messages (system exclusive) are split
+  // into lists of up to kMaxPacketData bytes.
   void deliver(std::uint64_t timeStamp, const std::uint8_t* data, std::size_t length) noexcept;
 
   // The input this source reads from, owned by the source; null closes it.
@@ -82,6 +98,13 @@ class PGMidiSource {
   std::atomic<bool> active_{true};
   std::array<std::atomic<PGMidiSourceDelegate*>, kMaxDelegates> delegates_{};
   std::atomic<int> delivering_{0};  // receive-thread calls in progress
+  // The notes sounding, one bit per channel and key byte (the key is not masked, as the router
+  // passes it on unmasked). Set and cleared by the receive thread, taken by releaseChannel.
+  std::array<std::atomic<std::uint64_t>, 16 * 256 / 64> sounding_{};
+  void track(const std::uint8_t* data, std::size_t length) noexcept;
+  void handToDelegates(std::uint64_t timeStamp, const std::uint8_t* data,
+                       std::size_t length) noexcept;
+  void releaseChannel(std::uint8_t channel);
   std::unique_ptr<platform::MidiPorts::Input> input_;
 };
 
@@ -170,6 +193,8 @@ class PGMidi {
   // A thread of the MIDI system's: a port appeared or went, or the server went away.
   static void portsChanged(void* self) noexcept;
   void applyStoredChoice(PGMidiSource& source) const;
+  // Main thread: a source has gone; its notes end and the delegate hears of it.
+  void removed(PGMidiSource& source);
   static constexpr std::uint16_t kNetworkPort = 5004;
 
   std::string clientName_;

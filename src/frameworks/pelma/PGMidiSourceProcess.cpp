@@ -30,6 +30,26 @@ void PGMidiSource::deliver(std::uint64_t timeStamp, const std::uint8_t* data,
                            std::size_t length) noexcept {
   if (!isActive()) return;
   delivering_.fetch_add(1);
+  track(data, length);
+  handToDelegates(timeStamp, data, length);
+  delivering_.fetch_sub(1);
+}
+
+// The receive thread.
+void PGMidiSource::track(const std::uint8_t* data, std::size_t length) noexcept {
+  if (length < 3 || (data[0] & 0xE0) != 0x80) return;  // note off or note on, whole
+  const std::size_t bit = (data[0] & 0x0F) * 256u + data[1];
+  const std::uint64_t mask = std::uint64_t{1} << (bit % 64);
+  if ((data[0] & 0xF0) == 0x90 && data[2] > 0) {
+    sounding_[bit / 64].fetch_or(mask, std::memory_order_relaxed);
+  } else {
+    sounding_[bit / 64].fetch_and(~mask, std::memory_order_relaxed);
+  }
+}
+
+// The receive thread, and the main thread for the note offs of releaseChannel.
+void PGMidiSource::handToDelegates(std::uint64_t timeStamp, const std::uint8_t* data,
+                                   std::size_t length) noexcept {
   alignas(8) std::uint8_t buffer[midi::kPacketCountSize + midi::kPacketHeaderSize + kMaxPacketData +
                                  midi::kPacketListSlack + 4];
   for (std::size_t done = 0; done < length;) {
@@ -43,5 +63,4 @@ void PGMidiSource::deliver(std::uint64_t timeStamp, const std::uint8_t* data,
     }
     done += chunk;
   }
-  delivering_.fetch_sub(1);
 }
