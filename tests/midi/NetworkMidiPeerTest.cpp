@@ -229,4 +229,38 @@ TEST(NetworkMidiPeer, APeerThatVanishesWithoutAGoodbyeIsDroppedAfterTheTimeOut) 
   EXPECT_EQ(session.joinedPeers(), 0u);
 }
 
+// A peer that says goodbye while its chord is held leaves nothing sounding: its notes end when
+// its source goes.
+TEST(NetworkMidiPeer, AChordHeldByAPeerThatLeavesEnds) {
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  TemporaryFolder folder;
+  testing_support::OfflineRig rig{"MDA ePiano"};
+  {
+    PGMidi wrapper("PelmaPeerTest");
+    ConnectedMidiRouter router(rig.unit.get(), nullptr, &wrapper);
+    wrapper.setDelegate(&router);
+    wrapper.setNetworkEnabled(true);
+    NodePeer peer(folder, {"hold", std::to_string(freePortPair()),
+                           std::to_string(wrapper.networkPort()), "60", "64"});
+    const auto renderUntil = [&](auto done) {
+      for (int blocks = 0; blocks < 15 * 48000 / 256 && !done(); ++blocks) {
+        rig.render(256, [&] { mainQueue.runPending(); });
+        std::this_thread::sleep_for(5ms);
+      }
+      return done();
+    };
+    const auto heard = [&](std::uint8_t status) {
+      return std::count_if(rig.received.begin(), rig.received.end(),
+                           [&](const auto& m) { return m.status == status; });
+    };
+    ASSERT_TRUE(renderUntil([&] { return heard(0x90) == 2; })) << peer.output();
+    peer.stop(SIGTERM);  // a goodbye, the chord still held
+    EXPECT_TRUE(renderUntil([&] { return heard(0x80) == 2; })) << "the chord ends";
+    wrapper.setDelegate(nullptr);
+  }
+  mainQueue.runPending();
+  platform::MainQueue::setMain(nullptr);
+}
+
 }  // namespace
