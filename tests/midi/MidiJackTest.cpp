@@ -139,12 +139,13 @@ TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordWithTheChannelSetToFive) {
 TEST_F(MidiOverJack, HeldNotesEndWhenTheirChannelIsFilteredOutOrTheirSourceGoes) {
   wrapper->startHotPlugPolling();
   wrapper->setChannel(5);
-  const pid_t held = testing_support::spawn(
-      {PELMA_JACK_MIDI_PATTERN, wrapper->virtualDestinationPortName(), "120", "4", "69@0:3.9", "5"});
+  const pid_t held =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, wrapper->virtualDestinationPortName(), "120",
+                              "4", "69@0:3.9", "5"});
   ASSERT_GT(held, 0);
-  ASSERT_TRUE(renderUntil([&] { return received(0x90, 69) == 1; }));
+  ASSERT_TRUE(renderUntil([&] { return received(0x90, 69) >= 1; }));
   wrapper->setChannel(6);
-  EXPECT_TRUE(renderUntil([&] { return received(0x80, 69) == 1; }, 0.5))
+  EXPECT_TRUE(renderUntil([&] { return received(0x80, 69) >= 1; }, 0.5))
       << "the note on channel 5 ends when channel 6 is chosen";
   kill(held, SIGTERM);
   testing_support::waitForExit(held);
@@ -153,10 +154,10 @@ TEST_F(MidiOverJack, HeldNotesEndWhenTheirChannelIsFilteredOutOrTheirSourceGoes)
   const pid_t source =
       testing_support::spawn({PELMA_JACK_MIDI_PATTERN, "-", "120", "30", "62@0:3.9", "1"});
   ASSERT_GT(source, 0);
-  ASSERT_TRUE(renderUntil([&] { return received(0x90, 62) == 1; }));
+  ASSERT_TRUE(renderUntil([&] { return received(0x90, 62) >= 1; }));
   kill(source, SIGKILL);
   testing_support::waitForExit(source);
-  EXPECT_TRUE(renderUntil([&] { return received(0x80, 62) == 1; }, 4.0))
+  EXPECT_TRUE(renderUntil([&] { return received(0x80, 62) >= 1; }, 4.0))
       << "the note of a source that went ends";
 }
 
@@ -203,7 +204,38 @@ TEST_F(MidiOverJack, StartsWhenTheServerStartsLater) {
                               "1", "64@0:0.5", "1"});
   ASSERT_GT(player, 0);
   renderWhile(player);
-  EXPECT_EQ(received(0x90, 64), 1);
+  EXPECT_GE(received(0x90, 64), 1);
+}
+
+// A note keeps its frame within the period on its way through the host, as in any JACK host:
+// sent at frame 100 of a period it sounds 100 frames after one sent at frame 0, so the latency the
+// probe measures from the send is the same, not 100 frames shorter.
+TEST_F(MidiOverJack, ANoteKeepsItsFrameWithinThePeriod) {
+  TemporaryFolder folder;
+  const pid_t host = testing_support::spawn(
+      {PELMA_EXECUTABLE, "--listen", "--plugin", "MDA JX10", "--seconds", "40"});
+  ASSERT_GT(host, 0);
+  const auto medianLatency = [&](const char* frame) {
+    const std::string output = (folder.path() / (std::string(frame) + ".txt")).string();
+    testing_support::runAndWait({PELMA_LATENCY_PROBE, "Pelma:Pelma", "^Pelma:", "5", frame},
+                                output);
+    const std::string text = testing_support::readFile(output);
+    const auto at = text.find("median ");
+    return at == std::string::npos ? -1L : std::stol(text.substr(at + 7));
+  };
+  const std::string ports = (folder.path() / "ports.txt").string();
+  ASSERT_TRUE(waitFor(
+      [&] {
+        testing_support::runAndWait({"jack_lsp"}, ports);
+        return testing_support::readFile(ports).find("Pelma:Pelma\n") != std::string::npos;
+      },
+      10s));
+  const long fromStart = medianLatency("0");
+  const long fromFrame100 = medianLatency("100");
+  kill(host, SIGINT);
+  testing_support::waitForExit(host);
+  ASSERT_GT(fromStart, 0);
+  EXPECT_NEAR(fromFrame100, fromStart, 2);
 }
 
 // A port that appears and goes while the server runs, then the server stops with a source

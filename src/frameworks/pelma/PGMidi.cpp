@@ -64,14 +64,13 @@ void PGMidiSource::removeDelegate(PGMidiSourceDelegate* delegate) {
     std::this_thread::yield();
 }
 
-PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
+PGMidi::PGMidi(std::string clientName)
+    : clientName_(std::move(clientName)),
+      virtualSource_(std::make_shared<PGMidiSource>(clientName_, false)) {
   if (!openPorts()) {
-    platform::log("MIDI: no ALSA sequencer and no JACK server; MIDI input is off");
+    platform::log("MIDI: no ALSA sequencer and no JACK server; MIDI input is off until one starts");
     return;
   }
-  initialSystem_ = system();
-  platform::log("MIDI: using {} MIDI; virtual input \"{}\"",
-                system() == System::alsa ? "ALSA sequencer" : "JACK", clientName_);
 
   // The ports there are at start-up; the delegate is told only of later changes.
   for (const std::string& name : ports_->sourceNames()) {
@@ -96,14 +95,19 @@ PGMidi::~PGMidi() {
 bool PGMidi::openPorts() {
   ports_ = platform::openMidiPorts(clientName_);
   if (!ports_) return false;
-  if (!virtualSource_) virtualSource_ = std::make_shared<PGMidiSource>(clientName_, false);
   auto input = ports_->openVirtualInput(&PGMidiSource::receive, virtualSource_.get());
   if (!input) {
     ports_.reset();
-    virtualSource_.reset();
     return false;
   }
   virtualSource_->setInput(std::move(input));
+  if (opened_) {
+    platform::log("MIDI: JACK server back; virtual input \"{}\"", virtualDestinationPortName());
+  } else {
+    platform::log("MIDI: using {} MIDI; virtual input \"{}\"",
+                  system() == System::alsa ? "ALSA sequencer" : "JACK", clientName_);
+  }
+  opened_ = true;
   if (ports_->watch(&PGMidi::portsChanged, this)) {
     std::lock_guard lock(pollMutex_);
     watched_ = true;
@@ -149,9 +153,7 @@ bool PGMidi::followServer() {
       if (auto* delegate = delegate_.get()) delegate->destinationRemoved(this, destination.get());
     }
   }
-  if (!openPorts()) return false;  // no server answers yet
-  platform::log("MIDI: JACK server back; virtual input \"{}\"", virtualDestinationPortName());
-  return true;
+  return openPorts();  // false while no server answers
 }
 
 std::string PGMidi::virtualDestinationPortName() const {
@@ -256,11 +258,7 @@ void PGMidi::connectToNetworkPeer(const std::string& host, std::uint16_t port) {
 }
 
 void PGMidi::refresh() {
-  if (initialSystem_ != System::jack) {
-    if (!ports_) return;
-  } else if (!followServer()) {
-    return;
-  }
+  if (!followServer()) return;
   const std::vector<std::string> sourceNames = ports_->sourceNames();
   const std::vector<std::string> destinationNames = ports_->destinationNames();
 
@@ -306,7 +304,7 @@ void PGMidi::refresh() {
 }
 
 void PGMidi::startHotPlugPolling() {
-  if (initialSystem_ == System::none || pollThread_.joinable()) return;
+  if (pollThread_.joinable()) return;
   pollThread_ = std::thread([this, alive = alive_] {
     std::unique_lock lock(pollMutex_);
     while (true) {

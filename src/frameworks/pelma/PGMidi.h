@@ -148,7 +148,7 @@ class PGMidi {
   const std::vector<std::shared_ptr<PGMidiDestination>>& destinations() const {
     return destinations_;
   }
-  // The virtual input other programs send to; null when there is no MIDI system.
+  // The virtual input other programs send to (it delivers while there is a MIDI system).
   PGMidiSource* virtualDestinationSource() const { return virtualSource_.get(); }
   // The full port name other programs connect to ("Pelma:Pelma" on JACK, "Pelma MIDI:Pelma" on
   // ALSA), or empty.
@@ -186,7 +186,7 @@ class PGMidi {
   // Opens the MIDI system and our virtual input on it; false (ports_ null) when there is none.
   bool openPorts();
   // True while the MIDI system runs; when it has gone, its sources go (told to the delegate) and
-  // it is opened again when it is back.
+  // it is opened again when it is back, or when one starts after the wrapper was made.
   bool followServer();
   // Main thread: lets the ports go, polling again for a system that comes back.
   void releasePorts();
@@ -198,7 +198,7 @@ class PGMidi {
   static constexpr std::uint16_t kNetworkPort = 5004;
 
   std::string clientName_;
-  System initialSystem_ = System::none;
+  bool opened_ = false;  // a MIDI system has been opened before
   std::unique_ptr<platform::MidiPorts> ports_;
   std::atomic<std::int32_t> channel_{0};
   platform::WeakRef<PGMidiDelegate> delegate_;

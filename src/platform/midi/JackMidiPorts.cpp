@@ -5,19 +5,11 @@
 
 #include "platform/audio/JackClient.h"
 #include "platform/foundation/Log.h"
-#include "platform/midi/MidiPorts.h"
+#include "platform/midi/JackInput.h"
 
 namespace platform {
 
 namespace {
-
-class JackInput final : public MidiPorts::Input {
- public:
-  explicit JackInput(std::unique_ptr<JackClient::MidiInput> port) : port_(std::move(port)) {}
-
- private:
-  std::unique_ptr<JackClient::MidiInput> port_;
-};
 
 class JackMidiPorts final : public MidiPorts {
  public:
@@ -32,19 +24,19 @@ class JackMidiPorts final : public MidiPorts {
   std::vector<std::string> destinationNames() const override { return portNames(JackPortIsInput); }
 
   std::unique_ptr<Input> openVirtualInput(Receiver receiver, void* user) override {
-    auto port = client_->addMidiInput(clientName_, receiver, user);
-    return port ? std::make_unique<JackInput>(std::move(port)) : nullptr;
+    auto input = std::make_unique<JackInput>(receiver, user);
+    return input->open(*client_, clientName_) ? std::move(input) : nullptr;
   }
 
   std::unique_ptr<Input> openSource(const std::string& portName, Receiver receiver,
                                     void* user) override {
-    auto port = client_->addMidiInput("in " + std::to_string(nextInputNumber_++), receiver, user);
-    if (!port) return nullptr;
-    if (!port->connectFrom(portName)) {
+    auto input = std::make_unique<JackInput>(receiver, user);
+    if (!input->open(*client_, "in " + std::to_string(nextInputNumber_++))) return nullptr;
+    if (!input->port().connectFrom(portName)) {
       log("MIDI: cannot connect source {}", portName);
       return nullptr;
     }
-    return std::make_unique<JackInput>(std::move(port));
+    return input;
   }
 
   bool watch(ChangeNotice notice, void* user) override {

@@ -10,8 +10,9 @@ std::unique_ptr<MidiPorts> openJackMidiPorts(const std::string& clientName);
 std::unique_ptr<MidiPorts> openAlsaMidiPorts(const std::string& clientName);
 
 std::unique_ptr<MidiPorts> openMidiPorts(const std::string& clientName) {
-  if (access("/dev/snd/seq", R_OK | W_OK) == 0) return openAlsaMidiPorts(clientName);
+  // JACK first: where the audio runs on JACK, so does MIDI, and each event keeps its frame.
   if (jackServerIsRunning()) return openJackMidiPorts(clientName);
+  if (access("/dev/snd/seq", R_OK | W_OK) == 0) return openAlsaMidiPorts(clientName);
   return nullptr;
 }
 

@@ -51,7 +51,8 @@ class MidiPorts {
   virtual void unwatch(void* /*user*/) {}
 };
 
-// JACK MIDI when a JACK server runs, else the ALSA sequencer when the machine has one, else null.
+// JACK MIDI when a JACK server runs (the audio output then runs on it too), else the ALSA sequencer
+// when the machine has one, else null.
 // `clientName` names our client ("Pelma"). Logged when a system refuses to open.
 std::unique_ptr<MidiPorts> openMidiPorts(const std::string& clientName);
 

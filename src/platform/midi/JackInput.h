@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/audio/JackClient.h"
+#include "platform/midi/MidiPorts.h"
+
+namespace platform {
+
+// An input of ours and its receiver. JACK calls received (JackMidiPortsProcess.cpp), which hands
+// each message on with the frame it arrived at.
+class JackInput final : public MidiPorts::Input {
+ public:
+  JackInput(MidiPorts::Receiver receiver, void* user) : receiver_(receiver), user_(user) {}
+  bool open(JackClient& client, const std::string& portName) {
+    port_ = client.addMidiInput(portName, &JackInput::received, this);
+    return port_ != nullptr;
+  }
+  const JackClient::MidiInput& port() const { return *port_; }
+
+ private:
+  static void received(void* self, std::uint32_t frame, const std::uint8_t* data,
+                       std::size_t size) noexcept;
+  MidiPorts::Receiver receiver_;
+  void* user_;
+  std::unique_ptr<JackClient::MidiInput> port_;  // last: closed first
+};
+
+}  // namespace platform
