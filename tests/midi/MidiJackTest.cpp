@@ -215,13 +215,14 @@ TEST_F(MidiOverJack, ANoteKeepsItsFrameWithinThePeriod) {
   const pid_t host = testing_support::spawn(
       {PELMA_EXECUTABLE, "--listen", "--plugin", "MDA JX10", "--seconds", "40"});
   ASSERT_GT(host, 0);
-  const auto medianLatency = [&](const char* frame) {
+  // The shortest of five (an instrument's onset varies by a few frames from note to note).
+  const auto latency = [&](const char* frame) {
     const std::string output = (folder.path() / (std::string(frame) + ".txt")).string();
     testing_support::runAndWait({PELMA_LATENCY_PROBE, "Pelma:Pelma", "^Pelma:", "5", frame},
                                 output);
     const std::string text = testing_support::readFile(output);
-    const auto at = text.find("median ");
-    return at == std::string::npos ? -1L : std::stol(text.substr(at + 7));
+    const auto at = text.find("min ");
+    return at == std::string::npos ? -1L : std::stol(text.substr(at + 4));
   };
   const std::string ports = (folder.path() / "ports.txt").string();
   ASSERT_TRUE(waitFor(
@@ -230,12 +231,12 @@ TEST_F(MidiOverJack, ANoteKeepsItsFrameWithinThePeriod) {
         return testing_support::readFile(ports).find("Pelma:Pelma\n") != std::string::npos;
       },
       10s));
-  const long fromStart = medianLatency("0");
-  const long fromFrame100 = medianLatency("100");
+  const long fromStart = latency("0");
+  const long fromFrame100 = latency("100");
   kill(host, SIGINT);
   testing_support::waitForExit(host);
   ASSERT_GT(fromStart, 0);
-  EXPECT_NEAR(fromFrame100, fromStart, 2);
+  EXPECT_NEAR(fromFrame100, fromStart, 8) << "not 100 frames sooner";
 }
 
 // A port that appears and goes while the server runs, then the server stops with a source

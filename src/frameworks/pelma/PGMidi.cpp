@@ -78,6 +78,7 @@ PGMidi::PGMidi(std::string clientName)
   }
   for (const std::string& name : ports_->destinationNames())
     destinations_.push_back(std::make_shared<PGMidiDestination>(name));
+  hearEachProgramOnce();
 }
 
 PGMidi::~PGMidi() {
@@ -167,6 +168,16 @@ std::shared_ptr<PGMidiSource> PGMidi::openSource(const std::string& portName) {
   if (!input) return nullptr;
   source->setInput(std::move(input));
   return source;
+}
+
+void PGMidi::hearEachProgramOnce() {
+  // A program connected straight to the virtual input is heard there only, not twice.
+  const std::vector<std::string> direct = ports_->virtualInputSources();
+  for (const auto& source : sources_) {
+    if (auto* input = source->input())
+      input->setReachedDirectly(std::find(direct.begin(), direct.end(), source->name()) !=
+                                direct.end());
+  }
 }
 
 void PGMidi::removed(PGMidiSource& source) {
@@ -281,6 +292,7 @@ void PGMidi::refresh() {
       if (auto* delegate = delegate_.get()) delegate->sourceAdded(this, source.get());
     }
   }
+  hearEachProgramOnce();
 
   std::vector<std::shared_ptr<PGMidiDestination>> goneDestinations;
   std::erase_if(destinations_, [&](const auto& destination) {

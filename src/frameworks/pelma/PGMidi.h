@@ -86,6 +86,7 @@ class PGMidiSource {
 
   // The input this source reads from, owned by the source; null closes it.
   void setInput(std::unique_ptr<platform::MidiPorts::Input> input) { input_ = std::move(input); }
+  platform::MidiPorts::Input* input() const { return input_.get(); }
   // The input's receiver (`source` is the PGMidiSource). The receive thread.
   static void receive(void* source, std::uint32_t frame, const std::uint8_t* data,
                       std::size_t size) noexcept;
@@ -193,6 +194,8 @@ class PGMidi {
   // A thread of the MIDI system's: a port appeared or went, or the server went away.
   static void portsChanged(void* self) noexcept;
   void applyStoredChoice(PGMidiSource& source) const;
+  // Main thread: a source also connected straight to the virtual input is not read twice.
+  void hearEachProgramOnce();
   // Main thread: a source has gone; its notes end and the delegate hears of it.
   void removed(PGMidiSource& source);
   static constexpr std::uint16_t kNetworkPort = 5004;

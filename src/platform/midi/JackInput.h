@@ -18,12 +18,28 @@ class JackInput final : public MidiPorts::Input {
     return port_ != nullptr;
   }
   const JackClient::MidiInput& port() const { return *port_; }
+  // Connects the source port this input reads (the virtual input reads no one port).
+  bool connectFrom(const std::string& sourcePort) {
+    sourcePort_ = sourcePort;
+    return port_->connectFrom(sourcePort);
+  }
+  void setReachedDirectly(bool reached) override {
+    if (sourcePort_.empty() || reached == reachedDirectly_) return;
+    reachedDirectly_ = reached;
+    if (reached) {
+      port_->disconnectFrom(sourcePort_);
+    } else {
+      port_->connectFrom(sourcePort_);
+    }
+  }
 
  private:
   static void received(void* self, std::uint32_t frame, const std::uint8_t* data,
                        std::size_t size) noexcept;
   MidiPorts::Receiver receiver_;
   void* user_;
+  std::string sourcePort_;
+  bool reachedDirectly_ = false;
   std::unique_ptr<JackClient::MidiInput> port_;  // last: closed first
 };
 

@@ -25,14 +25,19 @@ class JackMidiPorts final : public MidiPorts {
 
   std::unique_ptr<Input> openVirtualInput(Receiver receiver, void* user) override {
     auto input = std::make_unique<JackInput>(receiver, user);
-    return input->open(*client_, clientName_) ? std::move(input) : nullptr;
+    if (!input->open(*client_, clientName_)) return nullptr;
+    virtualInput_ = input.get();
+    return input;
+  }
+  std::vector<std::string> virtualInputSources() const override {
+    return virtualInput_ ? virtualInput_->port().connections() : std::vector<std::string>{};
   }
 
   std::unique_ptr<Input> openSource(const std::string& portName, Receiver receiver,
                                     void* user) override {
     auto input = std::make_unique<JackInput>(receiver, user);
     if (!input->open(*client_, "in " + std::to_string(nextInputNumber_++))) return nullptr;
-    if (!input->port().connectFrom(portName)) {
+    if (!input->connectFrom(portName)) {
       log("MIDI: cannot connect source {}", portName);
       return nullptr;
     }
@@ -70,6 +75,7 @@ class JackMidiPorts final : public MidiPorts {
   std::shared_ptr<JackClient> client_;
   std::string clientName_;
   unsigned nextInputNumber_ = 1;
+  JackInput* virtualInput_ = nullptr;  // owned by the virtual source, closed before we are
   ChangeNotice notice_ = nullptr;
   void* noticeUser_ = nullptr;
 };

@@ -31,6 +31,9 @@ class MidiPorts {
   class Input {
    public:
     virtual ~Input() = default;
+    // Main thread. A source's input hears its source only while `reached` is false: a program
+    // also connected straight to the virtual input is heard there, once.
+    virtual void setReachedDirectly(bool /*reached*/) {}
   };
 
   virtual ~MidiPorts() = default;
@@ -46,6 +49,8 @@ class MidiPorts {
   virtual std::unique_ptr<Input> openVirtualInput(Receiver receiver, void* user) = 0;
   virtual std::unique_ptr<Input> openSource(const std::string& portName, Receiver receiver,
                                             void* user) = 0;
+  // The ports connected straight to the virtual input now (only JACK tells).
+  virtual std::vector<std::string> virtualInputSources() const { return {}; }
   // Main thread. True when `notice` will tell of every change, so that nobody needs to poll.
   virtual bool watch(ChangeNotice /*notice*/, void* /*user*/) { return false; }
   virtual void unwatch(void* /*user*/) {}
