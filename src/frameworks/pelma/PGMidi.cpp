@@ -226,7 +226,8 @@ void PGMidi::setNetworkEnabled(bool enabled) {
   // joins), listed and announced on the main queue; its MIDI goes straight to the source.
   NetworkMidiSession::Events events;
   events.peerJoined = [this](const rtp_midi::Peer& peer) {
-    auto source = std::make_shared<PGMidiSource>(std::string(peer.nameView()), true);
+    // Named as the peer calls itself, fit to be shown and logged.
+    auto source = std::make_shared<PGMidiSource>(platform::loggable(peer.nameView()), true);
     for (auto& [ssrc, slot] : networkSources_) {
       if (slot) continue;
       ssrc = peer.ssrc;

@@ -68,4 +68,19 @@ bool LogCapture::contains(std::string_view line) const {
   return std::find(state_->lines.begin(), state_->lines.end(), line) != state_->lines.end();
 }
 
+std::string loggable(std::string_view text, std::size_t limit) {
+  text = text.substr(0, limit);
+  std::string line;
+  line.reserve(text.size());
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7F) {
+      line += fmt::format("\\x{:02x}", byte);
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
 }  // namespace platform

@@ -26,6 +26,10 @@ void log(fmt::format_string<Args...> format, Args&&... args) {
   logLine(fmt::format(format, std::forward<Args>(args)...));
 }
 
+// A text from outside made fit for one log line: control characters (a line break, escape
+// sequences) written as \xNN, and cut to `limit` bytes.
+std::string loggable(std::string_view text, std::size_t limit = 200);
+
 // Replaces the sink and returns the previous one; an empty sink restores standard error.
 LogSink setLogSink(LogSink sink);
 
