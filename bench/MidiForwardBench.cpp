@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "ManualInstrument.h"
-#include "midi/MIDIPacketList.h"
 #include "midi/MidiEventRouter.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/midi/MIDIPacketList.h"
 #include "sequencer/KRSequencerController.h"
 
 namespace {

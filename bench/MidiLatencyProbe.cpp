@@ -1,10 +1,11 @@
 // Measures the time from a JACK MIDI note on to the first sound of it at a host's audio output, in
-// frames: it sends a note on at the first frame of a period into MIDI-DESTINATION, listens on the
-// first audio output port whose name matches AUDIO-PORT-REGEX, and notes the frame where the
+// frames: it sends a note on at frame FRAME of a period (default 0) into MIDI-DESTINATION, listens
+// on the first audio output port whose name matches AUDIO-PORT-REGEX, and notes the frame where the
 // output first rises above -80 dBFS. Between notes it sends all notes off and waits for silence.
 //
-//   bench_midi_latency_probe MIDI-DESTINATION AUDIO-PORT-REGEX [NOTES]   (default 20 notes)
-// Prints every latency, then min, median and max, and the period size.
+//   bench_midi_latency_probe MIDI-DESTINATION AUDIO-PORT-REGEX [NOTES [FRAME]]   (default 20 notes)
+// Prints every latency, then min, median and max, and the period size. A host that keeps each
+// event's frame within the period measures the same latency whatever FRAME is.
 
 #include <jack/jack.h>
 #include <jack/midiport.h>
@@ -29,6 +30,7 @@ struct Probe {
   jack_port_t* midiOut = nullptr;
   jack_port_t* audioIn = nullptr;
   int wanted = 20;
+  jack_nframes_t frame = 0;  // where in the period each note on is sent
   // Written by the process thread only; `count` publishes the results to the main thread.
   std::int64_t results[kMaxNotes] = {};
   std::atomic<int> count{0};
@@ -45,7 +47,8 @@ int process(jack_nframes_t frames, void* arg) {
   const auto* audio = static_cast<const float*>(jack_port_get_buffer(p->audioIn, frames));
   const jack_nframes_t now = jack_last_frame_time(p->client);
   const jack_nframes_t rate = jack_get_sample_rate(p->client);
-  if (p->count.load() >= p->wanted) return 0;
+  // Done once the last note is released (a note left on would keep the next run from silence).
+  if (p->count.load() >= p->wanted && p->phase != Probe::Phase::release) return 0;
 
   float loudest = 0.0f;
   jack_nframes_t firstLoud = frames;
@@ -65,8 +68,8 @@ int process(jack_nframes_t frames, void* arg) {
         p->quietSince = now;
       } else if (now - p->quietSince > rate / 2) {
         const unsigned char on[3] = {0x90, 69, 100};
-        jack_midi_event_write(midi, 0, on, 3);
-        p->sentAt = now;
+        jack_midi_event_write(midi, p->frame, on, 3);
+        p->sentAt = now + p->frame;
         p->phase = Probe::Phase::waitForSound;
       }
       break;
@@ -99,11 +102,12 @@ int process(jack_nframes_t frames, void* arg) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fprintf(stderr, "usage: %s MIDI-DESTINATION AUDIO-PORT-REGEX [NOTES]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s MIDI-DESTINATION AUDIO-PORT-REGEX [NOTES [FRAME]]\n", argv[0]);
     return 2;
   }
   Probe probe;
   probe.wanted = std::clamp(argc > 3 ? std::atoi(argv[3]) : 20, 1, kMaxNotes);
+  probe.frame = static_cast<jack_nframes_t>(std::max(argc > 4 ? std::atoi(argv[4]) : 0, 0));
   probe.client = jack_client_open("pelma-latency-probe", JackNoStartServer, nullptr);
   if (!probe.client) {
     std::fprintf(stderr, "no JACK server\n");
@@ -114,6 +118,7 @@ int main(int argc, char** argv) {
   probe.audioIn =
       jack_port_register(probe.client, "audio_in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
   jack_set_process_callback(probe.client, process, &probe);
+  probe.frame = std::min(probe.frame, jack_get_buffer_size(probe.client) - 1);
   jack_activate(probe.client);
 
   const char** sources =
@@ -136,6 +141,7 @@ int main(int argc, char** argv) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5 + probe.wanted);
   while (probe.count.load() < probe.wanted && std::chrono::steady_clock::now() < deadline)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the last note's release
   const jack_nframes_t period = jack_get_buffer_size(probe.client);
   jack_client_close(probe.client);
 

@@ -29,10 +29,10 @@
 #include <vector>
 
 #include "ManualInstrument.h"
-#include "frameworks/pelma/NetworkMidiSession.h"
 #include "frameworks/pelma/PGMidi.h"
 #include "midi/MidiEventRouter.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/midi/NetworkMidiSession.h"
 #include "sequencer/KRSequencerController.h"
 
 namespace {
@@ -66,7 +66,8 @@ class StampingDelegate : public PGMidiDelegate, public PGMidiSourceDelegate {
   void sourceRemoved(PGMidi*, PGMidiSource*) override {}
   void destinationAdded(PGMidi*, PGMidiDestination*) override {}
   void destinationRemoved(PGMidi*, PGMidiDestination*) override {}
-  void midiReceived(PGMidiSource* source, const std::uint8_t* list, std::size_t size) override {
+  void midiReceived(PGMidiSource* source, const std::uint8_t* list,
+                    std::size_t size) noexcept override {
     router_.midiReceived(source, list, size);
     queuedAt.store(Clock::now().time_since_epoch().count());
   }

@@ -101,6 +101,7 @@ void Synth::releaseVoice(Voice& v) noexcept {
 }
 
 void Synth::noteOff(int key) noexcept {
+  key = std::clamp(key, 0, 127);  // as noteOn does, so that every note on has its note off
   for (Voice& v : voices_) {
     if (!v.gate || v.key != key) continue;
     if (pedal_) {

@@ -1,16 +1,11 @@
 #include "midi/MidiEventRouter.h"
 
 #include "midi/MidiMessages.h"
-#include "midi/MidiPacketParser.h"
 #include "platform/audio/AudioUnit.h"
 #include "platform/foundation/Log.h"
 #include "sequencer/KRSequencerController.h"
 
 MidiEventRouter::~MidiEventRouter() = default;
-
-void MidiEventRouter::send(std::uint32_t status, std::uint32_t data1, std::uint32_t data2) const {
-  platform::MusicDeviceMIDIEvent(synth(), status, data1, data2, 0);
-}
 
 void MidiEventRouter::pianoKeyPressed(std::int32_t key, float velocity) {
   const midi::ChannelMessage m = midi::noteOnMessage(key, velocity);
@@ -37,30 +32,6 @@ void MidiEventRouter::pitchWheelChanged(float value) {
 void MidiEventRouter::panic() {
   const midi::ChannelMessage m = midi::allSoundOffMessage();
   send(m.status, m.data1, m.data2);
-}
-
-void MidiEventRouter::midiReceived(PGMidiSource* /*source*/, const std::uint8_t* packetList,
-                                   std::size_t size) {
-  PGMidi* wrapper = midi();
-  midi::parsePacketList(
-      packetList, size, [wrapper] { return wrapper ? wrapper->channel() : 0; },
-      [this](std::uint8_t status, std::uint8_t channel, std::uint8_t data1, std::uint8_t data2,
-             std::uint64_t timeStamp) {
-        handleMidiEvent(status, channel, data1, data2, timeStamp);
-      });
-}
-
-void MidiEventRouter::handleMidiEvent(std::uint8_t status, std::uint8_t /*channel*/,
-                                      std::uint8_t data1, std::uint8_t data2,
-                                      std::uint64_t /*startFrame*/) {
-  send(status, data1, data2);
-  if ((status & 0xE0) != 0x80 || !recordsNotes()) return;
-  const float velocity = static_cast<float>(data2) / 128.0f;
-  if (midiToMain_.push({status, data1, velocity})) {
-    notesQueued_.signal();
-  } else {
-    notesDropped_.fetch_add(1, std::memory_order_relaxed);
-  }
 }
 
 void MidiEventRouter::recordQueuedNotes() {

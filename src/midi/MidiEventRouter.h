@@ -39,7 +39,7 @@ class MidiEventRouter : public KRPianoViewDelegate,
 
   // MIDI side. midiReceived runs on the receive thread.
   void midiReceived(PGMidiSource* source, const std::uint8_t* packetList,
-                    std::size_t size) override;
+                    std::size_t size) noexcept override;
   void sourceAdded(PGMidi* midi, PGMidiSource* source) override;
   void sourceRemoved(PGMidi* midi, PGMidiSource* source) override;
   void destinationAdded(PGMidi* midi, PGMidiDestination* destination) override;
@@ -49,7 +49,7 @@ class MidiEventRouter : public KRPianoViewDelegate,
   // on the main thread. `channel` and `startFrame` are not used: the instrument hears
   // everything on channel 1, as soon as it can.
   void handleMidiEvent(std::uint8_t status, std::uint8_t channel, std::uint8_t data1,
-                       std::uint8_t data2, std::uint64_t startFrame);
+                       std::uint8_t data2, std::uint64_t startFrame) noexcept;
 
  protected:
   MidiEventRouter() = default;
@@ -64,7 +64,7 @@ class MidiEventRouter : public KRPianoViewDelegate,
   virtual bool recordsNotes() const { return true; }
 
  private:
-  void send(std::uint32_t status, std::uint32_t data1, std::uint32_t data2) const;
+  void send(std::uint32_t status, std::uint32_t data1, std::uint32_t data2) const noexcept;
   // Main thread: hands the queued note messages to the sequencer.
   void recordQueuedNotes();
 

@@ -16,7 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "midi/MIDIPacketList.h"
+#include "platform/midi/MIDIPacketList.h"
 
 namespace midi {
 

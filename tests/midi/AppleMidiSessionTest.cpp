@@ -3,7 +3,7 @@
 // driven by hand-made datagrams for rejections, silence and clock exchanges. Unreadable
 // datagrams are RtpMidiTest's and the fuzzer's.
 
-#include "midi/network/AppleMidiSession.h"
+#include "platform/midi/network/AppleMidiSession.h"
 
 #include <gtest/gtest.h>
 
@@ -163,6 +163,40 @@ TEST_F(Sessions, InvitationsThatCannotBeTakenAreRefusedAndUnansweredOnesGiveUp) 
   for (SessionTime t = 0; t < 20 * kSecond; t += kSecond / 10)
     lonely.tick(t);
   EXPECT_EQ(lonelyEvents.sent.size(), static_cast<std::size_t>(kInvitationAttempts));
+  network.clear();
+}
+
+// A joined peer's packets count only from the address and ports it joined from: MIDI and a
+// goodbye with its SSRC from another port are dropped. Invitations that never complete give their
+// slot back within seconds, so that they cannot keep a real peer out.
+TEST_F(Sessions, ASpoofedSsrcIsIgnoredAndUnfinishedInvitationsExpire) {
+  peer.invite(here, now);
+  deliverAll();
+  ASSERT_EQ(host.joinedPeers(), 1u);
+  std::uint8_t buffer[128];
+  const Bytes note{0x90, 61, 100};
+  const Endpoint elsewhere{there.address, 9999};
+  std::size_t size =
+      writePayload({1, 0, 0x22222222}, note.data(), note.size(), buffer, sizeof buffer);
+  host.receive(SessionPort::data, elsewhere, buffer, size, now);
+  size = writeSessionCommand(makeSessionCommand(CommandType::endSession, 0, 0x22222222, "Laptop"),
+                             buffer, sizeof buffer);
+  host.receive(SessionPort::control, elsewhere, buffer, size, now);
+  EXPECT_TRUE(hostEvents.midi.empty());
+  EXPECT_EQ(host.joinedPeers(), 1u);
+
+  const auto invite = [&](std::uint32_t ssrc, std::uint16_t port) {
+    const auto command = makeSessionCommand(CommandType::invitation, ssrc, ssrc, "Half");
+    host.receive(SessionPort::control, {there.address, port}, buffer,
+                 writeSessionCommand(command, buffer, sizeof buffer), now);
+    return hostEvents.sent.back()->type;
+  };
+  for (std::uint32_t i = 1; i < kMaximumPeers; ++i)
+    invite(0x50000000 + i, static_cast<std::uint16_t>(7000 + 2 * i));
+  EXPECT_EQ(invite(0x60000000, 8000), CommandType::invitationRejected) << "the session is full";
+  for (const SessionTime end = now + 10 * kSecond; now < end; now += kSecond / 10)
+    host.tick(now);
+  EXPECT_EQ(invite(0x60000001, 8002), CommandType::invitationAccepted);
   network.clear();
 }
 

@@ -9,11 +9,14 @@
 #include <chrono>
 #include <vector>
 
+#include <lv2/atom/util.h>
+
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRSequencerController.h"
 #include "sequencer/KRStepSequence.h"
+#include "support/AudioAnalysis.h"
 #include "support/OfflineRig.h"
 #include "support/StepKeys.h"
 
@@ -39,6 +42,15 @@ class MidiEventRouterTest : public ::testing::Test {
     for (const ReceivedMidi& m : rig.received)
       messages.push_back({m.status, m.data1, m.data2});
     return messages;
+  }
+  // Every event the plug-in's MIDI input held in the last block, as its bytes.
+  std::vector<std::vector<int>> atomInput() const {
+    std::vector<std::vector<int>> events;
+    LV2_ATOM_SEQUENCE_FOREACH(rig.unit->lastAtomInput(), event) {
+      const auto* bytes = static_cast<const std::uint8_t*>(LV2_ATOM_BODY_CONST(&event->body));
+      events.emplace_back(bytes, bytes + event->body.size);
+    }
+    return events;
   }
   Chord chordInStepZero() { return testing_support::chordAt(*sequencer.stepSequence(), 0); }
   void deliver(PGMidiSource& source, std::vector<std::uint8_t> bytes) {
@@ -75,6 +87,25 @@ TEST_F(MidiEventRouterTest, KeyboardEventsFormTheirMessagesAndReachTheSequencer)
   EXPECT_EQ(chordInStepZero(), (Chord{{60, 1.0f}, {64, 0.5f}}));
 }
 
+// The router's values are kept up to the plug-in, whose MIDI input then gets valid MIDI: mda
+// JX10 takes a velocity byte of 128 as 0 and stays silent. A key at full velocity (the keyboard's
+// Velocity button off) must sound; each event has its message's length.
+TEST_F(MidiEventRouterTest, FullVelocityKeySoundsAndThePluginGetsValidMidiOnly) {
+  router.pianoKeyPressed(60, 1.0f);
+  EXPECT_EQ(heard(), (Heard{{0x90, 60, 128}}));
+  EXPECT_EQ(atomInput(), (Heard{{0x90, 60, 127}}));
+  const std::vector<float> sound = rig.render(8192);
+  EXPECT_GT(testing_support::rms(sound.data(), sound.size()), 0.01);
+
+  router.pitchWheelChanged(1.0f);
+  router.handleMidiEvent(0xC0, 0, 5, 0x33, 0);  // a program change: two bytes
+  router.handleMidiEvent(0xF0, 8, 1, 2, 0);     // a timing clock as forwarded: no whole message
+  router.handleMidiEvent(0x90, 0, 0x90, 0x40, 0);
+  heard();
+  EXPECT_EQ(atomInput(), (Heard{{0xE0, 0x7F, 0x7F}, {0xC0, 5}, {0x90, 0x7F, 0x40}}));
+  mainQueue.runPending();
+}
+
 // A source is registered whatever its active flag, and only once however often it is added.
 TEST_F(MidiEventRouterTest, SourceMidiIsFilteredSentAtOnceAndRecordedThroughTheMainQueue) {
   PGMidiSource source("Keystation", false);
@@ -106,10 +137,12 @@ TEST_F(MidiEventRouterTest, SourceMidiIsFilteredSentAtOnceAndRecordedThroughTheM
   deliver(source, {0x94, 64, 100});
   EXPECT_TRUE(heard().empty());
 
+  // Switched off, a source ends what it has sounding (here the note on channel 5 that the filter
+  // kept out, whose note off the filter now lets through) and delivers nothing more.
   wrapper.setChannel(0);
   source.setIsActive(false);
   deliver(source, {0x90, 65, 100});
-  EXPECT_TRUE(heard().empty());
+  EXPECT_EQ(heard(), (Heard{{0x80, 64, 0}}));
   source.setIsActive(true);
 
   router.sourceRemoved(&wrapper, &source);

@@ -80,6 +80,24 @@ class MidiOverJack : public ::testing::Test {
     return out;
   }
 
+  // Renders at about real-time pace until `done` holds or `limit` seconds of audio have gone by;
+  // returns whether it held.
+  template <typename Done>
+  bool renderUntil(Done done, double limit = 10.0) {
+    const auto start = std::chrono::steady_clock::now();
+    for (std::size_t frames = 0; frames < limit * 48000; frames += 256) {
+      rig.render(256, [&] { mainQueue.runPending(); });
+      if (done()) return true;
+      std::this_thread::sleep_until(start + std::chrono::microseconds(frames * 1000000 / 48000));
+    }
+    return false;
+  }
+  long received(std::uint8_t status, std::uint8_t key) const {
+    return std::count_if(rig.received.begin(), rig.received.end(), [&](const auto& m) {
+      return m.status == status && m.data1 == key && (status != 0x90 || m.data2 > 0);
+    });
+  }
+
   testing_support::Chord chordKeys() {
     return testing_support::chordAt(*sequencer.stepSequence(), 0);
   }
@@ -113,6 +131,112 @@ TEST_F(MidiOverJack, NotesOnChannelFiveSoundAndRecordWithTheChannelSetToFive) {
   EXPECT_EQ(rig.received[0], (testing_support::ReceivedMidi{rig.received[0].frame, 0x90, 69, 100}));
   EXPECT_EQ(rig.received[1], (testing_support::ReceivedMidi{rig.received[1].frame, 0x90, 81, 100}));
   EXPECT_EQ(chordKeys(), (testing_support::Chord{{69, 100 / 128.0f}, {81, 100 / 128.0f}}));
+}
+
+// Nothing that stops reaching the instrument may leave a note sounding: a note held on channel 5
+// while the channel setting moves to 6, and a note held by a source that goes away mid-note
+// (killed, so it sends no note off of its own).
+TEST_F(MidiOverJack, HeldNotesEndWhenTheirChannelIsFilteredOutOrTheirSourceGoes) {
+  wrapper->startHotPlugPolling();
+  wrapper->setChannel(5);
+  const pid_t held =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, wrapper->virtualDestinationPortName(), "120",
+                              "4", "69@0:3.9", "5"});
+  ASSERT_GT(held, 0);
+  ASSERT_TRUE(renderUntil([&] { return received(0x90, 69) >= 1; }));
+  wrapper->setChannel(6);
+  EXPECT_TRUE(renderUntil([&] { return received(0x80, 69) >= 1; }, 0.5))
+      << "the note on channel 5 ends when channel 6 is chosen";
+  kill(held, SIGTERM);
+  testing_support::waitForExit(held);
+
+  wrapper->setChannel(0);
+  const pid_t source =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, "-", "120", "30", "62@0:3.9", "1"});
+  ASSERT_GT(source, 0);
+  ASSERT_TRUE(renderUntil([&] { return received(0x90, 62) >= 1; }));
+  kill(source, SIGKILL);
+  testing_support::waitForExit(source);
+  EXPECT_TRUE(renderUntil([&] { return received(0x80, 62) >= 1; }, 4.0))
+      << "the note of a source that went ends";
+}
+
+// A program connected both ways, through the port the host made for it and straight to the
+// virtual input, reaches the instrument once.
+TEST_F(MidiOverJack, AProgramConnectedTwiceIsHeardOnce) {
+  wrapper->startHotPlugPolling();
+  const pid_t source =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, "-", "120", "3", "60@2:0.5", "1"});
+  ASSERT_GT(source, 0);
+  ASSERT_TRUE(waitFor(
+      [&] {
+        mainQueue.runPending();
+        return wrapper->sources().size() == 1;
+      },
+      6s));
+  ASSERT_EQ(testing_support::runAndWait(
+                {"jack_connect", "pelma-pattern:out", wrapper->virtualDestinationPortName()}),
+            0);
+  renderWhile(source);
+  EXPECT_EQ(received(0x90, 60), 1);
+}
+
+// MIDI input follows the JACK server when it starts after the host, as the audio output does.
+TEST_F(MidiOverJack, StartsWhenTheServerStartsLater) {
+  TearDown();
+  server.stop();
+  platform::MainQueue::setMain(&mainQueue);
+  wrapper = std::make_unique<PGMidi>("pelma-midi-test");
+  EXPECT_EQ(wrapper->system(), PGMidi::System::none);
+  router = std::make_unique<ConnectedMidiRouter>(rig.unit.get(), &sequencer, wrapper.get());
+  wrapper->setDelegate(router.get());
+  if (auto* input = wrapper->virtualDestinationSource()) input->addDelegate(router.get());
+  wrapper->startHotPlugPolling();
+  ASSERT_TRUE(server.start());
+  ASSERT_TRUE(waitFor(
+      [&] {
+        mainQueue.runPending();
+        return wrapper->system() == PGMidi::System::jack;
+      },
+      6s));
+  const pid_t player =
+      testing_support::spawn({PELMA_JACK_MIDI_PATTERN, wrapper->virtualDestinationPortName(), "120",
+                              "1", "64@0:0.5", "1"});
+  ASSERT_GT(player, 0);
+  renderWhile(player);
+  EXPECT_GE(received(0x90, 64), 1);
+}
+
+// A note keeps its frame within the period on its way through the host, as in any JACK host:
+// sent at frame 100 of a period it sounds 100 frames after one sent at frame 0, so the latency the
+// probe measures from the send is the same, not 100 frames shorter.
+TEST_F(MidiOverJack, ANoteKeepsItsFrameWithinThePeriod) {
+  TemporaryFolder folder;
+  const pid_t host = testing_support::spawn(
+      {PELMA_EXECUTABLE, "--listen", "--plugin", "MDA JX10", "--seconds", "40"});
+  ASSERT_GT(host, 0);
+  // The shortest of five (an instrument's onset varies by a few frames from note to note).
+  const auto latency = [&](const char* frame) {
+    const std::string output = (folder.path() / (std::string(frame) + ".txt")).string();
+    testing_support::runAndWait({PELMA_LATENCY_PROBE, "Pelma:Pelma", "^Pelma:", "5", frame},
+                                output);
+    const std::string text = testing_support::readFile(output);
+    const auto at = text.find("min ");
+    return at == std::string::npos ? -1L : std::stol(text.substr(at + 4));
+  };
+  const std::string ports = (folder.path() / "ports.txt").string();
+  ASSERT_TRUE(waitFor(
+      [&] {
+        testing_support::runAndWait({"jack_lsp"}, ports);
+        return testing_support::readFile(ports).find("Pelma:Pelma\n") != std::string::npos;
+      },
+      10s));
+  const long fromStart = latency("0");
+  const long fromFrame100 = latency("100");
+  kill(host, SIGINT);
+  testing_support::waitForExit(host);
+  ASSERT_GT(fromStart, 0);
+  EXPECT_NEAR(fromFrame100, fromStart, 8) << "not 100 frames sooner";
 }
 
 // A port that appears and goes while the server runs, then the server stops with a source

@@ -8,8 +8,8 @@
 #include <tuple>
 #include <vector>
 
-#include "midi/MIDIPacketList.h"
 #include "midi/MidiMessages.h"
+#include "platform/midi/MIDIPacketList.h"
 
 namespace {
 

@@ -19,10 +19,10 @@
 #include <thread>
 #include <vector>
 
-#include "frameworks/pelma/NetworkMidiSession.h"
 #include "midi/MidiEventRouter.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/midi/NetworkMidiSession.h"
 #include "sequencer/KRSeqTrackView.h"
 #include "sequencer/KRSequencerController.h"
 #include "sequencer/KRStepSequence.h"
@@ -227,6 +227,100 @@ TEST(NetworkMidiPeer, APeerThatVanishesWithoutAGoodbyeIsDroppedAfterTheTimeOut) 
   peer.stop(SIGKILL);
   EXPECT_TRUE(waitFor([&] { return events.has("left Node peer: silent for 3 s"); }, 6s));
   EXPECT_EQ(session.joinedPeers(), 0u);
+}
+
+// A peer that says goodbye while its chord is held leaves nothing sounding: its notes end when
+// its source goes.
+TEST(NetworkMidiPeer, AChordHeldByAPeerThatLeavesEnds) {
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  TemporaryFolder folder;
+  testing_support::OfflineRig rig{"MDA ePiano"};
+  {
+    PGMidi wrapper("PelmaPeerTest");
+    ConnectedMidiRouter router(rig.unit.get(), nullptr, &wrapper);
+    wrapper.setDelegate(&router);
+    wrapper.setNetworkEnabled(true);
+    NodePeer peer(folder, {"hold", std::to_string(freePortPair()),
+                           std::to_string(wrapper.networkPort()), "60", "64"});
+    const auto renderUntil = [&](auto done) {
+      for (int blocks = 0; blocks < 15 * 48000 / 256 && !done(); ++blocks) {
+        rig.render(256, [&] { mainQueue.runPending(); });
+        std::this_thread::sleep_for(5ms);
+      }
+      return done();
+    };
+    const auto heard = [&](std::uint8_t status) {
+      return std::count_if(rig.received.begin(), rig.received.end(),
+                           [&](const auto& m) { return m.status == status; });
+    };
+    ASSERT_TRUE(renderUntil([&] { return heard(0x90) == 2; })) << peer.output();
+    peer.stop(SIGTERM);  // a goodbye, the chord still held
+    EXPECT_TRUE(renderUntil([&] { return heard(0x80) == 2; })) << "the chord ends";
+    wrapper.setDelegate(nullptr);
+  }
+  mainQueue.runPending();
+  platform::MainQueue::setMain(nullptr);
+}
+
+// A sender of hand-made datagrams joins under a name with a line break in it: the name is logged
+// escaped, on one line. MIDI with its SSRC from another port is not played; from the port it
+// joined from, it is.
+TEST(NetworkMidiPeer, ASpoofedSenderIsNotPlayedAndANameCannotBreakTheLog) {
+  platform::ManualMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  testing_support::OfflineRig rig{"MDA ePiano"};
+  platform::LogCapture log;
+  {
+    PGMidi wrapper("PelmaPeerTest");
+    ConnectedMidiRouter router(rig.unit.get(), nullptr, &wrapper);
+    wrapper.setDelegate(&router);
+    wrapper.setNetworkEnabled(true);
+    const std::uint16_t own = freePortPair();
+    const auto bound = [](std::uint16_t port) {
+      const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+      sockaddr_in address{};
+      address.sin_family = AF_INET;
+      address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+      address.sin_port = htons(port);
+      EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+      return fd;
+    };
+    const int control = bound(own), data = bound(own + 1), stranger = bound(0);
+    const auto sendTo = [&](int fd, std::uint16_t port, const std::uint8_t* bytes, std::size_t n) {
+      sockaddr_in to{};
+      to.sin_family = AF_INET;
+      to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+      to.sin_port = htons(port);
+      sendto(fd, bytes, n, 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+    };
+    std::uint8_t buffer[256];
+    const auto invitation = rtp_midi::makeSessionCommand(rtp_midi::CommandType::invitation, 7,
+                                                         0x12345678, "Evil\nMIDI source added X");
+    const std::size_t size = rtp_midi::writeSessionCommand(invitation, buffer, sizeof buffer);
+    sendTo(control, wrapper.networkPort(), buffer, size);
+    std::this_thread::sleep_for(200ms);
+    sendTo(data, wrapper.networkPort() + 1, buffer, size);
+    EXPECT_TRUE(waitFor(
+        [&] { return log.contains("Network MIDI: \"Evil\\nMIDI source added X\" joined"); }, 5s));
+    const auto play = [&](int fd, std::uint8_t key) {
+      const std::uint8_t note[3] = {0x90, key, 100};
+      const std::size_t n =
+          rtp_midi::writePayload({key, 0, 0x12345678}, note, sizeof note, buffer, sizeof buffer);
+      sendTo(fd, wrapper.networkPort() + 1, buffer, n);
+      std::this_thread::sleep_for(200ms);
+      rig.render(256, [&] { mainQueue.runPending(); });
+    };
+    play(stranger, 61);
+    play(data, 62);
+    ASSERT_EQ(rig.received.size(), 1u);
+    EXPECT_EQ(rig.received[0].data1, 62);
+    for (const int fd : {control, data, stranger})
+      close(fd);
+    wrapper.setDelegate(nullptr);
+  }
+  mainQueue.runPending();
+  platform::MainQueue::setMain(nullptr);
 }
 
 }  // namespace

@@ -8,8 +8,8 @@
 #include <tuple>
 #include <vector>
 
-#include "midi/network/AppleMidiCommand.h"
-#include "midi/network/RtpMidiPayload.h"
+#include "platform/midi/network/AppleMidiCommand.h"
+#include "platform/midi/network/RtpMidiPayload.h"
 
 namespace {
 

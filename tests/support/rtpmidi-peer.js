@@ -3,6 +3,8 @@
 //   node rtpmidi-peer.js play OWN-PORT HOST-PORT NOTE...
 //     invites the session on 127.0.0.1:HOST-PORT, waits until its clock exchange lets it send,
 //     plays the notes together for 300 ms ("played"), then stays until it is stopped.
+//   node rtpmidi-peer.js hold OWN-PORT HOST-PORT NOTE...
+//     the same, but the notes are never ended ("holding" once they are sent).
 //   node rtpmidi-peer.js listen OWN-PORT
 //     waits for an invitation; prints "joined NAME" and every message received ("received 90 3c 64").
 // SIGTERM ends the session with a goodbye ("ended"); SIGKILL makes it vanish without one.
@@ -21,7 +23,7 @@ session.on('message', (delta, message) => {
 });
 session.start();
 
-if (mode === 'play') {
+if (mode === 'play' || mode === 'hold') {
   session.connect({ address: '127.0.0.1', port: Number(hostPort) });
   // A stream sends nothing before its own clock exchange has measured the latency.
   const waitForClock = setInterval(() => {
@@ -31,6 +33,10 @@ if (mode === 'play') {
     // Its one-argument form is broken: a time stamp and an array it is.
     const send = (message) => session.sendMessage(session.now() + session.startTime, message);
     notes.forEach((note) => send([0x90, Number(note), 100]));
+    if (mode === 'hold') {
+      say('holding');
+      return;
+    }
     setTimeout(() => {
       notes.forEach((note) => send([0x80, Number(note), 0]));
       say('played');

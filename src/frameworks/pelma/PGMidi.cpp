@@ -1,62 +1,18 @@
 #include "frameworks/pelma/PGMidi.h"
 
-#include <time.h>
-#include <unistd.h>
-
-#include <jack/jack.h>
-
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <utility>
 
-#include "midi/MIDIPacketList.h"
-#include "platform/audio/AudioOutput.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
 #include "platform/foundation/UserDefaults.h"
+#include "platform/midi/MIDIPacketList.h"
 
 namespace {
 
 constexpr auto kHotPlugInterval = std::chrono::seconds(1);
-
-std::uint64_t monotonicNanoseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1000000000u +
-         static_cast<std::uint64_t>(now.tv_nsec);
-}
-
-// RtMidi reports its errors through this instead of throwing from its threads.
-void logRtMidiError(RtMidiError::Type type, const std::string& text, void* /*user*/) {
-  if (type == RtMidiError::WARNING || type == RtMidiError::DEBUG_WARNING) return;
-  platform::log("MIDI: {}", text);
-}
-
-void receive(double /*deltaTime*/, std::vector<unsigned char>* message, void* source) {
-  if (!message || message->empty()) return;
-  static_cast<PGMidiSource*>(source)->deliver(monotonicNanoseconds(), message->data(),
-                                              message->size());
-}
-
-// The audio thread, at the start of a period.
-void receiveFromJack(void* source, std::uint32_t /*frame*/, const std::uint8_t* data,
-                     std::size_t size) noexcept {
-  static_cast<PGMidiSource*>(source)->deliver(monotonicNanoseconds(), data, size);
-}
-
-// The port names a probe sees now, in the MIDI system's order.
-template <typename Probe>
-std::vector<std::string> portNames(Probe& probe) {
-  std::vector<std::string> names;
-  try {
-    const unsigned count = probe.getPortCount();
-    for (unsigned i = 0; i < count; ++i)
-      names.push_back(probe.getPortName(i));
-  } catch (const RtMidiError& error) {
-    platform::log("MIDI: cannot list ports: {}", error.getMessage());
-  }
-  return names;
-}
 
 }  // namespace
 
@@ -66,7 +22,24 @@ PGMidiSource::PGMidiSource(std::string name, bool isNetworkSession)
 PGMidiSource::~PGMidiSource() {
   // Closes the port: no more receive-thread calls.
   input_.reset();
-  jackInput_.reset();
+}
+
+void PGMidiSource::setIsActive(bool active) {
+  if (!active_.exchange(active, std::memory_order_relaxed) || active) return;
+  releaseSoundingNotes();
+}
+
+void PGMidiSource::releaseChannel(std::uint8_t channel) {
+  delivering_.fetch_add(1);  // removeDelegate waits for these note offs too
+  for (std::size_t word = channel * 4u; word < channel * 4u + 4; ++word) {
+    std::uint64_t keys = sounding_[word].exchange(0, std::memory_order_relaxed);
+    for (; keys != 0; keys &= keys - 1) {
+      const auto key = static_cast<std::uint8_t>((word % 4) * 64 + std::countr_zero(keys));
+      const std::uint8_t noteOff[3] = {static_cast<std::uint8_t>(0x80 | channel), key, 0};
+      handToDelegates(0, noteOff, sizeof noteOff);
+    }
+  }
+  delivering_.fetch_sub(1);
 }
 
 void PGMidiSource::addDelegate(PGMidiSourceDelegate* delegate) {
@@ -91,83 +64,27 @@ void PGMidiSource::removeDelegate(PGMidiSourceDelegate* delegate) {
     std::this_thread::yield();
 }
 
-void PGMidiSource::deliver(std::uint64_t timeStamp, const std::uint8_t* data,
-                           std::size_t length) noexcept {
-  if (!isActive()) return;
-  delivering_.fetch_add(1);
-  alignas(8) std::uint8_t buffer[midi::kPacketCountSize + midi::kPacketHeaderSize + kMaxPacketData +
-                                 midi::kPacketListSlack + 4];
-  for (std::size_t done = 0; done < length;) {
-    const auto chunk = static_cast<std::uint16_t>(std::min(kMaxPacketData, length - done));
-    midi::PacketListBuilder list(buffer, sizeof buffer);
-    list.add(timeStamp, data + done, chunk);
-    for (auto& slot : delegates_) {
-      if (PGMidiSourceDelegate* delegate = slot.load()) {
-        delegate->midiReceived(this, list.data(), list.size());
-      }
-    }
-    done += chunk;
-  }
-  delivering_.fetch_sub(1);
-}
-
-PGMidi::PGMidi(std::string clientName) : clientName_(std::move(clientName)) {
-  if (access("/dev/snd/seq", R_OK | W_OK) == 0) {
-    system_ = System::alsa;
-    api_ = RtMidi::LINUX_ALSA;
-  } else if (platform::jackServerIsRunning()) {
-    system_ = System::jack;
-  }
-  if (system_ == System::none) {
-    platform::log("MIDI: no ALSA sequencer and no JACK server; MIDI input is off");
+PGMidi::PGMidi(std::string clientName)
+    : clientName_(std::move(clientName)),
+      virtualSource_(std::make_shared<PGMidiSource>(clientName_, false)) {
+  if (!openPorts()) {
+    platform::log("MIDI: no ALSA sequencer and no JACK server; MIDI input is off until one starts");
     return;
   }
-  virtualSource_ = std::make_shared<PGMidiSource>(clientName_, false);
-  if (system_ == System::jack) {
-    jack_ = platform::JackClient::shared(clientName_);
-    if (jack_ && openJackVirtualInput()) {
-      watchJack();
-    } else {
-      platform::log("MIDI: cannot open the JACK MIDI system");
-      system_ = System::none;
-      virtualSource_.reset();
-      return;
-    }
-  } else {
-    try {
-      sourceProbe_ = newInput();
-      destinationProbe_ = std::make_unique<RtMidiOut>(api_, clientName_ + " MIDI probe");
-      destinationProbe_->setErrorCallback(logRtMidiError, nullptr);
-      // Its own client name: the audio output's client may already be called clientName_.
-      auto input = std::make_unique<RtMidiIn>(api_, clientName_ + " MIDI", 1024);
-      input->setErrorCallback(logRtMidiError, nullptr);
-      input->ignoreTypes(false, false, false);  // system exclusive, timing and sensing too
-      input->setCallback(receive, virtualSource_.get());
-      input->openVirtualPort(clientName_);
-      virtualSource_->setInput(std::move(input));
-    } catch (const RtMidiError& error) {
-      platform::log("MIDI: cannot open the ALSA MIDI system: {}", error.getMessage());
-      system_ = System::none;
-      virtualSource_.reset();
-      return;
-    }
-  }
-  platform::log("MIDI: using {} MIDI; virtual input \"{}\"",
-                system_ == System::alsa ? "ALSA sequencer" : "JACK", clientName_);
 
   // The ports there are at start-up; the delegate is told only of later changes.
-  for (const std::string& name : sourcePortNames()) {
+  for (const std::string& name : ports_->sourceNames()) {
     if (auto source = openSource(name)) sources_.push_back(source);
   }
-  for (const std::string& name : destinationPortNames()) {
-    if (!isOurPort(name)) destinations_.push_back(std::make_shared<PGMidiDestination>(name));
-  }
+  for (const std::string& name : ports_->destinationNames())
+    destinations_.push_back(std::make_shared<PGMidiDestination>(name));
+  hearEachProgramOnce();
 }
 
 PGMidi::~PGMidi() {
   network_.reset();
   alive_->store(false);
-  releaseJack();
+  releasePorts();
   {
     std::lock_guard lock(pollMutex_);
     stopPolling_ = true;
@@ -176,42 +93,52 @@ PGMidi::~PGMidi() {
   if (pollThread_.joinable()) pollThread_.join();
 }
 
-bool PGMidi::openJackVirtualInput() {
-  auto input = jack_->addMidiInput(clientName_, receiveFromJack, virtualSource_.get());
-  if (!input) return false;
+bool PGMidi::openPorts() {
+  ports_ = platform::openMidiPorts(clientName_);
+  if (!ports_) return false;
+  auto input = ports_->openVirtualInput(&PGMidiSource::receive, virtualSource_.get());
+  if (!input) {
+    ports_.reset();
+    return false;
+  }
   virtualSource_->setInput(std::move(input));
+  if (opened_) {
+    platform::log("MIDI: JACK server back; virtual input \"{}\"", virtualDestinationPortName());
+  } else {
+    platform::log("MIDI: using {} MIDI; virtual input \"{}\"",
+                  system() == System::alsa ? "ALSA sequencer" : "JACK", clientName_);
+  }
+  opened_ = true;
+  if (ports_->watch(&PGMidi::portsChanged, this)) {
+    std::lock_guard lock(pollMutex_);
+    watched_ = true;
+    pollWake_.notify_all();
+  }
   return true;
 }
 
-void PGMidi::watchJack() {
-  jack_->setPortsNotice(&PGMidi::jackPortsChanged, this);
+void PGMidi::releasePorts() {
+  if (!ports_) return;
+  ports_->unwatch(this);
+  if (virtualSource_) virtualSource_->setInput(nullptr);
+  ports_.reset();
   std::lock_guard lock(pollMutex_);
-  jackWatched_ = true;
+  watched_ = false;  // polling again, to find a system that comes back
   pollWake_.notify_all();
 }
 
-void PGMidi::releaseJack() {
-  if (!jack_) return;
-  jack_->clearPortsNotice(this);
-  jack_.reset();
-  std::lock_guard lock(pollMutex_);
-  jackWatched_ = false;  // polling again, to find a server that comes back
-  pollWake_.notify_all();
-}
-
-void PGMidi::jackPortsChanged(void* user) noexcept {
+void PGMidi::portsChanged(void* user) noexcept {
   auto* self = static_cast<PGMidi*>(user);
   std::lock_guard lock(self->pollMutex_);
   self->refreshRequested_ = true;
   self->pollWake_.notify_all();
 }
 
-bool PGMidi::followJackServer() {
-  if (jack_ && jack_->isAlive()) return true;
-  if (jack_) {
+bool PGMidi::followServer() {
+  if (ports_ && ports_->isAlive()) return true;
+  if (ports_) {
     // Our ports went with the server: the sources go now, and come back with their ports.
     platform::log("MIDI: the JACK server went away");
-    virtualSource_->setInput(std::unique_ptr<platform::JackClient::MidiInput>());
     std::vector<std::shared_ptr<PGMidiSource>> gone;
     std::erase_if(sources_, [&](const auto& source) {
       if (source->isNetworkSession()) return false;
@@ -219,96 +146,43 @@ bool PGMidi::followJackServer() {
       return true;
     });
     const auto goneDestinations = std::exchange(destinations_, {});
-    releaseJack();
-    for (const auto& source : gone) {
-      if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
-    }
+    virtualSource_->releaseSoundingNotes();
+    releasePorts();
+    for (const auto& source : gone)
+      removed(*source);
     for (const auto& destination : goneDestinations) {
       if (auto* delegate = delegate_.get()) delegate->destinationRemoved(this, destination.get());
     }
   }
-  jack_ = platform::JackClient::shared(clientName_);  // null while no server answers
-  if (!jack_ || !openJackVirtualInput()) {
-    releaseJack();
-    return false;
-  }
-  watchJack();
-  platform::log("MIDI: JACK server back; virtual input \"{}\"", virtualDestinationPortName());
-  return true;
-}
-
-std::vector<std::string> PGMidi::jackPortNames(unsigned long direction) const {
-  std::vector<std::string> names;
-  if (!jack_) return names;
-  if (const char** ports =
-          jack_get_ports(jack_->handle(), nullptr, JACK_DEFAULT_MIDI_TYPE, direction)) {
-    for (const char** port = ports; *port; ++port)
-      names.emplace_back(*port);
-    jack_free(ports);
-  }
-  return names;
-}
-
-std::vector<std::string> PGMidi::sourcePortNames() const {
-  if (system_ == System::jack) return jackPortNames(JackPortIsOutput);
-  return sourceProbe_ ? portNames(*sourceProbe_) : std::vector<std::string>{};
-}
-
-std::vector<std::string> PGMidi::destinationPortNames() const {
-  if (system_ == System::jack) return jackPortNames(JackPortIsInput);
-  return destinationProbe_ ? portNames(*destinationProbe_) : std::vector<std::string>{};
-}
-
-std::unique_ptr<RtMidiIn> PGMidi::newInput() const {
-  auto input = std::make_unique<RtMidiIn>(api_, clientName_ + " MIDI in", 1024);
-  input->setErrorCallback(logRtMidiError, nullptr);
-  return input;
-}
-
-bool PGMidi::isOurPort(const std::string& portName) const {
-  // JACK names ports "client:port": ours are on our one client. ALSA names them "client:port
-  // client-id:port-id", and our MIDI clients there are all named "<client name> MIDI...".
-  if (system_ == System::jack) return jack_ && portName.rfind(jack_->name() + ":", 0) == 0;
-  return portName.rfind(clientName_ + " MIDI", 0) == 0;
+  return openPorts();  // false while no server answers
 }
 
 std::string PGMidi::virtualDestinationPortName() const {
-  if (system_ == System::jack) return jack_ ? jack_->name() + ":" + clientName_ : std::string();
-  if (system_ == System::none) return {};
-  return clientName_ + " MIDI:" + clientName_;
+  return ports_ ? ports_->virtualInputName() : std::string();
 }
 
 std::shared_ptr<PGMidiSource> PGMidi::openSource(const std::string& portName) {
-  if (isOurPort(portName)) return nullptr;
   auto source = std::make_shared<PGMidiSource>(portName, false);
   applyStoredChoice(*source);
-  if (system_ == System::jack) {
-    auto input = jack_->addMidiInput("in " + std::to_string(nextInputNumber_++), receiveFromJack,
-                                     source.get());
-    if (!input) return nullptr;
-    if (!input->connectFrom(portName)) {
-      platform::log("MIDI: cannot connect source {}", portName);
-      return nullptr;
-    }
-    source->setInput(std::move(input));
-    return source;
-  }
-  try {
-    auto input = newInput();
-    input->ignoreTypes(false, false, false);
-    input->setCallback(receive, source.get());
-    // Open by name: the probe's numbering may have moved since it was read.
-    const auto names = portNames(*input);
-    const auto found = std::find(names.begin(), names.end(), portName);
-    if (found == names.end()) return nullptr;
-    input->openPort(static_cast<unsigned>(found - names.begin()),
-                    clientName_ + " in " + std::to_string(nextInputNumber_++));
-    source->setInput(std::move(input));
-  } catch (const RtMidiError& error) {
-    platform::log("MIDI: cannot open source {}: {}", portName, error.getMessage());
-    return nullptr;
-  }
+  auto input = ports_->openSource(portName, &PGMidiSource::receive, source.get());
+  if (!input) return nullptr;
+  source->setInput(std::move(input));
   return source;
+}
+
+void PGMidi::hearEachProgramOnce() {
+  // A program connected straight to the virtual input is heard there only, not twice.
+  const std::vector<std::string> direct = ports_->virtualInputSources();
+  for (const auto& source : sources_) {
+    if (auto* input = source->input())
+      input->setReachedDirectly(std::find(direct.begin(), direct.end(), source->name()) !=
+                                direct.end());
+  }
+}
+
+void PGMidi::removed(PGMidiSource& source) {
+  source.releaseSoundingNotes();  // before the delegates let the source go
+  if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, &source);
 }
 
 void PGMidi::setChannel(std::int32_t channel) {
@@ -316,6 +190,12 @@ void PGMidi::setChannel(std::int32_t channel) {
     platform::log("MIDI: channel {} is not 0 (all) to 16; kept {}", channel, this->channel());
     return;
   }
+  // Notes on channels the new setting filters out would never hear their note off: they end now,
+  // while the old setting still lets their note offs through.
+  const auto filteredOut = [channel](std::uint8_t c) { return channel != 0 && channel != c + 1; };
+  if (virtualSource_) virtualSource_->releaseSoundingNotes(filteredOut);
+  for (const auto& source : sources_)
+    source->releaseSoundingNotes(filteredOut);
   channel_.store(channel, std::memory_order_relaxed);
 }
 
@@ -346,7 +226,8 @@ void PGMidi::setNetworkEnabled(bool enabled) {
   // joins), listed and announced on the main queue; its MIDI goes straight to the source.
   NetworkMidiSession::Events events;
   events.peerJoined = [this](const rtp_midi::Peer& peer) {
-    auto source = std::make_shared<PGMidiSource>(std::string(peer.nameView()), true);
+    // Named as the peer calls itself, fit to be shown and logged.
+    auto source = std::make_shared<PGMidiSource>(platform::printable(peer.nameView()), true);
     for (auto& [ssrc, slot] : networkSources_) {
       if (slot) continue;
       ssrc = peer.ssrc;
@@ -366,7 +247,7 @@ void PGMidi::setNetworkEnabled(bool enabled) {
       platform::dispatchAsyncMain([this, alive = alive_, source = std::move(slot)] {
         if (!alive->load()) return;
         std::erase(sources_, source);
-        if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
+        removed(*source);
       });
       slot = nullptr;
     }
@@ -389,10 +270,9 @@ void PGMidi::connectToNetworkPeer(const std::string& host, std::uint16_t port) {
 }
 
 void PGMidi::refresh() {
-  if (system_ == System::none) return;
-  if (system_ == System::jack && !followJackServer()) return;
-  const std::vector<std::string> sourceNames = sourcePortNames();
-  const std::vector<std::string> destinationNames = destinationPortNames();
+  if (!followServer()) return;
+  const std::vector<std::string> sourceNames = ports_->sourceNames();
+  const std::vector<std::string> destinationNames = ports_->destinationNames();
 
   std::vector<std::shared_ptr<PGMidiSource>> gone;
   std::erase_if(sources_, [&](const auto& source) {
@@ -402,9 +282,8 @@ void PGMidi::refresh() {
     if (!present) gone.push_back(source);
     return !present;
   });
-  for (const auto& source : gone) {
-    if (auto* delegate = delegate_.get()) delegate->sourceRemoved(this, source.get());
-  }
+  for (const auto& source : gone)
+    removed(*source);
   for (const std::string& name : sourceNames) {
     const bool known = std::any_of(sources_.begin(), sources_.end(),
                                    [&](const auto& source) { return source->name() == name; });
@@ -414,6 +293,7 @@ void PGMidi::refresh() {
       if (auto* delegate = delegate_.get()) delegate->sourceAdded(this, source.get());
     }
   }
+  hearEachProgramOnce();
 
   std::vector<std::shared_ptr<PGMidiDestination>> goneDestinations;
   std::erase_if(destinations_, [&](const auto& destination) {
@@ -426,7 +306,6 @@ void PGMidi::refresh() {
     if (auto* delegate = delegate_.get()) delegate->destinationRemoved(this, destination.get());
   }
   for (const std::string& name : destinationNames) {
-    if (isOurPort(name)) continue;
     const bool known =
         std::any_of(destinations_.begin(), destinations_.end(),
                     [&](const auto& destination) { return destination->name() == name; });
@@ -438,17 +317,17 @@ void PGMidi::refresh() {
 }
 
 void PGMidi::startHotPlugPolling() {
-  if (system_ == System::none || pollThread_.joinable()) return;
+  if (pollThread_.joinable()) return;
   pollThread_ = std::thread([this, alive = alive_] {
     std::unique_lock lock(pollMutex_);
     while (true) {
-      if (jackWatched_) {
+      if (watched_) {
         pollWake_.wait(lock);  // a ports notice, or no longer watched
       } else {
         pollWake_.wait_for(lock, kHotPlugInterval);
       }
       if (stopPolling_) return;
-      if (jackWatched_ && !refreshRequested_) continue;
+      if (watched_ && !refreshRequested_) continue;
       refreshRequested_ = false;
       platform::dispatchAsyncMain([this, alive] {
         if (alive->load()) refresh();

@@ -2,11 +2,9 @@
 
 // The MIDI wrapper: the MIDI ports other programs offer (sources, and destinations), a virtual
 // input port named "Pelma" that other programs can play into, the active channel, and hot-plug
-// notifications. It runs on the ALSA sequencer (through RtMidi) where the machine has one, else on
-// JACK MIDI when a JACK server runs (chosen at creation and logged); with neither there are no
-// ports. On JACK every input is a port of the process's one JACK client, read at the start of
-// each period on the audio thread, just before the audio is rendered; the wrapper follows the
-// server when it goes away and comes back.
+// notifications, over the machine's MIDI system (platform/midi/MidiPorts.h: JACK MIDI or the ALSA
+// sequencer, chosen at creation and logged); with neither there are no ports. On JACK the wrapper
+// follows the server when it goes away and comes back.
 //
 // Each source hands what it receives to its delegates as a packet list (see MIDIPacketList.h),
 // one list per incoming message, on the MIDI system's receive thread (on JACK the audio thread:
@@ -14,8 +12,6 @@
 // port lists are refreshed on the main thread: on JACK whenever the server tells of a port that
 // appeared or went, otherwise (ALSA, or while no JACK server runs) about once a second. The
 // delegate hears of each port that appears or goes, on the main thread.
-
-#include <rtmidi/RtMidi.h>
 
 #include <array>
 #include <atomic>
@@ -28,10 +24,9 @@
 #include <thread>
 #include <vector>
 
-#include "frameworks/pelma/NetworkMidiSession.h"
-
-#include "platform/audio/JackClient.h"
 #include "platform/foundation/WeakRef.h"
+#include "platform/midi/MidiPorts.h"
+#include "platform/midi/NetworkMidiSession.h"
 
 namespace platform {
 class UserDefaults;
@@ -43,7 +38,7 @@ class PGMidiSourceDelegate {
  public:
   // Receive thread. `packetList` (of `size` bytes) is valid during the call only.
   virtual void midiReceived(PGMidiSource* source, const std::uint8_t* packetList,
-                            std::size_t size) = 0;
+                            std::size_t size) noexcept = 0;
 
  protected:
   ~PGMidiSourceDelegate() = default;
@@ -62,23 +57,39 @@ class PGMidiSource {
   const std::string& name() const { return name_; }
   bool isNetworkSession() const { return isNetworkSession_; }
   bool isActive() const { return active_.load(std::memory_order_relaxed); }
-  void setIsActive(bool active) { active_.store(active, std::memory_order_relaxed); }
+  // Switching a source off ends the notes it has sounding.
+  void setIsActive(bool active);
+
+  // Main thread: hands the delegates a note off for each note this source has sounding (a note on
+  // delivered and not yet ended) on a channel for which `release(channel)` (0..15) is true, and
+  // forgets those notes. Used when the source goes, is switched off or its channel is filtered
+  // out, so that nothing that stops reaching the instrument leaves a note sounding.
+  template <typename Release>
+  void releaseSoundingNotes(Release&& release) {
+    for (std::uint8_t channel = 0; channel < 16; ++channel) {
+      if (release(channel)) releaseChannel(channel);
+    }
+  }
+  void releaseSoundingNotes() {
+    releaseSoundingNotes([](std::uint8_t) { return true; });
+  }
 
   // Main thread. A delegate is added once; at most kMaxDelegates (more are logged and ignored).
   // After removeDelegate returns, the delegate is no longer called.
   void addDelegate(PGMidiSourceDelegate* delegate);
   void removeDelegate(PGMidiSourceDelegate* delegate);
 
-  // Receive thread: hands one message to the delegates as a packet list (no allocation). Longer
-  // messages (system exclusive) are split into lists of up to kMaxPacketData bytes.
+  // Receive thread: hands one message to the delegates as a packet list (no allocation), and
+  // keeps account of the notes it starts and ends. Longer messages (system exclusive) are split
+  // into lists of up to kMaxPacketData bytes.
   void deliver(std::uint64_t timeStamp, const std::uint8_t* data, std::size_t length) noexcept;
 
-  // The input this source reads from (an RtMidi input on ALSA, a port of ours on JACK), owned by
-  // the source.
-  void setInput(std::unique_ptr<RtMidiIn> input) { input_ = std::move(input); }
-  void setInput(std::unique_ptr<platform::JackClient::MidiInput> input) {
-    jackInput_ = std::move(input);
-  }
+  // The input this source reads from, owned by the source; null closes it.
+  void setInput(std::unique_ptr<platform::MidiPorts::Input> input) { input_ = std::move(input); }
+  platform::MidiPorts::Input* input() const { return input_.get(); }
+  // The input's receiver (`source` is the PGMidiSource). The receive thread.
+  static void receive(void* source, std::uint32_t frame, const std::uint8_t* data,
+                      std::size_t size) noexcept;
 
  private:
   static constexpr std::size_t kMaxPacketData = 256;
@@ -88,8 +99,14 @@ class PGMidiSource {
   std::atomic<bool> active_{true};
   std::array<std::atomic<PGMidiSourceDelegate*>, kMaxDelegates> delegates_{};
   std::atomic<int> delivering_{0};  // receive-thread calls in progress
-  std::unique_ptr<RtMidiIn> input_;
-  std::unique_ptr<platform::JackClient::MidiInput> jackInput_;
+  // The notes sounding, one bit per channel and key byte (the key is not masked, as the router
+  // passes it on unmasked). Set and cleared by the receive thread, taken by releaseChannel.
+  std::array<std::atomic<std::uint64_t>, 16 * 256 / 64> sounding_{};
+  void track(const std::uint8_t* data, std::size_t length) noexcept;
+  void handToDelegates(std::uint64_t timeStamp, const std::uint8_t* data,
+                       std::size_t length) noexcept;
+  void releaseChannel(std::uint8_t channel);
+  std::unique_ptr<platform::MidiPorts::Input> input_;
 };
 
 // A port of another program that MIDI can be sent to.
@@ -118,7 +135,7 @@ class PGMidiDelegate : public platform::WeaklyReferenceable {
 
 class PGMidi {
  public:
-  enum class System { none, alsa, jack };
+  using System = platform::MidiSystem;
 
   // Opens the virtual input and reads the ports there are now (without telling the delegate,
   // which is not set yet). `clientName` names our ports' client ("Pelma" in the application).
@@ -127,12 +144,12 @@ class PGMidi {
   PGMidi(const PGMidi&) = delete;
   PGMidi& operator=(const PGMidi&) = delete;
 
-  System system() const { return system_; }
+  System system() const { return ports_ ? ports_->system() : System::none; }
   const std::vector<std::shared_ptr<PGMidiSource>>& sources() const { return sources_; }
   const std::vector<std::shared_ptr<PGMidiDestination>>& destinations() const {
     return destinations_;
   }
-  // The virtual input other programs send to; null when there is no MIDI system.
+  // The virtual input other programs send to (it delivers while there is a MIDI system).
   PGMidiSource* virtualDestinationSource() const { return virtualSource_.get(); }
   // The full port name other programs connect to ("Pelma:Pelma" on JACK, "Pelma MIDI:Pelma" on
   // ALSA), or empty.
@@ -167,35 +184,30 @@ class PGMidi {
 
  private:
   std::shared_ptr<PGMidiSource> openSource(const std::string& portName);
-  // JACK: true while there is a server; opens our inputs again on a server that came back.
-  bool followJackServer();
-  bool openJackVirtualInput();
-  // Main thread: jack_ is watched through its ports notice (no polling then), or is let go.
-  void watchJack();
-  void releaseJack();
-  // A thread of libjack's: a port appeared or went, or the server went away.
-  static void jackPortsChanged(void* self) noexcept;
-  std::unique_ptr<RtMidiIn> newInput() const;
-  bool isOurPort(const std::string& portName) const;
+  // Opens the MIDI system and our virtual input on it; false (ports_ null) when there is none.
+  bool openPorts();
+  // True while the MIDI system runs; when it has gone, its sources go (told to the delegate) and
+  // it is opened again when it is back, or when one starts after the wrapper was made.
+  bool followServer();
+  // Main thread: lets the ports go, polling again for a system that comes back.
+  void releasePorts();
+  // A thread of the MIDI system's: a port appeared or went, or the server went away.
+  static void portsChanged(void* self) noexcept;
   void applyStoredChoice(PGMidiSource& source) const;
+  // Main thread: a source also connected straight to the virtual input is not read twice.
+  void hearEachProgramOnce();
+  // Main thread: a source has gone; its notes end and the delegate hears of it.
+  void removed(PGMidiSource& source);
   static constexpr std::uint16_t kNetworkPort = 5004;
 
   std::string clientName_;
-  System system_ = System::none;
-  RtMidi::Api api_ = RtMidi::UNSPECIFIED;
+  bool opened_ = false;  // a MIDI system has been opened before
+  std::unique_ptr<platform::MidiPorts> ports_;
   std::atomic<std::int32_t> channel_{0};
   platform::WeakRef<PGMidiDelegate> delegate_;
   std::shared_ptr<PGMidiSource> virtualSource_;
   std::vector<std::shared_ptr<PGMidiSource>> sources_;
   std::vector<std::shared_ptr<PGMidiDestination>> destinations_;
-  // The MIDI system's ports: listed by our JACK client, or by RtMidi probes on ALSA.
-  std::vector<std::string> sourcePortNames() const;
-  std::vector<std::string> destinationPortNames() const;
-  std::vector<std::string> jackPortNames(unsigned long direction) const;
-  std::shared_ptr<platform::JackClient> jack_;
-  std::unique_ptr<RtMidiIn> sourceProbe_;
-  std::unique_ptr<RtMidiOut> destinationProbe_;
-  unsigned nextInputNumber_ = 1;
   std::unique_ptr<NetworkMidiSession> network_;
   // The network peers' sources by SSRC, used on the session's receive thread only.
   std::array<std::pair<std::uint32_t, std::shared_ptr<PGMidiSource>>, rtp_midi::kMaximumPeers>
@@ -207,6 +219,6 @@ class PGMidi {
   std::mutex pollMutex_;
   std::condition_variable pollWake_;
   bool stopPolling_ = false;
-  bool refreshRequested_ = false;  // by the JACK server's ports notice
-  bool jackWatched_ = false;       // the notice tells of every change: no polling
+  bool refreshRequested_ = false;  // by the MIDI system's ports notice
+  bool watched_ = false;           // the notice tells of every change: no polling
 };

@@ -25,6 +25,7 @@
 
 #include "platform/audio/AudioComponent.h"
 #include "platform/audio/AudioNode.h"
+#include "platform/audio/MidiArrival.h"
 #include "platform/foundation/AudioThread.h"
 #include "platform/foundation/ByteRing.h"
 #include "platform/foundation/LockFreeQueues.h"
@@ -248,15 +249,19 @@ class AudioUnit final : public AudioNode {
 };
 
 // Sends one MIDI channel message to an instrument: it reaches the plug-in in the next audio block
-// at `offsetSampleFrame`. Any thread; never blocks. Returns 0, or -1 when there is no instance or
-// its queue is full (the message is dropped).
+// at `offsetSampleFrame` (after the frame a JACK message arrived at, see MidiArrival.h). Any
+// thread; never blocks. Returns 0, or -1 when there is no instance or its queue is full (the
+// message is dropped).
 inline int MusicDeviceMIDIEvent(AudioComponentInstance instance, std::uint32_t status,
                                 std::uint32_t data1, std::uint32_t data2,
                                 std::uint32_t offsetSampleFrame) noexcept {
-  if (!instance) return -1;
-  return instance->sendMIDIEvent(static_cast<std::uint8_t>(status),
-                                 static_cast<std::uint8_t>(data1), static_cast<std::uint8_t>(data2),
-                                 offsetSampleFrame)
+  if (!instance || status > 0xFF) return -1;
+  // Values above a byte stay above 127 (not wrapped), for the plug-in boundary to clamp.
+  const auto byte = [](std::uint32_t value) {
+    return static_cast<std::uint8_t>(value > 0xFF ? 0xFF : value);
+  };
+  return instance->sendMIDIEvent(byte(status), byte(data1), byte(data2),
+                                 offsetSampleFrame + midiArrivalFrame)
              ? 0
              : -1;
 }

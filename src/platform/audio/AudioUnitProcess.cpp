@@ -13,6 +13,7 @@
 
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2Host.h"
+#include "platform/audio/Lv2MidiEvent.h"
 #include "platform/audio/Lv2World.h"
 
 namespace platform {
@@ -100,10 +101,11 @@ void AudioUnit::writeAtomInput(std::uint32_t frames) noexcept {
   writeEditorEvents(forge);
   midi_.sortByFrame();
   for (const MidiEvent& event : midi_) {
-    if (event.frame >= frames) continue;
+    const Lv2MidiEvent valid = lv2MidiEvent(event.bytes[0], event.bytes[1], event.bytes[2]);
+    if (event.frame >= frames || valid.size == 0) continue;
     lv2_atom_forge_frame_time(&forge, event.frame);
-    lv2_atom_forge_atom(&forge, event.size, urids_.midiEvent);
-    lv2_atom_forge_write(&forge, event.bytes, event.size);
+    lv2_atom_forge_atom(&forge, valid.size, urids_.midiEvent);
+    lv2_atom_forge_write(&forge, valid.bytes, valid.size);
   }
   lv2_atom_forge_pop(&forge, &sequenceFrame);
 }

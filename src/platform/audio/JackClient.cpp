@@ -103,6 +103,12 @@ bool JackClient::activate() {
              client_,
              [](jack_port_id_t, int, void* self) { static_cast<JackClient*>(self)->notifyPorts(); },
              this) == 0 &&
+         jack_set_port_connect_callback(
+             client_,
+             [](jack_port_id_t, jack_port_id_t, int, void* self) {
+               static_cast<JackClient*>(self)->notifyPorts();
+             },
+             this) == 0 &&
          jack_activate(client_) == 0;
 }
 
@@ -160,6 +166,20 @@ std::string JackClient::MidiInput::fullName() const {
 bool JackClient::MidiInput::connectFrom(const std::string& sourcePort) const {
   const int result = jack_connect(client_->handle(), sourcePort.c_str(), jack_port_name(port_));
   return result == 0 || result == EEXIST;
+}
+
+void JackClient::MidiInput::disconnectFrom(const std::string& sourcePort) const {
+  jack_disconnect(client_->handle(), sourcePort.c_str(), jack_port_name(port_));
+}
+
+std::vector<std::string> JackClient::MidiInput::connections() const {
+  std::vector<std::string> names;
+  if (const char** ports = jack_port_get_all_connections(client_->handle(), port_)) {
+    for (const char** port = ports; *port; ++port)
+      names.emplace_back(*port);
+    jack_free(ports);
+  }
+  return names;
 }
 
 // --- Audio --------------------------------------------------------------------------------------

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/foundation/AudioThread.h"
 
@@ -46,6 +47,9 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
     std::string fullName() const;
     // Connects the port of another client, `sourcePort`, to this input; false when JACK refuses.
     bool connectFrom(const std::string& sourcePort) const;
+    void disconnectFrom(const std::string& sourcePort) const;
+    // The ports connected to this input now.
+    std::vector<std::string> connections() const;
 
    private:
     friend class JackClient;
@@ -92,8 +96,8 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
   void waitUntilIdle() const;
 
   // The ports watcher, at most one: its notice is called when a port of any client appears or
-  // goes, and when the server goes away. Main thread; after clearPortsNotice returns, `user`'s
-  // notice is not called any more.
+  // goes, when ports are connected or disconnected, and when the server goes away. Main thread;
+  // after clearPortsNotice returns, `user`'s notice is not called any more.
   void setPortsNotice(ChangeNotice notice, void* user);
   void clearPortsNotice(void* user);
 

@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "midi/network/AppleMidiCommand.h"
-#include "midi/network/AppleMidiSession.h"
-#include "midi/network/RtpMidiPayload.h"
+#include "platform/midi/network/AppleMidiCommand.h"
+#include "platform/midi/network/AppleMidiSession.h"
+#include "platform/midi/network/RtpMidiPayload.h"
 
 namespace {
 

@@ -90,7 +90,9 @@ TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
     PGMidi* midi_;
   } router(unit.get(), &midi);
   struct Counter : PGMidiSourceDelegate {
-    void midiReceived(PGMidiSource*, const std::uint8_t*, std::size_t) override { ++lists; }
+    void midiReceived(PGMidiSource*, const std::uint8_t*, std::size_t) noexcept override {
+      ++lists;
+    }
     std::atomic<int> lists{0};
   } counter;
   midi.virtualDestinationSource()->addDelegate(&router);

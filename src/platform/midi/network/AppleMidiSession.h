@@ -6,16 +6,18 @@
 // initiator), answers every CK0 and starts its own clock exchanges on a schedule (never in reply
 // to a CK2), drops a peer on goodbye or after 60 s of silence, reads each peer's MIDI with its own
 // payload reader and tells the peer, once a second at most, the last packet it got (receiver
-// feedback, so that the peer can shorten its recovery journal). Peers live in fixed storage:
-// receiving allocates nothing. One thread.
+// feedback, so that the peer can shorten its recovery journal). A joined peer's datagrams count
+// only from the endpoints it joined from (another sender using its SSRC is dropped), and an
+// invitation that is not completed on the data port within seconds gives its slot back. Peers
+// live in fixed storage: receiving allocates nothing. One thread.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
-#include "midi/network/AppleMidiCommand.h"
-#include "midi/network/RtpMidiPayload.h"
+#include "platform/midi/network/AppleMidiCommand.h"
+#include "platform/midi/network/RtpMidiPayload.h"
 
 namespace rtp_midi {
 
@@ -36,6 +38,8 @@ inline constexpr SessionTime kClockSyncInterval = 10 * kSecond;
 inline constexpr SessionTime kFeedbackInterval = kSecond;
 inline constexpr SessionTime kInvitationRetry = kSecond;
 inline constexpr int kInvitationAttempts = 12;
+// How long a peer that invited us may take to invite our data port too.
+inline constexpr SessionTime kInvitationTimeout = 5 * kSecond;
 inline constexpr std::size_t kMaximumPeers = 16;
 
 struct Peer {
@@ -97,6 +101,8 @@ class AppleMidiSession {
   Slot* findBySsrc(std::uint32_t ssrc);
   Slot* findByToken(std::uint32_t token);
   Slot* freeSlot();
+  // Whether a datagram came from one of the two endpoints the slot's peer joined from.
+  static bool isFrom(const Slot& slot, const Endpoint& from);
   void sendCommand(SessionPort port, const Endpoint& to, const SessionCommand& command);
   void answerInvitation(SessionPort port, const Endpoint& from, const SessionCommand& command,
                         SessionTime now);

@@ -1,8 +1,8 @@
-#include "midi/network/AppleMidiCommand.h"
+#include "platform/midi/network/AppleMidiCommand.h"
 
 #include <algorithm>
 
-#include "midi/network/BigEndian.h"
+#include "platform/midi/network/BigEndian.h"
 
 namespace rtp_midi {
 namespace {

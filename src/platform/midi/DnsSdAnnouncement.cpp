@@ -1,4 +1,4 @@
-#include "frameworks/pelma/DnsSdAnnouncement.h"
+#include "platform/midi/DnsSdAnnouncement.h"
 
 #include <avahi-client/client.h>
 #include <avahi-client/publish.h>

@@ -1,9 +1,9 @@
-#include "midi/network/RtpMidiPayload.h"
+#include "platform/midi/network/RtpMidiPayload.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "midi/network/BigEndian.h"
+#include "platform/midi/network/BigEndian.h"
 
 namespace rtp_midi {
 namespace {

@@ -1,9 +1,9 @@
-#include "midi/network/AppleMidiSession.h"
+#include "platform/midi/network/AppleMidiSession.h"
 
 #include <algorithm>
 #include <cstdio>
 
-#include "midi/network/BigEndian.h"
+#include "platform/midi/network/BigEndian.h"
 
 namespace rtp_midi {
 
@@ -30,6 +30,10 @@ AppleMidiSession::Slot* AppleMidiSession::findByToken(std::uint32_t token) {
   for (Slot& slot : slots_)
     if (slot.state != State::free && slot.initiator && slot.token == token) return &slot;
   return nullptr;
+}
+
+bool AppleMidiSession::isFrom(const Slot& slot, const Endpoint& from) {
+  return from == slot.peer.control || from == slot.peer.data;
 }
 
 AppleMidiSession::Slot* AppleMidiSession::freeSlot() {
@@ -92,7 +96,7 @@ void AppleMidiSession::receive(SessionPort port, const Endpoint& from, const std
         }
         break;
       case CommandType::endSession:
-        if (Slot* slot = findBySsrc(command->ssrc)) {
+        if (Slot* slot = findBySsrc(command->ssrc); slot && isFrom(*slot, from)) {
           drop(*slot, "goodbye", false);
           return;
         }
@@ -101,7 +105,7 @@ void AppleMidiSession::receive(SessionPort port, const Endpoint& from, const std
         handleClockSync(from, *command, now);
         return;
       case CommandType::receiverFeedback:
-        if (Slot* slot = findBySsrc(command->ssrc)) {
+        if (Slot* slot = findBySsrc(command->ssrc); slot && isFrom(*slot, from)) {
           slot->lastHeard = now;
           return;
         }
@@ -112,7 +116,7 @@ void AppleMidiSession::receive(SessionPort port, const Endpoint& from, const std
   }
   // MIDI: only on the data port, from a peer that has joined.
   Slot* slot = port == SessionPort::data && size >= 12 ? findBySsrc(read32(data + 8)) : nullptr;
-  if (!slot || slot->state != State::joined) {
+  if (!slot || slot->state != State::joined || from != slot->peer.data) {
     ++dropped_;
     return;
   }
@@ -133,6 +137,10 @@ void AppleMidiSession::answerInvitation(SessionPort port, const Endpoint& from,
     sendCommand(port, from, makeSessionCommand(type, command.token, ssrc_, name_.data()));
   };
   Slot* slot = findBySsrc(command.ssrc);
+  if (slot && from.address != slot->peer.control.address) {
+    answer(CommandType::invitationRejected);  // its SSRC is taken by a peer elsewhere
+    return;
+  }
   if (port == SessionPort::control) {
     if (slot) drop(*slot, "restarted", false);  // a peer inviting again has started over
     slot = freeSlot();
@@ -165,7 +173,7 @@ void AppleMidiSession::answerInvitation(SessionPort port, const Endpoint& from,
 void AppleMidiSession::handleClockSync(const Endpoint& from, const SessionCommand& command,
                                        SessionTime now) {
   Slot* slot = findBySsrc(command.ssrc);
-  if (!slot || slot->state != State::joined) {
+  if (!slot || slot->state != State::joined || from != slot->peer.data) {
     ++dropped_;
     return;
   }
@@ -225,8 +233,8 @@ void AppleMidiSession::tick(SessionTime now) {
                     slot.state == State::invitingControl ? slot.peer.control : slot.peer.data,
                     makeSessionCommand(CommandType::invitation, slot.token, ssrc_, name_.data()));
         break;
-      case State::awaitingData:
-        if (now - slot.lastHeard > peerTimeout_) slot = Slot{};
+      case State::awaitingData:  // an invitation never completed on the data port
+        if (now - slot.lastHeard > kInvitationTimeout) slot = Slot{};
         break;
       case State::joined:
         if (now - slot.lastHeard > peerTimeout_) {

@@ -1,4 +1,4 @@
-#include "midi/MIDIPacketList.h"
+#include "platform/midi/MIDIPacketList.h"
 
 namespace midi {
 

@@ -1,4 +1,4 @@
-#include "frameworks/pelma/NetworkMidiSession.h"
+#include "platform/midi/NetworkMidiSession.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -139,13 +139,13 @@ void NetworkMidiSession::send(rtp_midi::SessionPort port, const rtp_midi::Endpoi
 }
 
 void NetworkMidiSession::peerJoined(const rtp_midi::Peer& peer) {
-  platform::log("Network MIDI: \"{}\" joined", peer.nameView());
+  platform::log("Network MIDI: \"{}\" joined", platform::printable(peer.nameView()));
   dataPeers_.push_back(peer.data);
   if (events_.peerJoined) events_.peerJoined(peer);
 }
 
 void NetworkMidiSession::peerLeft(const rtp_midi::Peer& peer, std::string_view why) {
-  platform::log("Network MIDI: \"{}\" left ({})", peer.nameView(), why);
+  platform::log("Network MIDI: \"{}\" left ({})", platform::printable(peer.nameView()), why);
   std::erase(dataPeers_, peer.data);
   if (events_.peerLeft) events_.peerLeft(peer, why);
 }

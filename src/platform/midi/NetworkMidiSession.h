@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "frameworks/pelma/DnsSdAnnouncement.h"
-#include "midi/network/AppleMidiSession.h"
+#include "platform/midi/DnsSdAnnouncement.h"
+#include "platform/midi/network/AppleMidiSession.h"
 
 class NetworkMidiSession : private rtp_midi::SessionListener {
  public:
