@@ -23,21 +23,22 @@ constexpr double kFallbackSampleRate = 48000.0;
 AudioEngine::AudioEngine() {
   initAVAudioSession();
   // Never removed: a plug-in may fail at any time in the life of the process.
-  NotificationCenter::defaultCenter().addObserver(
-      kAudioComponentInstanceInvalidationNotification, nullptr, [](const Notification& note) {
-        const auto* unit = static_cast<const platform::AudioUnit*>(note.object);
-        const void* instance = nullptr;
-        if (auto found = note.userInfo.find("audioUnit"); found != note.userInfo.end()) {
-          if (const auto* pointer =
-                  std::any_cast<platform::AudioComponentInstance>(&found->second)) {
-            instance = *pointer;
-          }
-        }
-        platform::log(
-            "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit {}, audioUnit "
-            "{} (Crash?)",
-            unit ? unit->name() : "(null)", instance);
-      });
+  NotificationCenter::defaultCenter().addObserver(kAudioComponentInstanceInvalidationNotification,
+                                                  nullptr, &AudioEngine::logInvalidation);
+}
+
+void AudioEngine::logInvalidation(const Notification& note) {
+  const auto* unit = static_cast<const platform::AudioUnit*>(note.object);
+  const void* instance = nullptr;
+  if (auto found = note.userInfo.find("audioUnit"); found != note.userInfo.end()) {
+    if (const auto* pointer = std::any_cast<platform::AudioComponentInstance>(&found->second)) {
+      instance = *pointer;
+    }
+  }
+  platform::log(
+      "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit {}, audioUnit {} "
+      "(Crash?)",
+      unit ? unit->name() : "(null)", instance);
 }
 
 AudioEngine::~AudioEngine() {

@@ -14,10 +14,7 @@
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/WeakRef.h"
 
-// Posted when a plug-in instance stops working (a crashed out-of-process plug-in). Its object is
-// the AudioUnit; its user information has "audioUnit", the render-level instance.
-inline constexpr const char* kAudioComponentInstanceInvalidationNotification =
-    "AudioComponentInstanceInvalidation";
+using platform::kAudioComponentInstanceInvalidationNotification;
 
 class AudioEngine : public platform::WeaklyReferenceable {
  public:
@@ -37,6 +34,9 @@ class AudioEngine : public platform::WeaklyReferenceable {
   void setupWithAU(const void* ignored);
   void startEngine();
   void pauseEngine();
+
+  // The engine's observer of kAudioComponentInstanceInvalidationNotification: one log line.
+  static void logInvalidation(const platform::Notification& notification);
 
   void handleAppBecomeActive(const platform::Notification& notification);
   void handleAppEnteredBackground(const platform::Notification& notification);
