@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "platform/audio/AudioComponent.h"
 #include "platform/audio/AudioGraph.h"
@@ -30,6 +31,10 @@ class AudioEngine : public platform::WeaklyReferenceable {
   // silent and `completion` still runs.
   void setupAUWithComponentDescription(const platform::AudioComponentDescription& description,
                                        std::function<void()> completion);
+  // Makes the instrument again after it stopped working (it was invalidated): the same
+  // component, given the state the host last knew of it (its control values), connected in
+  // place of the old one; then `completion` runs on the main queue. Main thread.
+  void remakeSynth(std::function<void()> completion);
   // A graph with no instrument: the mixer connected to the output, nothing started.
   void setupWithAU(const void* ignored);
   void startEngine();
@@ -57,4 +62,7 @@ class AudioEngine : public platform::WeaklyReferenceable {
   std::shared_ptr<platform::AudioUnit> synthNode_;
   platform::AudioComponentInstance synth_ = nullptr;
   std::shared_ptr<platform::AudioUnit> synthAU_;
+  platform::AudioComponentDescription description_;
+  // Instruments made again leave their predecessors here: a MIDI thread may still hold one.
+  std::vector<std::shared_ptr<platform::AudioUnit>> retired_;
 };
