@@ -10,7 +10,7 @@ export CCACHE_NOHASHDIR := 1
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' '*.hpp')
 
 # What the application needs to run, built alone by `make run`.
-APP_TARGETS = pelma pelma_lv2 pelma_catalog
+APP_TARGETS = pelma pelma-plugin-host pelma_lv2 pelma_catalog
 
 .PHONY: deps deps-run build build-app run install package test test-asan test-tsan test-rtsan format format-check clean
 

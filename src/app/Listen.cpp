@@ -11,10 +11,13 @@
 #include <thread>
 
 #include "app/Playback.h"
+#include "audio/AudioEngine.h"
 #include "frameworks/pelma/PGMidi.h"
 #include "midi/MidiEventRouter.h"
+#include "platform/audio/PluginProcess.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/foundation/NotificationCenter.h"
 
 namespace app {
 namespace {
@@ -58,9 +61,15 @@ int listenLive(const ListenOptions& options) {
   platform::ManualMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
   bool stopRequested = false;
-  StopSignals stopSignals([&] { mainQueue.async([&] { stopRequested = true; }); });
+  StopSignals stopSignals([&] {
+    platform::PluginProcess::abandonStarting();  // an instrument still being made is not waited for
+    mainQueue.async([&] { stopRequested = true; });
+  });
   InstrumentGraph instrument(options.pluginName, false);
   if (!instrument.graph.start()) return 1;
+  auto& center = platform::NotificationCenter::defaultCenter();
+  const auto invalidationObserver = center.addObserver(
+      kAudioComponentInstanceInvalidationNotification, nullptr, &AudioEngine::logInvalidation);
 
   PGMidi midi;
   midi.setChannel(options.channel);
@@ -99,6 +108,7 @@ int listenLive(const ListenOptions& options) {
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   instrument.graph.pause();
   mainQueue.runPending();
+  center.removeObserver(invalidationObserver);
   platform::MainQueue::setMain(nullptr);
   platform::log("Stopped listening");
   return 0;

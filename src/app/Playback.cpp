@@ -116,7 +116,8 @@ InstrumentGraph::InstrumentGraph(const std::string& pluginName, bool offline,
   if (auto description = findInstrument(pluginName)) {
     std::string error;
     unit = platform::AudioUnitComponentManager::shared().instantiateNow(
-        *description, sampleRate, offline ? offlineBufferFrames : 4096, &error);
+        *description, sampleRate, offline ? offlineBufferFrames : 4096, &error,
+        platform::kAudioComponentInstantiationLoadOutOfProcess);
     if (unit) {
       graph.attach(unit);
       graph.connect(*unit, graph.mainMixerNode(), platform::standardFormat(sampleRate, 2));

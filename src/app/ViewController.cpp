@@ -1,8 +1,10 @@
 #include "app/ViewController.h"
 
 #include <QLabel>
+#include <QPushButton>
 #include <QResizeEvent>
 #include <QThread>
+#include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
 
@@ -96,6 +98,13 @@ void ViewController::viewDidLoad() {
   const platform::AudioComponentDescription description = getPelmaDescription();
   audioEngine_ = std::make_unique<AudioEngine>();
   audioEngine_->setupAUWithComponentDescription(description, [this] { engineReady(); });
+  platform::NotificationCenter::defaultCenter().addObserver(
+      kAudioComponentInstanceInvalidationNotification, nullptr,
+      [this](const platform::Notification& note) {
+        if (audioEngine_ && note.object && note.object == audioEngine_->synthAU().get())
+          showInstrumentStopped();
+      },
+      this);
 
   const auto W = static_cast<float>(width());
   const auto H = static_cast<float>(height());
@@ -157,6 +166,7 @@ void ViewController::engineReady() {
   // folder at once instead of at its next look. Instruments that do not know the message ignore
   // it.
   std::weak_ptr<platform::AudioUnit> weakUnit = unit;
+  platform::NotificationCenter::defaultCenter().removeObserver(this, kBanksUpdatedNotification);
   platform::NotificationCenter::defaultCenter().addObserver(
       kBanksUpdatedNotification, nullptr,
       [weakUnit](const platform::Notification&) {
@@ -176,6 +186,36 @@ void ViewController::engineReady() {
     *numerator = 4.0;
     *denominator = 4;
     return true;
+  });
+}
+
+void ViewController::showInstrumentStopped() {
+  if (auContainerView_->findChild<QWidget*>("instrumentStopped")) return;
+  if (audioUnitViewCotnroller_ && audioUnitViewCotnroller_->view())
+    audioUnitViewCotnroller_->view()->hide();
+  auto* panel = new QWidget(auContainerView_);
+  panel->setObjectName("instrumentStopped");
+  panel->setStyleSheet(
+      "#instrumentStopped { background-color: rgb(28, 32, 36); }"
+      "QLabel { color: rgb(220, 225, 230); font-size: 15px; }");
+  auto* layout = new QVBoxLayout(panel);
+  const QString name = QString::fromStdString(audioEngine_->synthAU()->name());
+  layout->addStretch();
+  layout->addWidget(new QLabel(tr("%1 stopped working.").arg(name)), 0, Qt::AlignCenter);
+  auto* again = new QPushButton(tr("Make it again"));
+  again->setObjectName("makeInstrumentAgain");
+  layout->addWidget(again, 0, Qt::AlignCenter);
+  layout->addStretch();
+  panel->setGeometry(auContainerView_->rect());
+  panel->show();
+  panel->raise();
+  connect(again, &QPushButton::clicked, panel, [this, panel, again] {
+    again->setEnabled(false);
+    audioEngine_->remakeSynth([this, panel] {
+      panel->deleteLater();
+      audioUnitViewCotnroller_.reset();
+      engineReady();
+    });
   });
 }
 

@@ -85,6 +85,8 @@ class ViewController : public QWidget, public MidiEventRouter {
  private:
   static bool isPhone();
   void engineReady();
+  // In the editor's place: the instrument stopped working, with a button that makes it again.
+  void showInstrumentStopped();
   void toggleSequencer();
   // The tablet re-flow: sequencer and keyboard below the editor area when they overlap it.
   void reflowBelow(float bottom);

@@ -23,21 +23,22 @@ constexpr double kFallbackSampleRate = 48000.0;
 AudioEngine::AudioEngine() {
   initAVAudioSession();
   // Never removed: a plug-in may fail at any time in the life of the process.
-  NotificationCenter::defaultCenter().addObserver(
-      kAudioComponentInstanceInvalidationNotification, nullptr, [](const Notification& note) {
-        const auto* unit = static_cast<const platform::AudioUnit*>(note.object);
-        const void* instance = nullptr;
-        if (auto found = note.userInfo.find("audioUnit"); found != note.userInfo.end()) {
-          if (const auto* pointer =
-                  std::any_cast<platform::AudioComponentInstance>(&found->second)) {
-            instance = *pointer;
-          }
-        }
-        platform::log(
-            "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit {}, audioUnit "
-            "{} (Crash?)",
-            unit ? unit->name() : "(null)", instance);
-      });
+  NotificationCenter::defaultCenter().addObserver(kAudioComponentInstanceInvalidationNotification,
+                                                  nullptr, &AudioEngine::logInvalidation);
+}
+
+void AudioEngine::logInvalidation(const Notification& note) {
+  const auto* unit = static_cast<const platform::AudioUnit*>(note.object);
+  const void* instance = nullptr;
+  if (auto found = note.userInfo.find("audioUnit"); found != note.userInfo.end()) {
+    if (const auto* pointer = std::any_cast<platform::AudioComponentInstance>(&found->second)) {
+      instance = *pointer;
+    }
+  }
+  platform::log(
+      "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit {}, audioUnit {} "
+      "(Crash?)",
+      unit ? unit->name() : "(null)", instance);
 }
 
 AudioEngine::~AudioEngine() {
@@ -74,6 +75,7 @@ void AudioEngine::setupAUWithComponentDescription(
   AudioSession::sharedInstance().setCategory(AudioSession::Category::playback,
                                              AudioSession::kCategoryOptionMixWithOthers);
   engine_ = std::make_shared<platform::AudioGraph>();
+  description_ = description;
   const std::optional<platform::AudioFormat> format = connectMixerToOutput();
   const double sampleRate = format ? format->sampleRate : 0.0;
 
@@ -109,6 +111,36 @@ void AudioEngine::setupAUWithComponentDescription(
                      call(&AudioEngine::handleAppBecomeActive), this);
   center.addObserver(platform::kApplicationDidEnterBackgroundNotification, nullptr,
                      call(&AudioEngine::handleAppEnteredBackground), this);
+}
+
+void AudioEngine::remakeSynth(std::function<void()> completion) {
+  std::shared_ptr<platform::AudioUnit> old = synthAU_;
+  if (!old || !engine_) return;
+  platform::PropertyDictionary state = old->fullState();
+  const double sampleRate = old->sampleRate();
+  platform::WeakRef<AudioEngine> self(this);
+  platform::AudioUnitComponentManager::shared().instantiate(
+      description_, sampleRate, kMaximumFramesToRender,
+      platform::kAudioComponentInstantiationLoadOutOfProcess,
+      [self, engine = engine_, old, state = std::move(state), sampleRate,
+       completion = std::move(completion)](std::shared_ptr<platform::AudioUnit> node,
+                                           std::string error) {
+        AudioEngine* audioEngine = self.get();
+        if (!audioEngine) return;
+        if (!node) {
+          platform::log("Audio engine: {}", error);
+          return;
+        }
+        node->restoreFullState(state);
+        engine->detach(*old);
+        engine->attach(node);
+        engine->connect(*node, engine->mainMixerNode(), platform::standardFormat(sampleRate, 2));
+        audioEngine->retired_.push_back(old);
+        audioEngine->synthNode_ = node;
+        audioEngine->synth_ = node.get();
+        audioEngine->synthAU_ = node;
+        if (completion) completion();
+      });
 }
 
 void AudioEngine::setupWithAU(const void*) {

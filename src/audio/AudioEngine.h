@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "platform/audio/AudioComponent.h"
 #include "platform/audio/AudioGraph.h"
@@ -14,10 +15,7 @@
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/WeakRef.h"
 
-// Posted when a plug-in instance stops working (a crashed out-of-process plug-in). Its object is
-// the AudioUnit; its user information has "audioUnit", the render-level instance.
-inline constexpr const char* kAudioComponentInstanceInvalidationNotification =
-    "AudioComponentInstanceInvalidation";
+using platform::kAudioComponentInstanceInvalidationNotification;
 
 class AudioEngine : public platform::WeaklyReferenceable {
  public:
@@ -33,10 +31,17 @@ class AudioEngine : public platform::WeaklyReferenceable {
   // silent and `completion` still runs.
   void setupAUWithComponentDescription(const platform::AudioComponentDescription& description,
                                        std::function<void()> completion);
+  // Makes the instrument again after it stopped working (it was invalidated): the same
+  // component, given the state the host last knew of it (its control values), connected in
+  // place of the old one; then `completion` runs on the main queue. Main thread.
+  void remakeSynth(std::function<void()> completion);
   // A graph with no instrument: the mixer connected to the output, nothing started.
   void setupWithAU(const void* ignored);
   void startEngine();
   void pauseEngine();
+
+  // The engine's observer of kAudioComponentInstanceInvalidationNotification: one log line.
+  static void logInvalidation(const platform::Notification& notification);
 
   void handleAppBecomeActive(const platform::Notification& notification);
   void handleAppEnteredBackground(const platform::Notification& notification);
@@ -57,4 +62,7 @@ class AudioEngine : public platform::WeaklyReferenceable {
   std::shared_ptr<platform::AudioUnit> synthNode_;
   platform::AudioComponentInstance synth_ = nullptr;
   std::shared_ptr<platform::AudioUnit> synthAU_;
+  platform::AudioComponentDescription description_;
+  // Instruments made again leave their predecessors here: a MIDI thread may still hold one.
+  std::vector<std::shared_ptr<platform::AudioUnit>> retired_;
 };

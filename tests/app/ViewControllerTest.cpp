@@ -8,7 +8,9 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QPushButton>
 #include <QTest>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -57,6 +59,37 @@ class ViewControllerTest : public ::testing::Test {
   platform::QtMainQueue mainQueue;
   std::unique_ptr<ViewController> screen;
 };
+
+// The instrument's own process is killed: the editor's place says it stopped and offers to make
+// it again, which brings the same instrument back, with its control values.
+TEST_F(ViewControllerTest, AnInstrumentThatStoppedIsShownAndMadeAgainWithItsValues) {
+  auto& manager = platform::AudioUnitComponentManager::shared();
+  manager.setOutOfProcessEnabled(true);
+  load(UserInterfaceIdiom::pad, {1024, 768});
+  const auto first = screen->audioEngine()->synthAU();
+  ASSERT_TRUE(first->isOutOfProcess());
+  first->setParameterValue("vcf_freq", 0.25f);
+  kill(first->pluginProcessId(), SIGKILL);
+  QPushButton* again = nullptr;
+  for (int i = 0; i < 500 && !again; ++i) {
+    QTest::qWait(20);
+    again = screen->auContainerView()->findChild<QPushButton*>("makeInstrumentAgain");
+  }
+  ASSERT_TRUE(again);
+  EXPECT_FALSE(screen->audioUnitViewCotnroller()->view()->isVisible());
+  QTest::mouseClick(again, Qt::LeftButton);
+  for (int i = 0; i < 500 && screen->audioEngine()->synthAU() == first; ++i)
+    QTest::qWait(20);
+  ASSERT_TRUE(waitForEditor());
+  const auto remade = screen->audioEngine()->synthAU();
+  ASSERT_NE(remade, first);
+  EXPECT_TRUE(remade->isValid());
+  EXPECT_EQ(remade->name(), "MDA JX10");
+  EXPECT_EQ(remade->parameterValue("vcf_freq"), 0.25f);
+  QTest::qWait(50);
+  EXPECT_EQ(screen->auContainerView()->findChild<QWidget*>("instrumentStopped"), nullptr);
+  manager.setOutOfProcessEnabled(false);
+}
 
 TEST_F(ViewControllerTest, PhoneOf667PointsStacksEditorStripAndKeyboard) {
   load(UserInterfaceIdiom::phone, {667, 375});

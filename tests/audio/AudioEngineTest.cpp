@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <iterator>
@@ -117,6 +118,29 @@ TEST_F(AudioEngineTest, EveryEngineLogsAnInvalidatedInstrument) {
   EXPECT_EQ(lines.back(),
             "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit (null), "
             "audioUnit 0x0 (Crash?)");
+}
+
+// An instrument in a process of its own that crashes while playing: the engine logs it once, in
+// the Part's words, and keeps running, silent.
+TEST_F(AudioEngineTest, AnInstrumentThatCrashesInItsOwnProcessIsLoggedOnceAndTheEngineRunsOn) {
+  platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
+  AudioEngine engine;
+  platform::LogCapture log;
+  ASSERT_TRUE(setUp(engine, testing_support::instrumentNamed("Hostile Segfault")));
+  ASSERT_TRUE(engine.synthAU() && engine.synthAU()->isOutOfProcess());
+  const std::string line = fmt::format(
+      "Received kAudioComponentInstanceInvalidationNotification: auAudioUnit Hostile Segfault, "
+      "audioUnit {} (Crash?)",
+      static_cast<const void*>(engine.synth()));
+  for (int i = 0; i < 1000 && !log.contains(line); ++i) {
+    mainQueue.waitForTask(std::chrono::milliseconds(10));
+    mainQueue.runPending();
+  }
+  EXPECT_FALSE(engine.synthAU()->isValid());
+  EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
+  const auto lines = log.lines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1);
+  platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(false);
 }
 
 // An instrument still loading when the application quits would use what exit destroys.

@@ -33,13 +33,15 @@ inline platform::AudioComponentDescription instrumentNamed(const std::string& na
 
 class OfflineRig {
  public:
+  // `options`: kAudioComponentInstantiationLoadOutOfProcess runs the instrument in a process of
+  // its own.
   explicit OfflineRig(const std::string& instrument, std::uint32_t blockFrames = 256,
-                      double sampleRate = 48000.0)
+                      double sampleRate = 48000.0, std::uint32_t options = 0)
       : blockFrames_(blockFrames) {
     graph.enableManualRenderingMode(sampleRate, blockFrames);
     std::string error;
     unit = platform::AudioUnitComponentManager::shared().instantiateNow(
-        instrumentNamed(instrument), sampleRate, blockFrames, &error);
+        instrumentNamed(instrument), sampleRate, blockFrames, &error, options);
     EXPECT_TRUE(unit) << error;
     if (unit) {
       graph.attach(unit);

@@ -271,7 +271,8 @@ void requestViewController(
     std::shared_ptr<platform::AudioUnit> unit, QWidget* owner,
     std::function<void(std::shared_ptr<AudioUnitViewController>)> completion) {
   platform::dispatchAsyncMain([unit, owner, completion] {
-    if (auto own = makeX11Editor(unit, owner)) {
+    // A plug-in in a process of its own has no instance here for its own editor to reach.
+    if (auto own = unit && !unit->isOutOfProcess() ? makeX11Editor(unit, owner) : nullptr) {
       completion(std::move(own));
       return;
     }

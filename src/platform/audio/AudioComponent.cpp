@@ -7,6 +7,7 @@
 
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2World.h"
+#include "platform/audio/PluginProcess.h"
 #include "platform/foundation/MainQueue.h"
 
 namespace platform {
@@ -94,12 +95,14 @@ std::vector<AudioUnitComponent> AudioUnitComponentManager::componentsMatchingDes
 
 std::shared_ptr<AudioUnit> AudioUnitComponentManager::instantiateNow(
     const AudioComponentDescription& description, double sampleRate, std::uint32_t maxFrames,
-    std::string* error) {
+    std::string* error, std::uint32_t options) {
   auto world = Lv2World::shared();
   for (const auto& installed : installedInstruments(*world)) {
     if (installed.component.audioComponentDescription.matches(description) &&
         description.componentSubType != 0) {
-      return AudioUnit::create(world, installed.plugin, sampleRate, maxFrames, error);
+      return AudioUnit::create(
+          world, installed.plugin, sampleRate, maxFrames, error,
+          outOfProcessEnabled_ && (options & kAudioComponentInstantiationLoadOutOfProcess) != 0);
     }
   }
   if (error) *error = "no installed instrument matches the component description";
@@ -108,17 +111,17 @@ std::shared_ptr<AudioUnit> AudioUnitComponentManager::instantiateNow(
 
 void AudioUnitComponentManager::instantiate(const AudioComponentDescription& description,
                                             double sampleRate, std::uint32_t maxFrames,
-                                            std::uint32_t /*options: in-process for now*/,
-                                            Completion completion) {
+                                            std::uint32_t options, Completion completion) {
   instantiations_.emplace_back(
-      [this, description, sampleRate, maxFrames, completion = std::move(completion)] {
+      [this, description, sampleRate, maxFrames, options, completion = std::move(completion)] {
         std::string error;
-        auto unit = instantiateNow(description, sampleRate, maxFrames, &error);
+        auto unit = instantiateNow(description, sampleRate, maxFrames, &error, options);
         dispatchAsyncMain([unit, error, completion] { completion(unit, error); });
       });
 }
 
 void AudioUnitComponentManager::finishInstantiations() {
+  PluginProcess::abandonStarting();  // a plug-in host still making its plug-in is not waited for
   for (std::thread& thread : instantiations_)
     thread.join();
   instantiations_.clear();

@@ -8,6 +8,7 @@
 // (a hash of its author's name, or of the URI's host when the plug-in names no author). In a
 // query, a zero type, subtype or manufacturer matches anything.
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -48,8 +49,13 @@ struct AudioUnitComponent {
   bool isNamed(std::string_view nameOrUri) const { return name == nameOrUri || uri == nameOrUri; }
 };
 
-// Load the plug-in in a separate process. Accepted; plug-ins currently run in this process.
+// Load the plug-in in a separate process (a plug-in host process of this application).
 inline constexpr std::uint32_t kAudioComponentInstantiationLoadOutOfProcess = 1;
+
+// Posted when a plug-in instance stops working (its process crashed or hung). Its object is the
+// AudioUnit; its user information has "audioUnit", the render-level instance.
+inline constexpr const char* kAudioComponentInstanceInvalidationNotification =
+    "AudioComponentInstanceInvalidation";
 
 class AudioUnit;
 
@@ -67,6 +73,11 @@ class AudioUnitComponentManager {
   void instantiate(const AudioComponentDescription& description, double sampleRate,
                    std::uint32_t maxFrames, std::uint32_t options, Completion completion);
 
+  // Whether kAudioComponentInstantiationLoadOutOfProcess is honoured (off by default: a plug-in
+  // in its own process does not yet keep its own stored properties or open its own editor).
+  void setOutOfProcessEnabled(bool enabled) { outOfProcessEnabled_ = enabled; }
+  bool outOfProcessEnabled() const { return outOfProcessEnabled_; }
+
   // Waits until every instantiation started so far has ended (its completion may still wait on
   // the main queue), so that none outlives its engine: one still loading plug-ins while the
   // process exits would use what exit destroys. Main thread.
@@ -75,10 +86,11 @@ class AudioUnitComponentManager {
   // The same, done on the calling thread.
   std::shared_ptr<AudioUnit> instantiateNow(const AudioComponentDescription& description,
                                             double sampleRate, std::uint32_t maxFrames,
-                                            std::string* error);
+                                            std::string* error, std::uint32_t options = 0);
 
  private:
   std::vector<std::thread> instantiations_;  // main thread
+  std::atomic<bool> outOfProcessEnabled_{false};
 };
 
 }  // namespace platform

@@ -38,6 +38,7 @@ AudioFormat AudioGraph::outputFormat(int) const {
 
 void AudioGraph::attach(std::shared_ptr<AudioUnit> unit) {
   if (!unit || std::find(units_.begin(), units_.end(), unit) != units_.end()) return;
+  unit->setRendersInRealTime(!manual_);
   units_.push_back(std::move(unit));
 }
 

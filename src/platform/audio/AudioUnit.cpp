@@ -26,9 +26,12 @@
 
 #include "platform/audio/Lv2Host.h"
 #include "platform/audio/Lv2World.h"
+#include "platform/audio/PluginProcess.h"
 #include "platform/foundation/AudioThread.h"
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/MainQueue.h"
+#include "platform/foundation/NotificationCenter.h"
 
 namespace platform {
 namespace {
@@ -53,7 +56,8 @@ static bool isSupportedFeature(const std::string& uri, const Lv2Host& host) {
 
 std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
                                              const LilvPlugin* plugin, double sampleRate,
-                                             std::uint32_t maxFrames, std::string* error) {
+                                             std::uint32_t maxFrames, std::string* error,
+                                             bool outOfProcess) {
   auto lock = world->queryLock();  // everything here asks lilv, instantiation too
   std::shared_ptr<AudioUnit> unit(new AudioUnit());
   unit->world_ = world;
@@ -85,11 +89,13 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
     return nullptr;
   }
 
-  unit->instance_ =
-      lilv_plugin_instantiate(plugin, sampleRate, unit->host_->featurePointers.data());
-  if (!unit->instance_) {
-    if (error) *error = "\"" + unit->name_ + "\" failed to instantiate";
-    return nullptr;
+  if (!outOfProcess) {
+    unit->instance_ =
+        lilv_plugin_instantiate(plugin, sampleRate, unit->host_->featurePointers.data());
+    if (!unit->instance_) {
+      if (error) *error = "\"" + unit->name_ + "\" failed to instantiate";
+      return nullptr;
+    }
   }
   lv2_atom_forge_init(&unit->forge_, world->mapFeature());
   unit->urids_ = {world->map(LV2_MIDI__MidiEvent),      world->map(LV2_TIME__Position),
@@ -100,20 +106,54 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
   unit->chunkType_ = world->map(LV2_ATOM__Chunk);
   unit->responseBuffer_.resize(1 << 16);
   unit->findPorts();
+  unit->layoutSharedBlock();
   unit->contextReader_ = unit->contextBlock_.makeReader();
+  if (outOfProcess) {
+    lock.unlock();  // the host may take long to make the plug-in; lilv stays free meanwhile
+    std::weak_ptr<AudioUnit> weak = unit;
+    unit->process_ = PluginProcess::start(
+        world, unit->name_, unit->uri_, sampleRate, maxFrames, unit->sharedBlockSize_,
+        [weak] {
+          // The watcher thread: the notification goes out on the main queue, while the unit lives.
+          dispatchAsyncMain([weak] {
+            if (auto unit = weak.lock()) unit->postInvalidation();
+          });
+        },
+        error);
+    if (!unit->process_) return nullptr;
+  }
   unit->startInstance();
   return unit;
 }
 
+bool AudioUnit::isValid() const noexcept {
+  return !process_ || process_->valid();
+}
+
+int AudioUnit::pluginProcessId() const {
+  return process_ ? process_->pid() : 0;
+}
+
+void AudioUnit::postInvalidation() {
+  NotificationCenter::defaultCenter().post(
+      {kAudioComponentInstanceInvalidationNotification,
+       this,
+       {{"audioUnit", static_cast<AudioComponentInstance>(this)}}});
+}
+
 AudioUnit::~AudioUnit() {
+  process_.reset();
   endInstance();
 }
 
+// Out of process, the worker thread here only prints the audio thread's log lines.
 void AudioUnit::startInstance() {
-  host_->worker = static_cast<const LV2_Worker_Interface*>(
-      lilv_instance_get_extension_data(instance_, LV2_WORKER__interface));
-  connectPorts();
-  lilv_instance_activate(instance_);
+  if (instance_) {
+    host_->worker = static_cast<const LV2_Worker_Interface*>(
+        lilv_instance_get_extension_data(instance_, LV2_WORKER__interface));
+    connectPorts();
+    lilv_instance_activate(instance_);
+  }
   workerRunning_ = true;
   workerThread_ = std::thread([this] { runWorkerThread(); });
 }
@@ -137,6 +177,7 @@ void AudioUnit::setNominalBlockLength(std::uint32_t frames) {
   frames = std::clamp<std::uint32_t>(frames, 1, maxFrames_);
   if (static_cast<std::uint32_t>(host_->nominalBlock) == frames) return;
   host_->nominalBlock = static_cast<int32_t>(frames);
+  if (!instance_) return;
   const auto* options = static_cast<const LV2_Options_Interface*>(
       lilv_instance_get_extension_data(instance_, LV2_OPTIONS__interface));
   if (!options || !options->set) return;

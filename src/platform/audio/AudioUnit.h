@@ -13,6 +13,7 @@
 
 #include <lilv/lilv.h>
 #include <lv2/atom/forge.h>
+#include <lv2/state/state.h>
 
 #include <atomic>
 #include <cmath>
@@ -56,18 +57,33 @@ struct AudioUnitPreset {
   std::string name;
 };
 
-class AudioUnit final : public AudioNode {
+class PluginProcess;
+
+class AudioUnit final : public AudioNode, public std::enable_shared_from_this<AudioUnit> {
  public:
-  // Instantiates `plugin` (any thread). Null, with a one-line reason in `error`, when the plug-in
-  // needs a feature this host lacks or fails to instantiate.
+  // Instantiates `plugin` (any thread), in this process or, with `outOfProcess`, in a plug-in
+  // host process of its own (see PluginProcess). Null, with a one-line reason in `error`, when
+  // the plug-in needs a feature this host lacks or fails to instantiate. An instrument whose
+  // process dies or hangs is invalid from then on: it renders silence, and
+  // kAudioComponentInstanceInvalidationNotification is posted on the main queue (object: the
+  // unit; "audioUnit": the instance).
   static std::shared_ptr<AudioUnit> create(std::shared_ptr<Lv2World> world,
                                            const LilvPlugin* plugin, double sampleRate,
-                                           std::uint32_t maxFrames, std::string* error);
+                                           std::uint32_t maxFrames, std::string* error,
+                                           bool outOfProcess = false);
   ~AudioUnit() override;
   AudioUnit(const AudioUnit&) = delete;
   AudioUnit& operator=(const AudioUnit&) = delete;
 
   const std::string& name() const { return name_; }
+  // Whether the plug-in runs in a process of its own, and whether that process still works.
+  bool isOutOfProcess() const { return process_ != nullptr; }
+  bool isValid() const noexcept;
+  // The process running the plug-in, or 0.
+  int pluginProcessId() const;
+  // Audio graph: whether blocks are rendered in real time; an out-of-process plug-in is then
+  // waited for only a fraction of the block's duration.
+  void setRendersInRealTime(bool realTime) noexcept { realTime_.store(realTime); }
   const std::string& uri() const { return uri_; }
   // The lilv instance, for plug-in editors that need direct access to the plug-in
   // (instance-access, data-access). Main thread.
@@ -142,6 +158,11 @@ class AudioUnit final : public AudioNode {
   // gives the same twice).
   PELMA_HOT const float* output(std::uint32_t channel) const noexcept;
 
+  // Plug-in host process: runs the plug-in on the block in `shared` (its inputs as the
+  // application wrote them) and writes the outputs there. The block's size for this plug-in:
+  PELMA_HOT void runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING;
+  std::size_t sharedBlockSize() const { return sharedBlockSize_; }
+
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
   const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
   // Everything the plug-in's MIDI input received in the last block, as it received it (the MIDI,
@@ -178,9 +199,26 @@ class AudioUnit final : public AudioNode {
   bool suspendRun();
   void resumeRun() { runSuspended_.store(false); }
   bool applyState(LilvState* state, const std::string& what);
+  const LV2_State_Interface* stateInterface() const;
   PELMA_HOT void writeAtomInput(std::uint32_t frames) noexcept;
   void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;
   PELMA_HOT void deliverWorkerResponses() noexcept;
+  // Where each port's data lies in the block shared with a plug-in host process.
+  void layoutSharedBlock();
+  // Application's audio thread: hands the block to the plug-in host and takes its answer; false
+  // (nothing written) when the answer did not come in time or the host no longer works.
+  PELMA_HOT bool exchangeWithPluginProcess(std::uint32_t frames, float* const* into) noexcept;
+  PELMA_HOT void resetAtomOutputs() noexcept;
+  PELMA_HOT void silence(std::uint32_t frames, float* const* into) noexcept;
+  void postInvalidation();
+  std::unique_ptr<PluginProcess> process_;
+  std::vector<std::uint32_t> sharedOffsets_;  // by port index; 0: the port does not cross
+  std::size_t sharedBlockSize_ = 0;
+  std::uint32_t blockNumber_ = 0;   // audio thread: the last block handed over
+  std::uint32_t missedFrames_ = 0;  // audio thread: frames since the host last answered
+  std::atomic<bool> realTime_{true};
+  PELMA_HOT void silenceNonFiniteOutput(std::uint32_t frames, float* const* into) noexcept;
+  bool nonFiniteReported_ = false;  // audio thread
   // Connects the audio outputs to `into`'s channels, or back to the unit's own buffers.
   PELMA_HOT void connectOutputs(float* const* into) noexcept;
 

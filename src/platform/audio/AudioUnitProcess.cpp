@@ -45,12 +45,7 @@ void AudioUnit::process(std::uint32_t frames, float* const* into) noexcept {
   inRun_.store(true);
   if (runSuspended_.load()) {
     inRun_.store(false);
-    for (auto& buffer : audioBuffers_)
-      std::fill_n(buffer.begin(), frames, 0.0f);
-    if (into) {
-      std::fill_n(into[0], frames, 0.0f);
-      std::fill_n(into[1], frames, 0.0f);
-    }
+    silence(frames, into);
     // This block's MIDI is lost with it: no note may wait for a note off that never comes.
     releaseAllNotes_.store(true, std::memory_order_relaxed);
     return;
@@ -64,24 +59,67 @@ void AudioUnit::process(std::uint32_t frames, float* const* into) noexcept {
         portValues_[i] = controlTargets_[ports_[i].controlIndex]->load(std::memory_order_relaxed);
     }
   }
-  for (const int buffer : atomOutputBuffers_) {
-    // Each block an output sequence starts as an empty chunk of full capacity.
-    auto* atom = reinterpret_cast<LV2_Atom*>(atomBuffers_[buffer].data());
-    atom->size = static_cast<uint32_t>(atomBuffers_[buffer].size() - sizeof(LV2_Atom));
-    atom->type = chunkType_;
-  }
+  resetAtomOutputs();
   writeAtomInput(frames);
-  connectOutputs(into);
-  lilv_instance_run(instance_, frames);  // the graph's callback has flushed denormals
-  if (into && outputPorts_[0] < 0) {     // no audio output: silence
+  if (!process_) {
+    connectOutputs(into);
+    lilv_instance_run(instance_, frames);  // the graph's callback has flushed denormals
+  } else if (!exchangeWithPluginProcess(frames, into)) {
+    silence(frames, into);
+  }
+  if (into && outputPorts_[0] < 0) {  // no audio output: silence
     std::fill_n(into[0], frames, 0.0f);
     std::fill_n(into[1], frames, 0.0f);
   } else if (into && outputPorts_[0] == outputPorts_[1]) {  // mono: the same on both sides
     std::memcpy(into[1], into[0], frames * sizeof(float));
   }
+  silenceNonFiniteOutput(frames, into);
   forwardPluginEvents();
   deliverWorkerResponses();
   inRun_.store(false, std::memory_order_release);
+}
+
+namespace {
+
+// Whether every sample is a finite number: an all-ones exponent is infinity or NaN. Integer
+// operations, so that the loop vectorises and does not depend on the floating-point mode.
+bool allFinite(const float* samples, std::uint32_t frames) noexcept {
+  std::uint32_t infinite = 0;
+  for (std::uint32_t i = 0; i < frames; ++i) {
+    std::uint32_t bits;
+    std::memcpy(&bits, &samples[i], sizeof bits);
+    infinite |= static_cast<std::uint32_t>((bits & 0x7f800000u) == 0x7f800000u);
+  }
+  return infinite == 0;
+}
+
+}  // namespace
+
+// Whatever a plug-in writes, the output gets finite numbers only: a block holding NaN or infinity
+// is played as silence. The first such block is reported once, through the worker thread.
+void AudioUnit::silenceNonFiniteOutput(std::uint32_t frames, float* const* into) noexcept {
+  if (outputPorts_[0] < 0) return;
+  float* channels[2];
+  for (std::uint32_t c = 0; c < 2; ++c)
+    channels[c] = into ? into[c] : audioBuffers_[ports_[outputPorts_[c]].bufferIndex].data();
+  if (allFinite(channels[0], frames) && allFinite(channels[1], frames)) return;
+  for (float* channel : channels)
+    std::fill_n(channel, frames, 0.0f);
+  if (!nonFiniteReported_) {
+    nonFiniteReported_ = true;
+    static constexpr char kLine[] =
+        "wrote samples that are not finite numbers; such blocks are played as silence";
+    if (host_->logRing.write(kLine, sizeof kLine - 1)) sem_post(&host_->wake);
+  }
+}
+
+void AudioUnit::silence(std::uint32_t frames, float* const* into) noexcept {
+  for (auto& buffer : audioBuffers_)
+    std::fill_n(buffer.begin(), frames, 0.0f);
+  if (into) {
+    std::fill_n(into[0], frames, 0.0f);
+    std::fill_n(into[1], frames, 0.0f);
+  }
 }
 
 const LV2_Atom_Sequence* AudioUnit::lastAtomInput() const noexcept {

@@ -123,6 +123,14 @@ void setPortValue(const char* symbol, void* user, const void* value, uint32_t si
 
 }  // namespace
 
+// The plug-in's state interface; none for a plug-in in a process of its own, whose state is its
+// control inputs only.
+const LV2_State_Interface* AudioUnit::stateInterface() const {
+  if (!instance_) return nullptr;
+  return static_cast<const LV2_State_Interface*>(
+      lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
+}
+
 PropertyDictionary AudioUnit::fullState() {
   PropertyDictionary ports;
   for (const Port& p : ports_) {
@@ -130,8 +138,7 @@ PropertyDictionary AudioUnit::fullState() {
       ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
   }
   StateCollector collector{world_.get(), {}};
-  const auto* state = static_cast<const LV2_State_Interface*>(
-      lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
+  const auto* state = stateInterface();
   if (state && state->save) {
     state->save(lilv_instance_get_handle(instance_), storeProperty, &collector,
                 LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
@@ -228,8 +235,7 @@ bool AudioUnit::restoreFullState(const PropertyDictionary& state) {
   }
   const auto* properties =
       state.count("properties") ? state.at("properties").get<PropertyDictionary>() : nullptr;
-  const auto* interface = static_cast<const LV2_State_Interface*>(
-      lilv_instance_get_extension_data(instance_, LV2_STATE__interface));
+  const auto* interface = stateInterface();
   if (!properties || !interface || !interface->restore) return true;
   StateSource source(*world_, *properties);
   if (!suspendRun()) return false;
@@ -241,6 +247,11 @@ bool AudioUnit::restoreFullState(const PropertyDictionary& state) {
 
 bool AudioUnit::setSampleRate(double sampleRate) {
   if (sampleRate == sampleRate_) return true;
+  if (process_) {
+    log("\"{}\" runs in a process of its own and cannot change its rate there; it stays at {} Hz",
+        name_, sampleRate_);
+    return false;
+  }
   const PropertyDictionary state = fullState();
   endInstance();
   host_->sampleRate = static_cast<float>(sampleRate);

@@ -73,15 +73,27 @@ const LilvNode* Lv2World::node(const char* uri) {
 
 LV2_URID Lv2World::map(const char* uri) {
   std::lock_guard lock(uridMutex_);
-  auto [it, inserted] = urids_.try_emplace(uri, static_cast<LV2_URID>(uris_.size() + 1));
-  if (inserted) uris_.emplace_back(uri);
-  return it->second;
+  if (const auto found = urids_.find(uri); found != urids_.end()) return found->second;
+  const LV2_URID urid = source_.map ? source_.map(uri) : static_cast<LV2_URID>(uris_.size() + 1);
+  if (urid == 0) return 0;
+  urids_.emplace(uri, urid);
+  uris_.emplace(urid, uri);
+  return urid;
 }
 
 const char* Lv2World::unmap(LV2_URID urid) {
   std::lock_guard lock(uridMutex_);
-  if (urid == 0 || urid > uris_.size()) return nullptr;
-  return uris_[urid - 1].c_str();
+  if (const auto found = uris_.find(urid); found != uris_.end()) return found->second.c_str();
+  if (!source_.unmap || urid == 0) return nullptr;
+  std::string uri = source_.unmap(urid);
+  if (uri.empty()) return nullptr;
+  urids_.emplace(uri, urid);
+  return uris_.emplace(urid, std::move(uri)).first->second.c_str();
+}
+
+void Lv2World::setUridSource(UridSource source) {
+  std::lock_guard lock(uridMutex_);
+  source_ = std::move(source);
 }
 
 }  // namespace platform

@@ -9,7 +9,7 @@
 #include <lilv/lilv.h>
 #include <lv2/urid/urid.h>
 
-#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -32,6 +32,13 @@ class Lv2World {
 
   LV2_URID map(const char* uri);
   const char* unmap(LV2_URID urid);
+  // In a plug-in host process: the numbers come from the application's world, so that the atoms
+  // that cross between the processes mean the same on both sides. Set before any plug-in is made.
+  struct UridSource {
+    std::function<LV2_URID(const char* uri)> map;
+    std::function<std::string(LV2_URID urid)> unmap;  // empty when unknown
+  };
+  void setUridSource(UridSource source);
   LV2_URID_Map* mapFeature() { return &map_; }
   LV2_URID_Unmap* unmapFeature() { return &unmap_; }
 
@@ -44,7 +51,8 @@ class Lv2World {
 
   std::mutex uridMutex_;
   std::unordered_map<std::string, LV2_URID> urids_;
-  std::deque<std::string> uris_;  // index urid - 1; a deque keeps the strings in place
+  std::unordered_map<LV2_URID, std::string> uris_;  // its nodes keep the strings in place
+  UridSource source_;
   LV2_URID_Map map_;
   LV2_URID_Unmap unmap_;
 };

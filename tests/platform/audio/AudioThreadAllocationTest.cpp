@@ -40,8 +40,14 @@ struct Session : testing_support::LoopedBar {
   }
 };
 
-TEST(AudioThreadAllocations, NoneWhileRenderingOffline) {
-  testing_support::OfflineRig rig("MDA JX10", 256);
+class AudioThreadAllocationsOffline : public ::testing::TestWithParam<std::uint32_t> {};
+
+// In this process, and with the instrument in a process of its own (the block handed over and
+// back through shared memory).
+TEST_P(AudioThreadAllocationsOffline, NoneWhileRendering) {
+  platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
+  testing_support::OfflineRig rig("MDA JX10", 256, 48000.0, GetParam());
+  ASSERT_EQ(rig.unit->isOutOfProcess(), GetParam() != 0);
   Session session(rig.graph);
   audioThreadAllocations = 0;
   std::atomic<bool> done{false};
@@ -62,6 +68,10 @@ TEST(AudioThreadAllocations, NoneWhileRenderingOffline) {
   EXPECT_EQ(audioThreadAllocations.load(), 0);
   EXPECT_GT(rig.received.size(), 100u);  // the work really happened on the audio thread
 }
+
+INSTANTIATE_TEST_SUITE_P(InAndOutOfProcess, AudioThreadAllocationsOffline,
+                         ::testing::Values(0u,
+                                           platform::kAudioComponentInstantiationLoadOutOfProcess));
 
 TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
   testing_support::JackServer server;

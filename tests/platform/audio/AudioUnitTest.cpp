@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <xmmintrin.h>
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cmath>
 #include <map>
 #include <thread>
 
@@ -188,6 +191,30 @@ TEST(AudioUnit, RunsPlugInsWithDenormalsFlushedAndRestoresTheThreadsMode) {
   EXPECT_EQ(left.front(), 1.0f);
   EXPECT_EQ(right.back(), 1.0f);
   EXPECT_EQ(_mm_getcsr() & kModeBits, before);
+}
+
+// An instrument that writes NaN and infinity into every other block: those blocks are silent, the
+// others pass as played, and the fault is logged once for the instrument (by its worker thread,
+// not the audio thread).
+TEST(AudioUnit, NeverPassesANonFiniteSampleToTheOutput) {
+  platform::LogCapture captured;
+  OfflineRig rig("Hostile Not Finite", 64);
+  std::vector<float> left(64), right(64);
+  float* const out[2] = {left.data(), right.data()};
+  for (int block = 0; block < 8; ++block) {
+    rig.graph.renderOffline(64, out);
+    for (std::size_t i = 0; i < 64; ++i) {
+      ASSERT_TRUE(std::isfinite(left[i]) && std::isfinite(right[i])) << block << " " << i;
+      ASSERT_EQ(left[i], block % 2 ? 0.0f : 0.5f) << block;
+    }
+  }
+  const std::string line =
+      "Hostile Not Finite: wrote samples that are not finite numbers; such blocks are played as "
+      "silence";
+  for (int tries = 0; tries < 500 && !captured.contains(line); ++tries)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  const auto lines = captured.lines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1);
 }
 
 }  // namespace
