@@ -122,7 +122,12 @@ class Shop : public ::testing::Test {
     return count;
   }
 
-  platform::QtMainQueue mainQueue;
+  // Lives as long as the program: the store's worker thread may still hand a request's end to the
+  // main queue after a test is over.
+  platform::QtMainQueue& mainQueue = *[] {
+    static auto* queue = new platform::QtMainQueue;
+    return queue;
+  }();
   KRBankManager registry;
   TemporaryFolder scratch;
   const fs::path root = scratch.path(), catalog = root / "catalog", banks = root / "banks";
