@@ -14,7 +14,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Qt loads its X11 platform plug-in at run time, which dpkg-shlibdeps cannot see; lilv reads no
-# plug-in as an instrument without the LV2 specification's own bundles (core.lv2 and the rest),
+# plug-in as an instrument without LV2's own bundles (core.lv2 and the rest),
 # which Debian 12 ships only in lv2-dev (a fresh system without it lists no instrument at all).
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, lv2-dev")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "jackd2 | pipewire-jack, fonts-dejavu-core")
