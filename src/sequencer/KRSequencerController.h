@@ -106,6 +106,7 @@ class KRSequencerController : public QWidget {
   void paintEvent(QPaintEvent* event) override;
 
  private:
+  double secondsToNextStep(double beats) const;
   template <typename Ui>
   void bindOutlets(Ui& ui);
   void connectActions();
