@@ -39,6 +39,7 @@ KRSequencerController::KRSequencerController(const QString& nibName, QWidget* pa
       this, nibName, kTabletInterface, kPhoneInterface, [this](auto& ui) { bindOutlets(ui); });
   connectActions();
   viewDidLoad();
+  stripScale_ = platform::StripScale(this);  // the interface file's size is the design
 }
 
 KRSequencerController::~KRSequencerController() = default;
@@ -122,6 +123,7 @@ void KRSequencerController::viewWillLayoutSubviews() {
 
 void KRSequencerController::resizeEvent(QResizeEvent* event) {
   QWidget::resizeEvent(event);
+  stripScale_.apply();
   viewWillLayoutSubviews();
 }
 

@@ -25,6 +25,7 @@
 #include "platform/music/MusicPlayer.h"
 #include "platform/music/MusicSequence.h"
 #include "platform/ui/Popover.h"
+#include "platform/ui/StripScale.h"
 
 class KRBPMControl;
 class KRSeqTrackView;
@@ -106,6 +107,7 @@ class KRSequencerController : public QWidget {
   void paintEvent(QPaintEvent* event) override;
 
  private:
+  platform::StripScale stripScale_;
   double secondsToNextStep(double beats) const;
   template <typename Ui>
   void bindOutlets(Ui& ui);
