@@ -72,7 +72,8 @@ bool hasDisplay() {
 
 int runApplication(int argc, char** argv, const ApplicationOptions& options) {
   // Before anything else (even the display): a launch that hands over its files ends at once.
-  if (SingleInstance::forwardToRunningApplication(options.urls)) {
+  const bool besideAnother = options.ownInstance && SingleInstance::anotherIsRunning();
+  if (!options.ownInstance && SingleInstance::forwardToRunningApplication(options.urls)) {
     platform::log("Pelma is already running: handed it {} file(s) and link(s)",
                   options.urls.size());
     return 0;
@@ -106,13 +107,15 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
     delegate.setWindow(&window);
     window.show();
     SingleInstance instance;
-    instance.listen([&delegate, &window](const std::vector<std::string>& urls) {
-      platform::log("Another launch handed over {} file(s) and link(s)", urls.size());
-      for (const std::string& url : urls)
-        delegate.openURL(url);
-      window.raise();
-      window.activateWindow();
-    });
+    if (!besideAnother) {
+      instance.listen([&delegate, &window](const std::vector<std::string>& urls) {
+        platform::log("Another launch handed over {} file(s) and link(s)", urls.size());
+        for (const std::string& url : urls)
+          delegate.openURL(url);
+        window.raise();
+        window.activateWindow();
+      });
+    }
     QObject::connect(
         &application, &QGuiApplication::applicationStateChanged, &application,
         [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });

@@ -19,6 +19,8 @@ struct ApplicationOptions {
   std::vector<std::string> urls;
   // A network MIDI peer to invite into the session at start ("host:port"), or empty.
   std::string networkPeer;
+  // An instance of its own beside a running one (the launch named an instrument or a JACK name).
+  bool ownInstance = false;
 };
 
 int runApplication(int argc, char** argv, const ApplicationOptions& options);

@@ -48,6 +48,12 @@ bool SingleInstance::forwardToRunningApplication(const std::vector<std::string>&
   return socket.readLine().trimmed() == "ok";
 }
 
+bool SingleInstance::anotherIsRunning() {
+  QLocalSocket socket;
+  socket.connectToServer(socketPath());
+  return socket.waitForConnected(kAnswerTimeoutMs);
+}
+
 bool SingleInstance::listen(OpenHandler open) {
   open_ = std::move(open);
   const QString path = socketPath();

@@ -7,6 +7,8 @@
 //
 // Protocol: the launch writes one URL per line and an empty line; the running application answers
 // "ok" once it has taken them. A socket file left by an application that crashed is taken over.
+// A launch that names an instrument or a JACK name is an instance of its own: it hands nothing
+// over and leaves the socket to the first.
 
 #include <QLocalServer>
 #include <QString>
@@ -26,6 +28,10 @@ class SingleInstance {
   // Hands `urls` (possibly none) to the running application. True when it took them, and this
   // launch should end; false when none runs (or it does not answer within two seconds).
   static bool forwardToRunningApplication(const std::vector<std::string>& urls);
+
+  // True when an application already listens on the socket (an instance of its own, started
+  // beside it, then leaves the socket to it).
+  static bool anotherIsRunning();
 
   // Takes later launches' URLs from now on: `open` is called on the main thread once per launch.
   // False, with a log line, when the socket cannot be opened (the application runs on alone).

@@ -16,7 +16,10 @@
 #include "app/Listen.h"
 #include "app/Playback.h"
 #include "platform/audio/AudioComponent.h"
+#include "platform/audio/AudioOutput.h"
+#include "platform/audio/JackClient.h"
 #include "platform/foundation/Folders.h"
+#include "platform/foundation/UserDefaults.h"
 
 namespace {
 
@@ -36,11 +39,17 @@ void printUsage() {
       "  --render FILE.wav         render the pattern offline into a WAV file\n"
       "  --play                    play the pattern live through the audio output\n"
       "  --listen                  play the instrument live from MIDI input (every source and\n"
-      "                            the virtual input \"Pelma:Pelma\") until Ctrl+C, or\n"
+      "                            the virtual input \"CLIENT:Pelma\") until Ctrl+C, or\n"
       "                            for --seconds\n"
       "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
       "  --connect HOST:PORT       invite a network MIDI peer (its control port) at start\n"
-      "  --plugin NAME|URI         the instrument to play (default \"{}\")\n"
+      "  --plugin NAME|URI         the instrument to play (default \"{}\"); a launch that\n"
+      "                            names one runs beside an open window instead of handing\n"
+      "                            its files to it\n"
+      "  --jack-name NAME          the JACK client's name (default: the instrument's name)\n"
+      "  --exact-name              refuse to start when the JACK name is taken\n"
+      "  --no-connect              make no JACK connection, audio or MIDI: leave them to you\n"
+      "                            or the session manager\n"
       "  --out-of-process          run the instrument in a process of its own (its own stored\n"
       "                            properties and editor stay behind for now)\n"
       "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
@@ -109,6 +118,11 @@ int main(int argc, char** argv) {
   bool secondsGiven = false;
   app::ApplicationOptions applicationOptions;
   app::ListenOptions listenOptions;
+  platform::JackClient::Options jack;
+  jack.connect =
+      !platform::UserDefaults::standardUserDefaults().boolForKey("jack-no-connect").value_or(false);
+  bool jackNameGiven = false;
+  bool pluginGiven = false;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view argument = arguments[i];
     const char* value = i + 1 < arguments.size() ? arguments[i + 1].c_str() : nullptr;
@@ -134,6 +148,14 @@ int main(int argc, char** argv) {
       applicationOptions.phoneIdiom = std::string_view(value) == "phone";
     } else if (argument == "--listen") {
       listen = true;
+    } else if (argument == "--jack-name") {
+      if (!needsValue() || !*value) return usageError("--jack-name needs a name");
+      jack.name = value;
+      jackNameGiven = true;
+    } else if (argument == "--exact-name") {
+      jack.exactName = true;
+    } else if (argument == "--no-connect") {
+      jack.connect = false;
     } else if (argument == "--out-of-process") {
       platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
     } else if (argument == "--connect") {
@@ -158,6 +180,7 @@ int main(int argc, char** argv) {
     } else if (argument == "--plugin") {
       if (!needsValue()) return usageError("--plugin needs a name");
       options.pluginName = value;
+      pluginGiven = true;
     } else if (argument == "--notes") {
       if (!needsValue()) return usageError("--notes needs a list");
       auto notes = app::parsePatternNotes(value);
@@ -195,6 +218,23 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (!renderPath.empty()) return app::renderToFile(options, renderPath);
+
+  // The JACK client is named after the instrument unless named here; with --exact-name a taken
+  // name ends the launch before anything plays. The client opened to check is the one kept.
+  if (!jackNameGiven) {
+    const auto instrument =
+        pluginGiven ? app::installedInstrument(options.pluginName) : std::nullopt;
+    jack.name = instrument ? instrument->name : options.pluginName;
+  }
+  platform::JackClient::configure(jack);
+  std::shared_ptr<platform::JackClient> jackClient;
+  if (jack.exactName && platform::jackServerIsRunning()) {
+    jackClient = platform::JackClient::shared();
+    if (!jackClient && platform::jackServerIsRunning())  // a server, but not under our name
+      return usageError(fmt::format("the JACK name \"{}\" is taken (--exact-name)",
+                                    platform::JackClient::options().name));
+  }
+  applicationOptions.ownInstance = pluginGiven || jackNameGiven;
   if (play) return app::playLive(options);
   if (listen) {
     listenOptions.pluginName = options.pluginName;

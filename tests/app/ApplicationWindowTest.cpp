@@ -111,7 +111,8 @@ TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi
   EXPECT_NE(text.find(ownEditor ? "(X11)" : "Plug-in editor: generic"), std::string::npos);
 
   JackListener listener;
-  ASSERT_TRUE(waitFor([&] { return listener.connect("^Pelma:"); }, 5s));
+  // The JACK client is named after the instrument, its MIDI input after the host.
+  ASSERT_TRUE(waitFor([&] { return listener.connect("^" + instrument + ":"); }, 5s));
   std::this_thread::sleep_for(500ms);
   const double quiet = listener.takeLoudest();
 
@@ -126,7 +127,7 @@ TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi
   listener.takeLoudest();
 
   // A note from another JACK client into our MIDI input.
-  ASSERT_EQ(runAndWait({PELMA_JACK_MIDI_PATTERN, "Pelma:Pelma", "120", "1", "64@0:1"}), 0);
+  ASSERT_EQ(runAndWait({PELMA_JACK_MIDI_PATTERN, instrument + ":Pelma", "120", "1", "64@0:1"}), 0);
   const double fromMidi = listener.takeLoudest();
 
   screenshot(std::string(PELMA_TEST_OUTPUT) + "/" + fileName + ".png");

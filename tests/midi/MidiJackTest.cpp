@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
+#include <jack/jack.h>
 
 #include <algorithm>
 #include <chrono>
@@ -218,7 +219,7 @@ TEST_F(MidiOverJack, ANoteKeepsItsFrameWithinThePeriod) {
   // The shortest of five (an instrument's onset varies by a few frames from note to note).
   const auto latency = [&](const char* frame) {
     const std::string output = (folder.path() / (std::string(frame) + ".txt")).string();
-    testing_support::runAndWait({PELMA_LATENCY_PROBE, "Pelma:Pelma", "^Pelma:", "5", frame},
+    testing_support::runAndWait({PELMA_LATENCY_PROBE, "MDA JX10:Pelma", "^MDA JX10:", "5", frame},
                                 output);
     const std::string text = testing_support::readFile(output);
     const auto at = text.find("min ");
@@ -228,7 +229,7 @@ TEST_F(MidiOverJack, ANoteKeepsItsFrameWithinThePeriod) {
   ASSERT_TRUE(waitFor(
       [&] {
         testing_support::runAndWait({"jack_lsp"}, ports);
-        return testing_support::readFile(ports).find("Pelma:Pelma\n") != std::string::npos;
+        return testing_support::readFile(ports).find("MDA JX10:Pelma\n") != std::string::npos;
       },
       10s));
   const long fromStart = latency("0");
@@ -285,7 +286,7 @@ TEST_F(MidiOverJack, FollowsPortsThatComeAndGoAndTheServerAwayAndBack) {
   ASSERT_TRUE(server.start());
   EXPECT_TRUE(waitFor(
       [&] {
-        return logged("MIDI: JACK server back; virtual input \"pelma-midi-test:pelma-midi-test\"");
+        return logged("MIDI: JACK server back; virtual input \"Pelma:pelma-midi-test\"");
       },
       4s));
   rig.received.clear();
@@ -297,6 +298,65 @@ TEST_F(MidiOverJack, FollowsPortsThatComeAndGoAndTheServerAwayAndBack) {
   renderWhile(player);
   ASSERT_FALSE(rig.received.empty());
   EXPECT_EQ(rig.received[0].data1, 64);
+}
+
+}  // namespace
+
+namespace {
+
+// Every port `port` is connected to now, on the server `client` is a client of.
+std::vector<std::string> connectionsOf(jack_client_t* client, const std::string& port) {
+  std::vector<std::string> names;
+  jack_port_t* handle = jack_port_by_name(client, port.c_str());
+  if (const char** connected = handle ? jack_port_get_all_connections(client, handle) : nullptr) {
+    for (const char** name = connected; *name; ++name)
+      names.emplace_back(*name);
+    jack_free(connected);
+  }
+  return names;
+}
+
+// Two instruments side by side on one server, each a JACK client named after its instrument. The
+// one started with --no-connect connects nothing, audio or MIDI, while the other connects both its
+// outputs and the MIDI source it finds; a third launch asking exactly for a taken name is refused.
+TEST(JackStudio, InstrumentsRunSideBySideUnderTheirNamesAndNoConnectConnectsNothing) {
+  testing_support::JackServer server;
+  ASSERT_TRUE(server.start());
+  jack_client_t* probe = jack_client_open("studio-probe", JackNoStartServer, nullptr);
+  ASSERT_NE(probe, nullptr);
+  ASSERT_NE(jack_port_register(probe, "midi_out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0),
+            nullptr);
+  jack_activate(probe);
+  const pid_t jx10 = testing_support::spawn(
+      {PELMA_EXECUTABLE, "--listen", "--plugin", "MDA JX10", "--seconds", "30"});
+  const pid_t pelma =
+      testing_support::spawn({PELMA_EXECUTABLE, "--listen", "--no-connect", "--seconds", "30"});
+  const auto ready = [&] {
+    return !connectionsOf(probe, "MDA JX10:out_1").empty() &&
+           jack_port_by_name(probe, "Pelma:out_1") && jack_port_by_name(probe, "Pelma:Pelma") &&
+           !connectionsOf(probe, "studio-probe:midi_out").empty();
+  };
+  ASSERT_TRUE(waitFor(ready, 20s));
+  std::this_thread::sleep_for(1s);  // time enough to connect what it would connect
+
+  EXPECT_EQ(connectionsOf(probe, "MDA JX10:out_1"), std::vector<std::string>{"system:playback_1"});
+  EXPECT_EQ(connectionsOf(probe, "MDA JX10:out_2"), std::vector<std::string>{"system:playback_2"});
+  for (const std::string& from : connectionsOf(probe, "studio-probe:midi_out"))
+    EXPECT_EQ(from.rfind("MDA JX10:", 0), 0u) << from;
+  const char** ours = jack_get_ports(probe, "^Pelma:", nullptr, 0);
+  ASSERT_NE(ours, nullptr);
+  for (const char** port = ours; *port; ++port)
+    EXPECT_EQ(connectionsOf(probe, *port), std::vector<std::string>{}) << *port;
+  jack_free(ours);
+
+  EXPECT_EQ(testing_support::runAndWait({PELMA_EXECUTABLE, "--listen", "--plugin", "MDA JX10",
+                                         "--exact-name", "--seconds", "1"}),
+            2);
+  kill(jx10, SIGINT);
+  kill(pelma, SIGINT);
+  EXPECT_EQ(testing_support::waitForExit(jx10), 0);
+  EXPECT_EQ(testing_support::waitForExit(pelma), 0);
+  jack_client_close(probe);
 }
 
 }  // namespace

@@ -24,6 +24,15 @@ struct GoneServers {
   std::vector<pid_t> noticeThreads;
   std::vector<JackClient*> clients;
 };
+std::mutex& optionsMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+JackClient::Options& configuredOptions() {
+  static JackClient::Options options;
+  return options;
+}
+
 GoneServers& goneServers() {
   static auto* const gone = new GoneServers;
   return *gone;
@@ -43,16 +52,50 @@ jack_client_t* JackClient::openHandle(const std::string& name) {
     }
     gone.noticeThreads.clear();
   }
-  jack_status_t status;
-  return jack_client_open(name.c_str(), JackNoStartServer, &status);
+  jack_status_t status{};
+  const Options wanted = options();
+  const auto flags = static_cast<jack_options_t>(
+      JackNoStartServer | (wanted.exactName && name == wanted.name ? JackUseExactName : 0));
+  jack_client_t* client = jack_client_open(name.c_str(), flags, &status);
+  // libjack refuses a taken exact name as a server error, after saying so itself.
+  if (!client && (flags & JackUseExactName) && (status & (JackNameNotUnique | JackServerError)))
+    log("JACK: the client name \"{}\" is taken", name);
+  return client;
 }
 
-std::shared_ptr<JackClient> JackClient::shared(const std::string& name) {
+void JackClient::configure(Options options) {
+  std::lock_guard lock(optionsMutex());
+  options.name = clientNameFor(options.name);
+  configuredOptions() = std::move(options);
+}
+
+JackClient::Options JackClient::options() {
+  std::lock_guard lock(optionsMutex());
+  return configuredOptions();
+}
+
+std::string JackClient::clientNameFor(const std::string& text) {
+  std::string name;
+  for (const char c : text)
+    name += c == ':' || static_cast<unsigned char>(c) < 0x20 ? ' ' : c;
+  const std::size_t limit = static_cast<std::size_t>(jack_client_name_size()) - 1;
+  // Cut at a character boundary: a UTF-8 continuation byte never starts the cut-off part.
+  if (name.size() > limit) {
+    std::size_t cut = limit;
+    while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80)
+      --cut;
+    name.resize(cut);
+  }
+  const auto first = name.find_first_not_of(' ');
+  return first == std::string::npos ? "Pelma" : name.substr(first);
+}
+
+std::shared_ptr<JackClient> JackClient::shared() {
   static std::mutex mutex;
   static std::weak_ptr<JackClient> current;
   std::lock_guard lock(mutex);
   if (auto client = current.lock(); client && client->isAlive()) return client;
-  jack_client_t* handle = openHandle(name);
+  jack_client_t* handle = openHandle(options().name);
   if (!handle) return nullptr;
   std::shared_ptr<JackClient> client(new JackClient(handle), &release);
   if (!client->activate()) {

@@ -60,9 +60,25 @@ class JackClient : public std::enable_shared_from_this<JackClient> {
     jack_port_t* port_;
   };
 
-  // The shared client, opened and activated under `name` when there is none or the last one's
-  // server has gone. Null when no server answers. Any thread.
-  static std::shared_ptr<JackClient> shared(const std::string& name = "Pelma");
+  // How the process meets the JACK graph, set once at start from the command line and the
+  // settings: the client's name (the instrument's by default), whether a name the server has
+  // already given away refuses the client instead of getting a number added, and whether we
+  // connect anything ourselves (audio to the playback ports, MIDI sources to inputs of ours).
+  struct Options {
+    std::string name = "Pelma";
+    bool exactName = false;
+    bool connect = true;
+  };
+  static void configure(Options options);
+  static Options options();
+  // A client name JACK accepts made from any text (an instrument's name is the plug-in's to
+  // choose): no ':' (it separates client and port) and no longer than the server allows.
+  static std::string clientNameFor(const std::string& text);
+
+  // The shared client, opened and activated under the configured name when there is none or the
+  // last one's server has gone. Null when no server answers, or when the exact name was asked
+  // for and is taken. Any thread.
+  static std::shared_ptr<JackClient> shared();
 
   // Opens a client of libjack's own, once libjack has finished with every server that went away:
   // opening closes the clients of such a server, which cancels their notification threads, and

@@ -1,8 +1,9 @@
 // The JACK output: two output ports on the process's JACK client, connected to the system's
-// playback ports unless PELMA_JACK_NO_CONNECT is set. It follows the server's period as it
-// changes (every block is rendered at whatever length JACK asks for) and reports the server
-// going away or changing its rate through the renderer's outputChanged, so nothing needs to poll.
-// Stopping keeps the client running (the MIDI inputs share it) and outputs silence.
+// playback ports unless connections are left to the user (--no-connect, or PELMA_JACK_NO_CONNECT).
+// It follows the server's period as it changes (every block is rendered at whatever length JACK
+// asks for) and reports the server going away or changing its rate through the renderer's
+// outputChanged, so nothing needs to poll. Stopping keeps the client running (the MIDI inputs share
+// it) and outputs silence.
 
 #include <jack/jack.h>
 
@@ -46,7 +47,7 @@ class JackOutput final : public AudioOutput {
       return false;
     }
     running_.store(true, std::memory_order_release);
-    if (connected_ || std::getenv("PELMA_JACK_NO_CONNECT")) return true;
+    if (connected_ || !connects()) return true;
     connected_ = true;
     const char** playback = jack_get_ports(client_->handle(), nullptr, JACK_DEFAULT_AUDIO_TYPE,
                                            JackPortIsPhysical | JackPortIsInput);
@@ -73,11 +74,14 @@ class JackOutput final : public AudioOutput {
   double sampleRate() const override { return client_->sampleRate(); }
   std::uint32_t bufferFrames() const override { return client_->bufferFrames(); }
   std::string name() const override {
-    return std::getenv("PELMA_JACK_NO_CONNECT") ? "JACK (not connected)" : "JACK (system)";
+    return connects() ? "JACK (system)" : "JACK (not connected)";
   }
   std::uint64_t blocksRendered() const override { return blocks_.load(std::memory_order_acquire); }
 
  private:
+  static bool connects() {
+    return JackClient::options().connect && !std::getenv("PELMA_JACK_NO_CONNECT");
+  }
   // Audio thread (JACK's process thread), after the MIDI inputs.
   PELMA_HOT static void process(void* user, std::uint32_t frames) noexcept PELMA_NONBLOCKING {
     auto* self = static_cast<JackOutput*>(user);

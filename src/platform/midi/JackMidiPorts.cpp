@@ -20,7 +20,12 @@ class JackMidiPorts final : public MidiPorts {
   MidiSystem system() const override { return MidiSystem::jack; }
   bool isAlive() const override { return client_->isAlive(); }
   std::string virtualInputName() const override { return client_->name() + ":" + clientName_; }
-  std::vector<std::string> sourceNames() const override { return portNames(JackPortIsOutput); }
+  // Left to the user and the session manager (--no-connect), no source is offered for us to
+  // connect: only the virtual input takes MIDI, from whatever they connect to it.
+  std::vector<std::string> sourceNames() const override {
+    if (!JackClient::options().connect) return {};
+    return portNames(JackPortIsOutput);
+  }
   std::vector<std::string> destinationNames() const override { return portNames(JackPortIsInput); }
 
   std::unique_ptr<Input> openVirtualInput(Receiver receiver, void* user) override {
@@ -83,7 +88,7 @@ class JackMidiPorts final : public MidiPorts {
 }  // namespace
 
 std::unique_ptr<MidiPorts> openJackMidiPorts(const std::string& clientName) {
-  auto client = JackClient::shared(clientName);
+  auto client = JackClient::shared();
   if (!client) return nullptr;
   return std::make_unique<JackMidiPorts>(std::move(client), clientName);
 }
