@@ -96,27 +96,44 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
   platform::SKPaymentQueue::defaultQueue().configure(platform::defaultStoreConfiguration());
   platform::SKPaymentQueue::defaultQueue().setPaymentSheet(makePaymentSheet());
 
+  // The session the window starts with: the last session file given, else the last session.
+  QString sessionFile;
+  std::vector<std::string> otherUrls;
+  for (const std::string& url : options.urls) {
+    if (const QString path = MainWindow::sessionPath(url); !path.isEmpty())
+      sessionFile = path;
+    else
+      otherUrls.push_back(url);
+  }
+  QString instrumentName = options.instrumentName;
+  if (!options.instrumentChosen && (!options.fresh || !sessionFile.isEmpty())) {
+    // The session's instrument, when it is installed; otherwise the session says why it is not.
+    const QString uri = session::SessionController::instrumentOf(
+        sessionFile.isEmpty() ? session::SessionController::lastSessionPath() : sessionFile);
+    if (session::SessionController::instrumentInstalled(uri)) instrumentName = uri;
+  }
+
   AppDelegate delegate;
   delegate.didFinishLaunchingWithOptions();
   int status = 0;
   {
-    MainWindow window(options.instrumentName, options.phoneIdiom,
-                      MIDIManager::sharedMIDIManager().pgMidi(),
+    MainWindow window(instrumentName, options.phoneIdiom, MIDIManager::sharedMIDIManager().pgMidi(),
                       [&delegate](const std::string& url) { delegate.openURL(url); });
     delegate.setWindow(&window);
+    window.sessions()->launch(options.fresh, sessionFile);
     window.show();
     SingleInstance instance;
     instance.listen([&delegate, &window](const std::vector<std::string>& urls) {
       platform::log("Another launch handed over {} file(s) and link(s)", urls.size());
       for (const std::string& url : urls)
-        delegate.openURL(url);
+        window.open(url);
       window.raise();
       window.activateWindow();
     });
     QObject::connect(
         &application, &QGuiApplication::applicationStateChanged, &application,
         [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });
-    for (const std::string& url : options.urls)
+    for (const std::string& url : otherUrls)
       delegate.openURL(url);
     invitePeer(options.networkPeer.empty()
                    ? QSettings().value(QStringLiteral("network-midi-peer")).toString().toStdString()

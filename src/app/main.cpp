@@ -24,7 +24,7 @@ constexpr std::string_view kInstrumentName = "Pelma";
 
 void printUsage() {
   fmt::print(
-      "Usage: pelma [options] [BANK.plb | pelma:URL ...]\n"
+      "Usage: pelma [options] [SESSION.pelmasession | BANK.plb | pelma:URL ...]\n"
       "Hosts the LV2 instrument \"{}\" and plays it from the keyboard, MIDI and the step "
       "sequencer.\n\n"
       "Without a mode it opens the window: the instrument's editor, the sequencer and the\n"
@@ -40,7 +40,8 @@ void printUsage() {
       "                            for --seconds\n"
       "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
       "  --connect HOST:PORT       invite a network MIDI peer (its control port) at start\n"
-      "  --plugin NAME|URI         the instrument to play (default \"{}\")\n"
+      "  --plugin NAME|URI         the instrument to play (default: the session's, else \"{}\")\n"
+      "  --fresh                   start from the defaults, not from the last session\n"
       "  --out-of-process          run the instrument in a process of its own (its own stored\n"
       "                            properties and editor stay behind for now)\n"
       "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
@@ -158,6 +159,9 @@ int main(int argc, char** argv) {
     } else if (argument == "--plugin") {
       if (!needsValue()) return usageError("--plugin needs a name");
       options.pluginName = value;
+      applicationOptions.instrumentChosen = true;
+    } else if (argument == "--fresh") {
+      applicationOptions.fresh = true;
     } else if (argument == "--notes") {
       if (!needsValue()) return usageError("--notes needs a list");
       auto notes = app::parsePatternNotes(value);

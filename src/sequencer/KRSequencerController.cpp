@@ -140,6 +140,7 @@ void KRSequencerController::updatePlayhead() {
 void KRSequencerController::bpmControlDidChange(KRBPMControl* /*sender*/) {
   tempoTrack_->clear(0.0, kTempoClearEnd);
   tempoTrack_->newExtendedTempoEvent(0.0, static_cast<double>(bpmControl_->value()));
+  patternEdited(PatternEdit::tempo);
 }
 
 void KRSequencerController::playButtonPressed(platform::Button* /*sender*/) {
@@ -155,10 +156,12 @@ void KRSequencerController::playButtonPressed(platform::Button* /*sender*/) {
 
 void KRSequencerController::gateUpdated(KRSlider* /*sender*/) {
   stepSequence_->setGate(gateSlider_->value());
+  patternEdited(PatternEdit::gate);
 }
 
 void KRSequencerController::swingUpdated(KRSlider* /*sender*/) {
   stepSequence_->setSwing(swingSlider_->value());
+  patternEdited(PatternEdit::swing);
 }
 
 void KRSequencerController::writeModeButtonPressed(platform::Button* /*sender*/) {
@@ -201,7 +204,10 @@ void KRSequencerController::keyOff(std::int32_t key) {
       chord.push_back(std::move(chordKey));
     }
   }
-  if (!chord.empty()) stepSequence_->setKeysToRange(chord, trackView_->selectionRange());
+  if (!chord.empty()) {
+    stepSequence_->setKeysToRange(chord, trackView_->selectionRange());
+    patternEdited(PatternEdit::chord);
+  }
 
   if (autoIncrementButton_->isSelected()) {
     const platform::Range selection = trackView_->selectionRange();
@@ -227,10 +233,12 @@ void KRSequencerController::tieButtonPressed(platform::Button* /*sender*/) {
     tie = !any;
   }
   stepSequence_->setTieAtRange(tie, trackView_->selectionRange());
+  patternEdited(PatternEdit::tie);
 }
 
 void KRSequencerController::clearButtonPressed(platform::Button* /*sender*/) {
   stepSequence_->clearStepsInRange(trackView_->selectionRange());
+  patternEdited(PatternEdit::clear);
 }
 
 void KRSequencerController::appMenuButtonPressed(platform::Button* sender) {
