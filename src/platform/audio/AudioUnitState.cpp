@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstring>
 #include <map>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -214,7 +215,19 @@ std::string AudioUnit::stateAsTurtle() {
   char* text = lilv_state_to_string(world_->world(), world_->mapFeature(), world_->unmapFeature(),
                                     state, kStateUri, nullptr);
   lilv_state_free(state);
-  std::string turtle = text ? text : "";
+  if (!text) return {};
+  // lilv leaves the prefixes it uses undeclared here; declared, the text is Turtle on its own, as
+  // other LV2 tools read it.
+  std::string turtle =
+      "@prefix atom: <http://lv2plug.in/ns/ext/atom#> .\n"
+      "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
+      "@prefix pset: <http://lv2plug.in/ns/ext/presets#> .\n"
+      "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
+      "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
+      "@prefix state: <http://lv2plug.in/ns/ext/state#> .\n"
+      "@prefix xsd: <http://www.w3.org/2001/XMLSchema#> .\n\n";
+  if (std::string_view(text).find("@prefix") != std::string_view::npos) turtle.clear();
+  turtle += text;
   lilv_free(text);
   return turtle;
 }
