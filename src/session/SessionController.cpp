@@ -332,6 +332,7 @@ bool SessionController::openFile(const QString& path) {
                 read.problems.join(QStringLiteral("\n")));
   if (!read.read) return false;
   currentFile_ = QFileInfo(path).absoluteFilePath();
+  platform::log("Session opened from {}", currentFile_.toStdString());
   take(read, path);
   savedText_ = toJson(capture());
   updateTitle();
