@@ -18,18 +18,28 @@ float segmentDb(int segment) {
 
 }  // namespace
 
+LevelMeter::LevelMeter(QWidget* parent) : QWidget(parent) {
+  setAttribute(Qt::WA_OpaquePaintEvent);
+}
+
 void LevelMeter::setLevel(float peak) {
   const float db = peak > 0 && std::isfinite(peak) ? 20 * std::log10(peak) : kFloorDb - 1;
   int lit = 0;
   while (lit < kSegments && db >= segmentDb(lit) - (kCeilingDb - kFloorDb) / kSegments)
     ++lit;
   if (lit == lit_) return;
+  // Only the segments that changed are painted again.
+  const int first = std::min(lit, lit_);
+  const int last = std::max(lit, lit_);
   lit_ = lit;
-  update();
+  const qreal pad = std::max(2.0, height() / 6.0);
+  const qreal step = (width() - 2 * pad) / kSegments;
+  update(QRectF(pad + first * step - 1, 0, (last - first) * step + 2, height()).toAlignedRect());
 }
 
 void LevelMeter::paintEvent(QPaintEvent*) {
   QPainter painter(this);
+  painter.fillRect(rect(), look::kPanel);
   painter.setRenderHint(QPainter::Antialiasing);
   painter.setPen(QPen(Qt::black, 1));
   painter.setBrush(look::kPanel);

@@ -1,7 +1,8 @@
 #pragma once
 
 // The output level as a row of lit segments from -60 dB to +6 dB: green, amber from -12 dB,
-// red above 0 dB. It repaints only when a segment changes, so a playing instrument costs little.
+// red above 0 dB. It repaints only when a segment changes, and paints every pixel of itself (on the
+// header panel's colour), so the editor behind it is not repainted with it.
 
 #include <QWidget>
 
@@ -12,7 +13,7 @@ class LevelMeter : public QWidget {
   Q_PROPERTY(int litSegments READ litSegments)
 
  public:
-  using QWidget::QWidget;
+  explicit LevelMeter(QWidget* parent);
 
   // A linear peak value, 1 = 0 dBFS.
   void setLevel(float peak);

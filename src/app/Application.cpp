@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <QApplication>
-#include <QSettings>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <charconv>
@@ -20,6 +19,7 @@
 #include "platform/app/ApplicationState.h"
 #include "platform/app/QtMainQueue.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/UserDefaults.h"
 #include "platform/ui/DeviceIdiom.h"
 
 namespace app {
@@ -135,9 +135,10 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
         [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });
     for (const std::string& url : otherUrls)
       delegate.openURL(url);
-    invitePeer(options.networkPeer.empty()
-                   ? QSettings().value(QStringLiteral("network-midi-peer")).toString().toStdString()
-                   : options.networkPeer);
+    invitePeer(options.networkPeer.empty() ? platform::UserDefaults::standardUserDefaults()
+                                                 .stringForKey("network-midi-peer")
+                                                 .value_or("")
+                                           : options.networkPeer);
     QObject::connect(&application, &QApplication::aboutToQuit, &window, [&window] {
       if (window.isVisible()) window.close();  // remembers the size
     });

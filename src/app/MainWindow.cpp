@@ -7,32 +7,39 @@
 #include <QKeySequence>
 #include <QMimeData>
 #include <QScreen>
-#include <QSettings>
 #include <QShortcut>
 #include <QStyle>
+#include <cstdio>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "app/ViewController.h"
 #include "audio/AudioEngine.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/UserDefaults.h"
 
 namespace app {
 namespace {
 
-QString sizeKey(bool phone) {
-  return phone ? QStringLiteral("window-size-phone") : QStringLiteral("window-size");
+std::string sizeKey(bool phone) {
+  return phone ? "window-size-phone" : "window-size";
 }
 
-// The window size kept from the last run; one no screen could show (the file is the user's to
-// edit) is ignored with one log line.
-QSize storedSize(const QString& key, QSize fallback) {
-  const QVariant value = QSettings().value(key);
-  if (!value.isValid()) return fallback;
-  const QSize size = value.toSize();
-  if (size.width() >= 1 && size.height() >= 1 && size.width() <= 8192 && size.height() <= 8192)
-    return size;
-  platform::log("Preference {} = {}x{} is not a value it can have; the default is used",
-                key.toStdString(), size.width(), size.height());
+// The window size kept from the last run, as "WIDTHxHEIGHT"; one no screen could show (the file
+// is the user's to edit) is ignored with one log line.
+QSize storedSize(const std::string& key, QSize fallback) {
+  const std::optional<std::string> text =
+      platform::UserDefaults::standardUserDefaults().stringForKey(key);
+  if (!text) return fallback;
+  int width = 0;
+  int height = 0;
+  char end = 0;
+  if (std::sscanf(text->c_str(), "%5dx%5d%c", &width, &height, &end) == 2 && width >= 1 &&
+      height >= 1 && width <= 8192 && height <= 8192)
+    return {width, height};
+  platform::log("Preference {} = {} is not a value it can have; the default is used", key,
+                platform::printable(*text, 40));
   return fallback;
 }
 
@@ -125,7 +132,8 @@ void MainWindow::open(const std::string& url) {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-  QSettings().setValue(sizeKey(phone_), size());
+  platform::UserDefaults::standardUserDefaults().setString(
+      sizeKey(phone_), std::to_string(width()) + "x" + std::to_string(height()));
   sessions_->keepLastSession();
   event->accept();
   QCoreApplication::exit(0);  // also when an embedded editor keeps windows of its own

@@ -2,6 +2,8 @@
 
 #include <QLabel>
 #include <QString>
+#include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -52,10 +54,17 @@ void KRBPMControl::setValue(std::int32_t value) {
   value_ = clamped;
 }
 
-// The label sits left of the centre, its right edge on the control's horizontal middle.
+// The label sits left of the centre, its right edge on the control's horizontal middle. A
+// control made taller than its design height of 44 (a strip grown with a large window) grows its
+// label and text in proportion.
 void KRBPMControl::resizeEvent(QResizeEvent* /*event*/) {
   const float w = static_cast<float>(width());
-  label_->setGeometry(QRectF(w * 0.5 - 100.0, height() * 0.5 - 10.0, 100.0, 20.0).toRect());
+  const float k = std::max(1.0f, static_cast<float>(height()) / 44.0f);
+  label_->setGeometry(
+      QRectF(w * 0.5 - 100.0 * k, height() * 0.5 - 10.0 * k, 100.0 * k, 20.0 * k).toRect());
+  QFont font = label_->font();
+  font.setPixelSize(static_cast<int>(std::lround(13.0f * k)));
+  label_->setFont(font);
 }
 
 void KRBPMControl::beginTracking(QPointF point) {

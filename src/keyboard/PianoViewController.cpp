@@ -35,6 +35,7 @@ PianoViewController::PianoViewController(const QString& nibName, QWidget* parent
   pianoView_->setPlayingKeyboard(pianoView2_);
   connectActions();
   viewDidLoad();
+  stripScale_ = platform::StripScale(this);  // the interface file's size is the design
 }
 
 PianoViewController::~PianoViewController() {
@@ -105,6 +106,7 @@ void PianoViewController::viewWillLayoutSubviews() {
 
 void PianoViewController::resizeEvent(QResizeEvent* event) {
   QWidget::resizeEvent(event);
+  stripScale_.apply();
   viewWillLayoutSubviews();
 }
 

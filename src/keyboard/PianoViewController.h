@@ -18,6 +18,7 @@
 #include "frameworks/krui/PianoViewDelegate.h"
 #include "keyboard/KRPianoViewDelegate.h"
 #include "platform/ui/Popover.h"
+#include "platform/ui/StripScale.h"
 
 class KRBankStoreController;
 
@@ -105,6 +106,7 @@ class PianoViewController : public QWidget, public KRPianoViewDelegate, public P
   void resizeEvent(QResizeEvent* event) override;
 
  private:
+  platform::StripScale stripScale_;
   // The screen has no panic of its own; the panic button goes to the delegate.
   void panic() override {}
 

@@ -1,7 +1,9 @@
 #include "sequencer/KRSequencerController.h"
 
 #include <QPainter>
+#include <algorithm>
 #include <cassert>
+#include <cmath>
 
 #include "banks/KRBankStoreController.h"
 #include "frameworks/krui/KRSlider.h"
@@ -37,6 +39,7 @@ KRSequencerController::KRSequencerController(const QString& nibName, QWidget* pa
       this, nibName, kTabletInterface, kPhoneInterface, [this](auto& ui) { bindOutlets(ui); });
   connectActions();
   viewDidLoad();
+  stripScale_ = platform::StripScale(this);  // the interface file's size is the design
 }
 
 KRSequencerController::~KRSequencerController() = default;
@@ -105,7 +108,9 @@ void KRSequencerController::viewDidLoad() {
 
   gateSlider_->setValue(stepSequence_->gate());
 
+  // The playhead only moves while the player plays, so the timer sleeps while it is stopped.
   displayLink_ = new platform::DisplayLink(this, [this] { updatePlayhead(); });
+  displayLink_->setPaused(true);
   displayLink_->addToRunLoop();
 }
 
@@ -118,6 +123,7 @@ void KRSequencerController::viewWillLayoutSubviews() {
 
 void KRSequencerController::resizeEvent(QResizeEvent* event) {
   QWidget::resizeEvent(event);
+  stripScale_.apply();
   viewWillLayoutSubviews();
 }
 
@@ -132,14 +138,24 @@ void KRSequencerController::updatePlayhead() {
   const double t = musicPlayer_->getTime();
   const std::int32_t r =
       (platform::truncateToInt32(t * kStepsPerBeat) + kPlayheadOffset) % kPlayheadModulus;
+  if (musicPlayer_->isPlaying()) displayLink_->skipFramesFor(secondsToNextStep(t));
   if (r == playheadRow_) return;
   trackView_->setPlayheadPosition(playheadRow_);
   playheadRow_ = r;
 }
 
+// Nothing on the grid moves before the next step begins: the display link sleeps until then.
+double KRSequencerController::secondsToNextStep(double beats) const {
+  const double steps = beats * kStepsPerBeat;
+  const double stepsLeft = std::floor(steps) + 1.0 - steps;
+  const double beatsPerSecond = std::max(1, bpmControl_->value()) / 60.0;
+  return stepsLeft / kStepsPerBeat / beatsPerSecond + 0.001;
+}
+
 void KRSequencerController::bpmControlDidChange(KRBPMControl* /*sender*/) {
   tempoTrack_->clear(0.0, kTempoClearEnd);
   tempoTrack_->newExtendedTempoEvent(0.0, static_cast<double>(bpmControl_->value()));
+  if (displayLink_) displayLink_->skipFramesFor(0.0);  // the next step comes sooner or later now
   patternEdited(PatternEdit::tempo);
 }
 
@@ -147,10 +163,12 @@ void KRSequencerController::playButtonPressed(platform::Button* /*sender*/) {
   const bool playing = musicPlayer_->isPlaying();
   if (playing) {
     musicPlayer_->stop();
+    updatePlayhead();  // the last move, to where the player stopped
   } else {
     musicPlayer_->setTime(0.0);
     musicPlayer_->start();
   }
+  displayLink_->setPaused(playing);
   playButton_->setSelected(!playing);
 }
 

@@ -26,6 +26,7 @@
 #include "platform/music/MusicPlayer.h"
 #include "platform/music/MusicSequence.h"
 #include "platform/ui/Popover.h"
+#include "platform/ui/StripScale.h"
 
 class KRBPMControl;
 class KRSeqTrackView;
@@ -114,6 +115,8 @@ class KRSequencerController : public QWidget {
   void paintEvent(QPaintEvent* event) override;
 
  private:
+  platform::StripScale stripScale_;
+  double secondsToNextStep(double beats) const;
   template <typename Ui>
   void bindOutlets(Ui& ui);
   void connectActions();

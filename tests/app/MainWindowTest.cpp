@@ -10,7 +10,6 @@
 #include <QDropEvent>
 #include <QMimeData>
 #include <QScreen>
-#include <QSettings>
 #include <QStyle>
 #include <QTest>
 #include <QUrl>
@@ -20,6 +19,7 @@
 #include "keyboard/PianoViewController.h"
 #include "platform/app/QtMainQueue.h"
 #include "platform/foundation/Log.h"
+#include "platform/foundation/UserDefaults.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -65,7 +65,7 @@ TEST(MainWindow, OpensTheBankFilesDroppedOnItAndRefusesDragsWithoutOne) {
 TEST(MainWindow, OpensWithinTheScreenWithAPlayableKeyboardWhateverSizeWasStored) {
   TemporaryFolder config;
   setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
-  QSettings().setValue(QStringLiteral("window-size"), QSize(32767, 32767));
+  platform::UserDefaults::standardUserDefaults().setString("window-size", "32767x32767");
   platform::QtMainQueue mainQueue;
   platform::MainQueue::setMain(&mainQueue);
   {

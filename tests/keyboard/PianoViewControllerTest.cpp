@@ -125,6 +125,23 @@ TEST_P(PianoViewControllerTest, HoldAndLockReachTheKeyboardAndPanicReleasesEvery
   EXPECT_FALSE(screen->pianoView2()->hold());
 }
 
+// In a window larger than the strip's design, its text and buttons grow with it (never past
+// 1.75 times), and come back to the design size when the window does.
+TEST_P(PianoViewControllerTest, TextAndButtonsGrowWithTheWindowAndComeBack) {
+  const QSize design = screen->size();
+  const auto textHeight = [](QWidget* widget) { return QFontMetrics(widget->font()).height(); };
+  const int buttonHeight = screen->holdButton()->height();
+  const int labelText = textHeight(screen->octaveLabel());
+  screen->resize(design * 3);
+  QTest::qWait(0);
+  EXPECT_NEAR(screen->holdButton()->height(), buttonHeight * 1.75, 1.0);
+  EXPECT_GE(textHeight(screen->octaveLabel()), labelText * 1.6);
+  screen->resize(design);
+  QTest::qWait(0);
+  EXPECT_EQ(screen->holdButton()->height(), buttonHeight);
+  EXPECT_EQ(textHeight(screen->octaveLabel()), labelText);
+}
+
 INSTANTIATE_TEST_SUITE_P(Idioms, PianoViewControllerTest,
                          ::testing::Values(UserInterfaceIdiom::pad, UserInterfaceIdiom::phone),
                          [](const auto& info) {

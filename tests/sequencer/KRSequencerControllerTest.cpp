@@ -201,14 +201,16 @@ class SequencerTransportTest : public KRSequencerControllerTest {
 // just begun, one boundary late: after a restart it first shows the row stored when the player
 // stopped, then step 1.
 TEST_F(SequencerTransportTest, PlayStopsAndRestartsFromTheTopAndThePlayheadHandsOverTheLastRow) {
-  EXPECT_TRUE(screen->displayLink()->isRunning());
+  EXPECT_FALSE(screen->displayLink()->isRunning());  // nothing moves while stopped
   click(screen->playButton());
+  EXPECT_TRUE(screen->displayLink()->isRunning());
   EXPECT_TRUE(screen->playButton()->isSelected());
   EXPECT_TRUE(screen->musicPlayer()->isPlaying());
   EXPECT_EQ(play(1.01), (std::vector<int>{0, 1, 2, 3, 4}));  // the first row stored is 0
   EXPECT_EQ(screen->playheadRow(), 5);
   click(screen->playButton());  // stopped just after beat 1: the stored row is 5
   EXPECT_FALSE(screen->playButton()->isSelected());
+  EXPECT_FALSE(screen->displayLink()->isRunning());
   const double stoppedAt = screen->musicPlayer()->getTime();
   EXPECT_NEAR(stoppedAt, 1.01, 0.01);
   play(0.5);

@@ -49,11 +49,22 @@ class QtUserDefaults final : public UserDefaults {
     return number;
   }
 
+  std::optional<std::string> stringForKey(const std::string& key) const override {
+    if (!hasKey(key)) return std::nullopt;
+    const QVariant value = settings_.value(qKey(key));
+    std::string text = value.toString().toStdString();
+    if (!value.canConvert<QString>() || text.size() > kMaxStringLength) return ignored(key, value);
+    return text;
+  }
+
   void setBool(const std::string& key, bool value) override {
     settings_.setValue(qKey(key), value);
   }
   void setInteger(const std::string& key, std::int64_t value) override {
     settings_.setValue(qKey(key), static_cast<qlonglong>(value));
+  }
+  void setString(const std::string& key, const std::string& value) override {
+    settings_.setValue(qKey(key), QString::fromStdString(value));
   }
   void removeObjectForKey(const std::string& key) override { settings_.remove(qKey(key)); }
   void synchronize() override { settings_.sync(); }

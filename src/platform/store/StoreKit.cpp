@@ -1,7 +1,6 @@
 #include "platform/store/StoreKit.h"
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QUrl>
 #include <algorithm>
 #include <charconv>
@@ -13,6 +12,7 @@
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
+#include "platform/foundation/UserDefaults.h"
 #include "platform/store/PackageArchive.h"
 
 namespace platform {
@@ -399,13 +399,13 @@ void SKPaymentQueue::finishTransaction(SKPaymentTransaction* transaction) {
 StoreConfiguration defaultStoreConfiguration() {
   StoreConfiguration configuration;
   configuration.dataFolder = storeFolder();
-  QSettings settings;
-  configuration.enabled = settings.value(QStringLiteral("store-enabled"), true).toBool();
+  UserDefaults& defaults = UserDefaults::standardUserDefaults();
+  configuration.enabled = defaults.boolForKey("store-enabled").value_or(true);
   if (const char* url = std::getenv("PELMA_STORE_URL"); url && *url)
     configuration.catalogUrl = url;
-  else if (const QString url = settings.value(QStringLiteral("store-url")).toString();
-           !url.isEmpty())
-    configuration.catalogUrl = url.toStdString();
+  else if (const std::optional<std::string> url = defaults.stringForKey("store-url");
+           url && !url->empty())
+    configuration.catalogUrl = *url;
   else
     configuration.catalogUrl = installedCatalogUrl();
   return configuration;
