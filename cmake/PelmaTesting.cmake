@@ -11,9 +11,10 @@ function(pelma_test_program name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)  # "support/..."
-  # Preferences of the program's own: what a test stores never reaches the user's settings or
-  # another test program.
-  list(APPEND ARG_ENVIRONMENT "XDG_CONFIG_HOME=${CMAKE_CURRENT_BINARY_DIR}/${name}-config")
+  # Preferences and the last session of the program's own: what a test stores never reaches the
+  # user's settings or another test program.
+  list(APPEND ARG_ENVIRONMENT "XDG_CONFIG_HOME=${CMAKE_CURRENT_BINARY_DIR}/${name}-config"
+    "XDG_STATE_HOME=${CMAKE_CURRENT_BINARY_DIR}/${name}-state")
   list(JOIN ARG_ENVIRONMENT "|" environment)
   target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/TestEnvironment.cpp)
   target_compile_definitions(${name} PRIVATE "PELMA_TEST_ENVIRONMENT=\"${environment}\"")

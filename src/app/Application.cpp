@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "app/MainWindow.h"
+#include "app/Playback.h"
 #include "app/SingleInstance.h"
 #include "app/ViewController.h"
 #include "banks/AppDelegate.h"
@@ -18,6 +19,7 @@
 #include "frameworks/pelma/MIDIManager.h"
 #include "platform/app/ApplicationState.h"
 #include "platform/app/QtMainQueue.h"
+#include "platform/audio/JackClient.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/UserDefaults.h"
 #include "platform/ui/DeviceIdiom.h"
@@ -97,21 +99,46 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
   platform::SKPaymentQueue::defaultQueue().configure(platform::defaultStoreConfiguration());
   platform::SKPaymentQueue::defaultQueue().setPaymentSheet(makePaymentSheet());
 
+  // The session the window starts with: the last session file given, else the last session.
+  QString sessionFile;
+  std::vector<std::string> otherUrls;
+  for (const std::string& url : options.urls) {
+    if (const QString path = MainWindow::sessionPath(url); !path.isEmpty())
+      sessionFile = path;
+    else
+      otherUrls.push_back(url);
+  }
+  QString instrumentName = options.instrumentName;
+  if (!options.instrumentChosen && (!options.fresh || !sessionFile.isEmpty())) {
+    // The session's instrument, when it is installed; otherwise the session says why it is not.
+    const QString uri = session::SessionController::instrumentOf(
+        sessionFile.isEmpty() ? session::SessionController::lastSessionPath() : sessionFile);
+    if (session::SessionController::instrumentInstalled(uri)) instrumentName = uri;
+  }
+  // The JACK client takes the name of the instrument the session brings, unless one was given.
+  if (!options.jackNameChosen && instrumentName != options.instrumentName) {
+    if (const auto instrument = installedInstrument(instrumentName.toStdString())) {
+      platform::JackClient::Options jack = platform::JackClient::options();
+      jack.name = instrument->name;
+      platform::JackClient::configure(jack);
+    }
+  }
+
   AppDelegate delegate;
   delegate.didFinishLaunchingWithOptions();
   int status = 0;
   {
-    MainWindow window(options.instrumentName, options.phoneIdiom,
-                      MIDIManager::sharedMIDIManager().pgMidi(),
+    MainWindow window(instrumentName, options.phoneIdiom, MIDIManager::sharedMIDIManager().pgMidi(),
                       [&delegate](const std::string& url) { delegate.openURL(url); });
     delegate.setWindow(&window);
+    window.sessions()->launch(options.fresh, sessionFile);
     window.show();
     SingleInstance instance;
     if (!besideAnother) {
-      instance.listen([&delegate, &window](const std::vector<std::string>& urls) {
+      instance.listen([&window](const std::vector<std::string>& urls) {
         platform::log("Another launch handed over {} file(s) and link(s)", urls.size());
         for (const std::string& url : urls)
-          delegate.openURL(url);
+          window.open(url);
         window.raise();
         window.activateWindow();
       });
@@ -119,7 +146,7 @@ int runApplication(int argc, char** argv, const ApplicationOptions& options) {
     QObject::connect(
         &application, &QGuiApplication::applicationStateChanged, &application,
         [&delegate](Qt::ApplicationState state) { delegate.applicationStateChanged(state); });
-    for (const std::string& url : options.urls)
+    for (const std::string& url : otherUrls)
       delegate.openURL(url);
     invitePeer(options.networkPeer.empty() ? platform::UserDefaults::standardUserDefaults()
                                                  .stringForKey("network-midi-peer")

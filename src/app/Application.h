@@ -13,14 +13,21 @@ namespace app {
 
 struct ApplicationOptions {
   QString instrumentName = QStringLiteral("Pelma");
+  // The instrument was named on the command line: a session's instrument does not replace it.
+  bool instrumentChosen = false;
+  // Start from the defaults rather than the last session.
+  bool fresh = false;
   bool phoneIdiom = false;
   double seconds = 0.0;  // quit after this long; 0: run until asked to stop
-  // Bank files or "pelma:" URLs to open once the application has launched.
+  // Bank files, session files or "pelma:" URLs to open once the application has launched (the
+  // last session file given is the session the window starts with).
   std::vector<std::string> urls;
   // A network MIDI peer to invite into the session at start ("host:port"), or empty.
   std::string networkPeer;
   // An instance of its own beside a running one (the launch named an instrument or a JACK name).
   bool ownInstance = false;
+  // The JACK client's name was given on the command line (else it follows the instrument).
+  bool jackNameChosen = false;
 };
 
 int runApplication(int argc, char** argv, const ApplicationOptions& options);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "app/ViewController.h"
+#include "audio/AudioEngine.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/UserDefaults.h"
 
@@ -56,7 +57,8 @@ std::vector<std::string> bankUrls(const QMimeData* data) {
   std::vector<std::string> urls;
   if (!data || !data->hasUrls()) return urls;
   for (const QUrl& url : data->urls()) {
-    if (url.isLocalFile() && url.path().endsWith(QStringLiteral(".plb")))
+    if (url.isLocalFile() && (url.path().endsWith(QStringLiteral(".plb")) ||
+                              url.path().endsWith(QStringLiteral(".") + session::kFileSuffix)))
       urls.push_back(url.toString(QUrl::FullyEncoded).toStdString());
   }
   return urls;
@@ -80,8 +82,23 @@ MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* m
 
   auto* quit = new QShortcut(QKeySequence::Quit, this);
   connect(quit, &QShortcut::activated, this, &QWidget::close);
-  auto* save = new QShortcut(QKeySequence::Save, this);
-  connect(save, &QShortcut::activated, this, [this] { root_->savePreset(this); });
+  sessions_ = std::make_unique<session::SessionController>(
+      this, root_->seqController(), root_->pianoViewController(),
+      [root = root_] { return root->audioEngine() ? root->audioEngine()->synthAU() : nullptr; });
+  root_->setInstrumentReadyObserver([this] { sessions_->instrumentReady(); });
+  auto shortcut = [this](const QKeySequence& keys, auto action) {
+    connect(new QShortcut(keys, this), &QShortcut::activated, this, action);
+  };
+  shortcut(QKeySequence(Qt::CTRL | Qt::Key_O), [this] { sessions_->open(); });
+  shortcut(QKeySequence(Qt::CTRL | Qt::Key_S), [this] { sessions_->save(); });
+  shortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S), [this] { sessions_->saveAs(); });
+  shortcut(QKeySequence(Qt::CTRL | Qt::Key_Z), [this] { sessions_->undoStack()->undo(); });
+  shortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z),
+           [this] { sessions_->undoStack()->redo(); });
+}
+
+MainWindow::~MainWindow() {
+  root_->setInstrumentReadyObserver(nullptr);
 }
 
 void MainWindow::resizeEvent(QResizeEvent*) {
@@ -97,12 +114,27 @@ void MainWindow::dropEvent(QDropEvent* event) {
   if (urls.empty()) return;
   event->acceptProposedAction();
   for (const std::string& url : urls)
+    open(url);
+}
+
+QString MainWindow::sessionPath(const std::string& url) {
+  const QUrl parsed(QString::fromStdString(url));
+  const bool session =
+      parsed.isLocalFile() && parsed.path().endsWith(QStringLiteral(".") + session::kFileSuffix);
+  return session ? parsed.toLocalFile() : QString();
+}
+
+void MainWindow::open(const std::string& url) {
+  if (const QString path = sessionPath(url); !path.isEmpty())
+    sessions_->openFile(path);
+  else
     openUrl_(url);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
   platform::UserDefaults::standardUserDefaults().setString(
       sizeKey(phone_), std::to_string(width()) + "x" + std::to_string(height()));
+  sessions_->keepLastSession();
   event->accept();
   QCoreApplication::exit(0);  // also when an embedded editor keeps windows of its own
 }

@@ -161,6 +161,7 @@ platform::AudioComponentDescription ViewController::getPelmaDescription() {
 void ViewController::engineReady() {
   std::shared_ptr<platform::AudioUnit> unit = audioEngine_->synthAU();
   if (!unit) return;
+  if (instrumentReadyObserver_) instrumentReadyObserver_();
   instrument_.store(audioEngine_->synth(), std::memory_order_release);
   // A bank that arrives from outside is in the bank folder now: the instrument re-reads the
   // folder at once instead of at its next look. Instruments that do not know the message ignore

@@ -12,6 +12,7 @@
 
 #include <QWidget>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -62,6 +63,11 @@ class ViewController : public QWidget, public MidiEventRouter {
   void playSequence();
   void playing4NotesInLoop();
 
+  // Runs each time an instrument is made, before anything can play it (its state can be set).
+  void setInstrumentReadyObserver(std::function<void()> observer) {
+    instrumentReadyObserver_ = std::move(observer);
+  }
+
   QWidget* auContainerView() const { return auContainerView_; }
   void setAuContainerView(QWidget* view) { auContainerView_ = view; }
   const std::shared_ptr<AudioUnitViewController>& audioUnitViewCotnroller() const {
@@ -108,6 +114,7 @@ class ViewController : public QWidget, public MidiEventRouter {
   std::atomic<platform::AudioComponentInstance> instrument_{nullptr};  // the engine's, once ready
   QWidget* auContainerView_ = nullptr;                                 // from the interface file
   std::shared_ptr<AudioUnitViewController> audioUnitViewCotnroller_;
+  std::function<void()> instrumentReadyObserver_;
   bool loaded_ = false;
   bool stopped_ = false;
   std::vector<std::unique_ptr<platform::MusicSequence>> aidSequences_;

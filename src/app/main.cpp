@@ -27,7 +27,7 @@ constexpr std::string_view kInstrumentName = "Pelma";
 
 void printUsage() {
   fmt::print(
-      "Usage: pelma [options] [BANK.plb | pelma:URL ...]\n"
+      "Usage: pelma [options] [SESSION.pelmasession | BANK.plb | pelma:URL ...]\n"
       "Hosts the LV2 instrument \"{}\" and plays it from the keyboard, MIDI and the step "
       "sequencer.\n\n"
       "Without a mode it opens the window: the instrument's editor, the sequencer and the\n"
@@ -43,9 +43,10 @@ void printUsage() {
       "                            for --seconds\n"
       "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
       "  --connect HOST:PORT       invite a network MIDI peer (its control port) at start\n"
-      "  --plugin NAME|URI         the instrument to play (default \"{}\"); a launch that\n"
-      "                            names one runs beside an open window instead of handing\n"
-      "                            its files to it\n"
+      "  --plugin NAME|URI         the instrument to play (default: the session's, else \"{}\");\n"
+      "                            a launch that names one runs beside an open window\n"
+      "                            instead of handing its files to it\n"
+      "  --fresh                   start from the defaults, not from the last session\n"
       "  --jack-name NAME          the JACK client's name (default: the instrument's name)\n"
       "  --exact-name              refuse to start when the JACK name is taken\n"
       "  --no-connect              make no JACK connection, audio or MIDI: leave them to you\n"
@@ -181,6 +182,9 @@ int main(int argc, char** argv) {
       if (!needsValue()) return usageError("--plugin needs a name");
       options.pluginName = value;
       pluginGiven = true;
+      applicationOptions.instrumentChosen = true;
+    } else if (argument == "--fresh") {
+      applicationOptions.fresh = true;
     } else if (argument == "--notes") {
       if (!needsValue()) return usageError("--notes needs a list");
       auto notes = app::parsePatternNotes(value);
@@ -235,6 +239,7 @@ int main(int argc, char** argv) {
                                     platform::JackClient::options().name));
   }
   applicationOptions.ownInstance = pluginGiven || jackNameGiven;
+  applicationOptions.jackNameChosen = jackNameGiven;
   if (play) return app::playLive(options);
   if (listen) {
     listenOptions.pluginName = options.pluginName;

@@ -156,6 +156,7 @@ void KRSequencerController::bpmControlDidChange(KRBPMControl* /*sender*/) {
   tempoTrack_->clear(0.0, kTempoClearEnd);
   tempoTrack_->newExtendedTempoEvent(0.0, static_cast<double>(bpmControl_->value()));
   if (displayLink_) displayLink_->skipFramesFor(0.0);  // the next step comes sooner or later now
+  patternEdited(PatternEdit::tempo);
 }
 
 void KRSequencerController::playButtonPressed(platform::Button* /*sender*/) {
@@ -173,10 +174,12 @@ void KRSequencerController::playButtonPressed(platform::Button* /*sender*/) {
 
 void KRSequencerController::gateUpdated(KRSlider* /*sender*/) {
   stepSequence_->setGate(gateSlider_->value());
+  patternEdited(PatternEdit::gate);
 }
 
 void KRSequencerController::swingUpdated(KRSlider* /*sender*/) {
   stepSequence_->setSwing(swingSlider_->value());
+  patternEdited(PatternEdit::swing);
 }
 
 void KRSequencerController::writeModeButtonPressed(platform::Button* /*sender*/) {
@@ -219,7 +222,10 @@ void KRSequencerController::keyOff(std::int32_t key) {
       chord.push_back(std::move(chordKey));
     }
   }
-  if (!chord.empty()) stepSequence_->setKeysToRange(chord, trackView_->selectionRange());
+  if (!chord.empty()) {
+    stepSequence_->setKeysToRange(chord, trackView_->selectionRange());
+    patternEdited(PatternEdit::chord);
+  }
 
   if (autoIncrementButton_->isSelected()) {
     const platform::Range selection = trackView_->selectionRange();
@@ -245,10 +251,12 @@ void KRSequencerController::tieButtonPressed(platform::Button* /*sender*/) {
     tie = !any;
   }
   stepSequence_->setTieAtRange(tie, trackView_->selectionRange());
+  patternEdited(PatternEdit::tie);
 }
 
 void KRSequencerController::clearButtonPressed(platform::Button* /*sender*/) {
   stepSequence_->clearStepsInRange(trackView_->selectionRange());
+  patternEdited(PatternEdit::clear);
 }
 
 void KRSequencerController::appMenuButtonPressed(platform::Button* sender) {

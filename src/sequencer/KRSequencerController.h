@@ -15,6 +15,7 @@
 #include <QWidget>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -75,6 +76,13 @@ class KRSequencerController : public QWidget {
   // The popover shown now, or null.
   platform::Popover* presentedPopover() const { return presented_; }
 
+  // What an edit of the pattern changed; the observer hears each one after it is made (a gate,
+  // swing or tempo drag as a run of edits).
+  enum class PatternEdit { chord, clear, tie, gate, swing, tempo };
+  void setPatternEditObserver(std::function<void(PatternEdit)> observer) {
+    patternEditObserver_ = std::move(observer);
+  }
+
   // Display timer: moves the playhead.
   void updatePlayhead();
   // Kept empty.
@@ -112,9 +120,13 @@ class KRSequencerController : public QWidget {
   template <typename Ui>
   void bindOutlets(Ui& ui);
   void connectActions();
+  void patternEdited(PatternEdit edit) {
+    if (patternEditObserver_) patternEditObserver_(edit);
+  }
   static bool isRecordableKey(std::int32_t key);
 
   const platform::MonotonicClock& clock_;
+  std::function<void(PatternEdit)> patternEditObserver_;
 
   platform::MusicTrack* musicTrack_ = nullptr;
   std::unique_ptr<platform::MusicSequence> musicSequence_;

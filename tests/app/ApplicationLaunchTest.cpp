@@ -34,6 +34,7 @@ class ApplicationLaunch : public ::testing::Test {
     setenv("PELMA_BANKS_DIR", (root_ / "banks").c_str(), 1);
     setenv("PELMA_DOCUMENTS_DIR", (root_ / "documents").c_str(), 1);
     setenv("XDG_RUNTIME_DIR", (root_ / "runtime").c_str(), 1);
+    setenv("XDG_STATE_HOME", (root_ / "state").c_str(), 1);
     scratch_.write("from elsewhere.plb", bankText("Handed Over", {"One"}, 300));
   }
   void TearDown() override {

@@ -36,6 +36,10 @@ class ApplicationWindow : public ::testing::TestWithParam<const char*> {
     const std::filesystem::path config = std::string(PELMA_TEST_OUTPUT) + "/config";
     std::filesystem::remove_all(config);
     setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+    // Each launch starts from the defaults, not from the session another run left.
+    const std::filesystem::path state = std::string(PELMA_TEST_OUTPUT) + "/state";
+    std::filesystem::remove_all(state);
+    setenv("XDG_STATE_HOME", state.c_str(), 1);
     ASSERT_TRUE(jack.start());
     // Xvfb picks a free display and writes its number once it accepts clients: no guessed
     // number that another X server may hold, and no guessed start-up time on a busy machine.

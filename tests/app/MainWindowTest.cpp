@@ -15,6 +15,7 @@
 #include <QUrl>
 
 #include "app/ViewController.h"
+#include "audio/AudioEngine.h"
 #include "keyboard/PianoViewController.h"
 #include "platform/app/QtMainQueue.h"
 #include "platform/foundation/Log.h"
@@ -81,6 +82,35 @@ TEST(MainWindow, OpensWithinTheScreenWithAPlayableKeyboardWhateverSizeWasStored)
     EXPECT_GE(window.root()->pianoViewController()->height(), window.height() / 4);
   }
   platform::MainQueue::setMain(nullptr);
+}
+
+// The window's instrument gets the last session's state when it is made: a sound edited before a
+// quit is the sound of the next launch.
+TEST(MainWindow, TheNextLaunchPlaysTheSoundOfTheLastSession) {
+  TemporaryFolder state;
+  setenv("XDG_STATE_HOME", state.path().c_str(), 1);
+  platform::QtMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  auto instrumentOf = [](app::MainWindow& window) {
+    for (int i = 0; i < 500 && !window.root()->audioUnitViewCotnroller(); ++i)
+      QTest::qWait(20);
+    return window.root()->audioEngine()->synthAU();
+  };
+  {
+    app::MainWindow window(QStringLiteral("MDA JX10"), false, nullptr, [](const std::string&) {});
+    window.sessions()->launch(false);
+    ASSERT_TRUE(instrumentOf(window));
+    instrumentOf(window)->setParameterValue("osc_mix", 0.25f);
+    window.sessions()->keepLastSession();
+  }
+  {
+    app::MainWindow window(QStringLiteral("MDA JX10"), false, nullptr, [](const std::string&) {});
+    window.sessions()->launch(false);
+    ASSERT_TRUE(instrumentOf(window));
+    EXPECT_EQ(instrumentOf(window)->parameterValue("osc_mix"), 0.25f);
+  }
+  platform::MainQueue::setMain(nullptr);
+  unsetenv("XDG_STATE_HOME");
 }
 
 }  // namespace

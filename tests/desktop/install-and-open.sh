@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Installs the build as a package would (DESTDIR) and for one user (~/.local of a scratch home),
-# and uses it as a desktop would: the desktop file is
-# valid, a .plb file is a Pelma bank and opens with Pelma, "pelma:" links open with Pelma, the
-# installed executable finds the installed instrument, and xdg-open hands a bank file and a link
-# to the installed application while it runs.
+# and uses it as a desktop would: the desktop file is valid, a .plb file is a Pelma bank and a
+# .pelmasession file a Pelma session, both opening with Pelma, "pelma:" links open with Pelma, the
+# installed executable finds the installed instrument, and xdg-open hands a bank file, a session
+# file and a link to the installed application while it runs.
 # Usage: install-and-open.sh BUILD_DIR
 set -euo pipefail
 build=$1
@@ -38,12 +38,15 @@ export PELMA_BANKS_DIR=$scratch/banks PELMA_DOCUMENTS_DIR=$scratch/documents
 export QT_QPA_PLATFORM= DISPLAY= WAYLAND_DISPLAY= LV2_PATH=/usr/lib/lv2
 export JACK_DEFAULT_SERVER=pelma-no-such-server JACK_NO_START_SERVER=1
 printf 'pelma-bank 1\nname = Installed Test\n[One]\ncutoff = 300\nend\n' >"$scratch/my sounds.plb"
+printf '{\n    "format": "pelma-session",\n    "version": 1\n}\n' >"$scratch/song.pelmasession"
 
 type=$(xdg-mime query filetype "$scratch/my sounds.plb")
 [ "$type" = application/x-pelma-bank ] || fail "a .plb file is $type"
 type=$(gio info -a standard::content-type "$scratch/my sounds.plb" | sed -n 's/.*content-type: //p')
 [ "$type" = application/x-pelma-bank ] || fail "gio says a .plb file is $type"
-for kind in application/x-pelma-bank x-scheme-handler/pelma; do
+type=$(xdg-mime query filetype "$scratch/song.pelmasession")
+[ "$type" = application/x-pelma-session ] || fail "a .pelmasession file is $type"
+for kind in application/x-pelma-bank application/x-pelma-session x-scheme-handler/pelma; do
   handler=$(xdg-mime query default $kind)
   [ "$handler" = pelma.desktop ] || fail "$kind opens with '$handler'"
 done
@@ -67,4 +70,7 @@ grep -q "Handle open url file://$scratch/my%20sounds.plb" "$scratch/app.log" || 
 DISPLAY=:99 xdg-open "pelma:shop/fresh.plb" || fail "xdg-open of a pelma: link"
 for _ in $(seq 50); do grep -q "Handle open url pelma:shop/fresh.plb" "$scratch/app.log" && break; sleep 0.1; done
 grep -q "Handle open url pelma:shop/fresh.plb" "$scratch/app.log" || fail "pelma: link"
-echo "installed for a user in $prefix; a bank file and a pelma: link opened through xdg-open"
+DISPLAY=:99 xdg-open "$scratch/song.pelmasession" || fail "xdg-open of a session file"
+for _ in $(seq 50); do grep -q "Session opened from $scratch/song.pelmasession" "$scratch/app.log" && break; sleep 0.1; done
+grep -q "Session opened from $scratch/song.pelmasession" "$scratch/app.log" || fail "session file"
+echo "installed for a user in $prefix; a bank file, a session file and a pelma: link opened through xdg-open"

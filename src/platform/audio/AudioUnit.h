@@ -129,6 +129,12 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   // state when it has one). False, with one log line, when the state cannot be read.
   bool restoreFullState(const PropertyDictionary& state);
   bool restoreStateFromFile(const std::string& path);
+  // Main thread. The state as LV2 state Turtle text (lilv's state form, as preset files hold it:
+  // control inputs and stored properties), and a state restored from such text. Empty text, and
+  // false, where there is no instance in this process; false, with a log line, for text that
+  // holds no state.
+  std::string stateAsTurtle();
+  bool restoreStateFromTurtle(const std::string& turtle);
   bool loadPreset(const std::string& presetUri);
   bool loadDefaultState();
   // Main thread: the plug-in's presets, by name.

@@ -11,7 +11,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <map>
+#include <string_view>
 #include <thread>
+#include <utility>
 
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2Host.h"
@@ -181,6 +184,60 @@ bool AudioUnit::restoreStateFromFile(const std::string& path) {
   auto lock = world_->queryLock();
   return applyState(
       lilv_state_new_from_file(world_->world(), world_->mapFeature(), nullptr, path.c_str()), path);
+}
+
+namespace {
+// The state's subject in the Turtle text; the text names no file, so relative URIs stay as they
+// are.
+constexpr const char* kStateUri = "urn:pelma:state";
+
+const void* portValueOf(const char* symbol, void* user, uint32_t* size, uint32_t* type) {
+  auto& values = *static_cast<std::pair<std::map<std::string, float>, LV2_URID>*>(user);
+  const auto found = values.first.find(symbol);
+  if (found == values.first.end()) return nullptr;
+  *size = sizeof(float);
+  *type = values.second;
+  return &found->second;
+}
+}  // namespace
+
+std::string AudioUnit::stateAsTurtle() {
+  if (!instance_) return {};
+  std::pair<std::map<std::string, float>, LV2_URID> values{{}, mapURI(LV2_ATOM__Float)};
+  for (const Port& p : ports_) {
+    if (p.kind == Port::controlIn) values.first[p.symbol] = controlTargets_[p.controlIndex]->load();
+  }
+  auto lock = world_->queryLock();
+  LilvState* state = lilv_state_new_from_instance(
+      plugin_, instance_, world_->mapFeature(), nullptr, nullptr, nullptr, nullptr, portValueOf,
+      &values, LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+  if (!state) return {};
+  char* text = lilv_state_to_string(world_->world(), world_->mapFeature(), world_->unmapFeature(),
+                                    state, kStateUri, nullptr);
+  lilv_state_free(state);
+  if (!text) return {};
+  // lilv leaves the prefixes it uses undeclared here; declared, the text is Turtle on its own, as
+  // other LV2 tools read it.
+  std::string turtle =
+      "@prefix atom: <http://lv2plug.in/ns/ext/atom#> .\n"
+      "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
+      "@prefix pset: <http://lv2plug.in/ns/ext/presets#> .\n"
+      "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
+      "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
+      "@prefix state: <http://lv2plug.in/ns/ext/state#> .\n"
+      "@prefix xsd: <http://www.w3.org/2001/XMLSchema#> .\n\n";
+  if (std::string_view(text).find("@prefix") != std::string_view::npos) turtle.clear();
+  turtle += text;
+  lilv_free(text);
+  return turtle;
+}
+
+bool AudioUnit::restoreStateFromTurtle(const std::string& turtle) {
+  if (!instance_) return false;
+  auto lock = world_->queryLock();
+  return applyState(
+      lilv_state_new_from_string(world_->world(), world_->mapFeature(), turtle.c_str()),
+      "the session's state text");
 }
 
 bool AudioUnit::loadPreset(const std::string& presetUri) {
