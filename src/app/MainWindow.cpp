@@ -5,6 +5,7 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QKeySequence>
+#include <QMenuBar>
 #include <QMimeData>
 #include <QScreen>
 #include <QSettings>
@@ -13,7 +14,9 @@
 #include <vector>
 
 #include "app/ViewController.h"
+#include "midi/MidiLearnMenu.h"
 #include "platform/foundation/Log.h"
+#include "presets/PresetsMenu.h"
 
 namespace app {
 namespace {
@@ -63,12 +66,15 @@ MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* m
   setWindowTitle(QStringLiteral("Pelma"));
   setAcceptDrops(true);
   root_ = new ViewController(instrumentName, midi, this);
+  menuBar_ = new QMenuBar(this);
+  menuBar_->addMenu(root_->presetsMenu());
+  menuBar_->addMenu(root_->midiLearnMenu());
   // Small enough for a 1280 x 720 screen at 150 % (853 x 480, less the panel); the layout fits the
   // instrument's editor and keeps the keyboard playable at any size above it.
   setMinimumSize(phone_ ? QSize(480, 270) : QSize(760, 420));
   const QSize designSize = phone_ ? QSize(667, 375) : QSize(1024, 768);
   resize(fitToScreen(*this, storedSize(sizeKey(phone_), designSize)));
-  root_->resize(size());
+  resizeEvent(nullptr);
   root_->viewDidLoad();
 
   auto* quit = new QShortcut(QKeySequence::Quit, this);
@@ -78,7 +84,9 @@ MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* m
 }
 
 void MainWindow::resizeEvent(QResizeEvent*) {
-  root_->setGeometry(rect());
+  const int bar = menuBar_->sizeHint().height();
+  menuBar_->setGeometry(0, 0, width(), bar);
+  root_->setGeometry(rect().adjusted(0, bar, 0, 0));
 }
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {

@@ -1,7 +1,8 @@
 #pragma once
 
 // The application's window: the root screen filling it; its size is remembered between launches
-// (one size for each layout). Ctrl+Q closes it, Ctrl+S saves the instrument's state. Bank files
+// (one size for each layout). A menu bar above it holds the instrument's "Presets" and "MIDI
+// learn" menus. Ctrl+Q closes it, Ctrl+S saves the instrument's state. Bank files
 // dropped on it are opened like those handed over by other programs.
 
 #include <QWidget>
@@ -9,6 +10,7 @@
 #include <string>
 
 class PGMidi;
+class QMenuBar;
 class ViewController;
 
 namespace app {
@@ -32,6 +34,7 @@ class MainWindow : public QWidget {
  private:
   OpenUrl openUrl_;
   ViewController* root_ = nullptr;
+  QMenuBar* menuBar_ = nullptr;
   bool phone_ = false;
 };
 
