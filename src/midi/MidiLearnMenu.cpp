@@ -39,8 +39,10 @@ void MidiLearnMenu::rebuild() {
   clear();
   qDeleteAll(findChildren<QMenu*>(Qt::FindDirectChildrenOnly));
   const auto& unit = learn_.instrument();
-  setEnabled(unit != nullptr);
-  if (!unit) return;
+  if (!unit) {  // the menu stays enabled: it is made again when it opens
+    addAction(tr("No instrument yet"))->setEnabled(false);
+    return;
+  }
   const std::vector<platform::ControlPort> ports = platform::controlPorts(unit->uri());
   if (!learn_.learning().empty())
     addAction(tr("Stop waiting for a controller"), this, [this] {

@@ -42,8 +42,10 @@ void PresetsMenu::rebuild() {
   clear();
   qDeleteAll(findChildren<QMenu*>(Qt::FindDirectChildrenOnly));
   auto unit = instrument_();
-  setEnabled(unit != nullptr);
-  if (!unit) return;
+  if (!unit) {  // the menu stays enabled: it is made again when it opens
+    addAction(tr("No instrument yet"))->setEnabled(false);
+    return;
+  }
   presets::PresetLibrary library(unit);
   const std::vector<presets::Preset> all = library.presets();
 
