@@ -24,10 +24,15 @@ MidiLearnMenu::MidiLearnMenu(MidiLearn& learn, QWidget* parent)
 
 void MidiLearnMenu::showTitle() {
   const std::string& symbol = learn_.learning();
-  setTitle(
-      symbol.empty()
-          ? tr("MIDI learn")
-          : tr("MIDI learn: move a controller for %1\u2026").arg(QString::fromStdString(symbol)));
+  if (symbol.empty() || !learn_.instrument()) {
+    setTitle(tr("MIDI learn"));
+    return;
+  }
+  QString name = QString::fromStdString(symbol);
+  for (const platform::ControlPort& port : platform::controlPorts(learn_.instrument()->uri())) {
+    if (port.symbol == symbol) name = portName(port);
+  }
+  setTitle(tr("MIDI learn: move a controller for %1\u2026").arg(name));
 }
 
 void MidiLearnMenu::learn(const std::string& symbol) {

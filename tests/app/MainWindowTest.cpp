@@ -123,7 +123,7 @@ TEST(MainWindow, PresetsAndMidiLearnMenusDriveTheInstrumentAndTheEditorFollows) 
     ASSERT_TRUE(cutoff);
     EXPECT_EQ(cutoff->contextMenuPolicy(), Qt::CustomContextMenu);
     window.root()->midiLearnMenu()->learn("vcf_freq");
-    EXPECT_TRUE(window.root()->midiLearnMenu()->title().contains("vcf_freq"));
+    EXPECT_TRUE(window.root()->midiLearnMenu()->title().contains("VCF Freq"));
     for (int i = 0; i < 250 && !window.root()->midiLearn().controllerFor("vcf_freq"); ++i) {
       unit->sendMIDIEvent(0xB0, 21, 64, 0);
       QTest::qWait(20);
