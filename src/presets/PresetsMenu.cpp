@@ -7,6 +7,17 @@
 #include "platform/ui/Alert.h"
 #include "presets/PresetLibrary.h"
 
+namespace {
+
+// A preset's name as a menu entry: bounded (names come from files), '&' shown as itself.
+QString entryText(const std::string& name) {
+  QString text = QString::fromStdString(name);
+  if (text.size() > 80) text = text.left(79) + QChar(0x2026);
+  return text.replace('&', QStringLiteral("&&"));
+}
+
+}  // namespace
+
 PresetsMenu::PresetsMenu(std::function<std::shared_ptr<platform::AudioUnit>()> instrument,
                          QWidget* window, QWidget* parent)
     : QMenu(tr("Presets"), parent), instrument_(std::move(instrument)), window_(window) {
@@ -57,14 +68,14 @@ void PresetsMenu::rebuild() {
   for (const presets::Preset& preset : all) {
     if (!preset.own) continue;
     const QString name = QString::fromStdString(preset.name);
-    rename->addAction(name, this, [this, unit, preset, name] {
+    rename->addAction(entryText(preset.name), this, [this, unit, preset, name] {
       bool ok = false;
       const QString newName = QInputDialog::getText(window_, tr("Rename preset"), tr("New name:"),
                                                     QLineEdit::Normal, name, &ok);
       if (ok && newName != name)
         report(presets::PresetLibrary(unit).rename(preset, newName.toStdString()));
     });
-    remove->addAction(name, this, [this, unit, preset, name] {
+    remove->addAction(entryText(preset.name), this, [this, unit, preset, name] {
       if (QMessageBox::question(window_, tr("Delete preset"),
                                 tr("Delete the preset \u201C%1\u201D?").arg(name)) ==
           QMessageBox::Yes)
@@ -81,7 +92,7 @@ void PresetsMenu::rebuild() {
       if (preset.own != own) continue;
       if (first) addSection(own ? tr("Your presets") : tr("Installed presets"));
       first = false;
-      QAction* action = addAction(QString::fromStdString(preset.name), this, [this, unit, preset] {
+      QAction* action = addAction(entryText(preset.name), this, [this, unit, preset] {
         report(presets::PresetLibrary(unit).load(preset));
       });
       action->setData(QString::fromStdString(preset.uri));
