@@ -5,6 +5,8 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QKeySequence>
+#include <QMenu>
+#include <QMenuBar>
 #include <QMimeData>
 #include <QScreen>
 #include <QShortcut>
@@ -16,8 +18,10 @@
 
 #include "app/ViewController.h"
 #include "audio/AudioEngine.h"
+#include "midi/MidiLearnMenu.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/UserDefaults.h"
+#include "presets/PresetsMenu.h"
 
 namespace app {
 namespace {
@@ -72,37 +76,67 @@ MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* m
   setWindowTitle(QStringLiteral("Pelma"));
   setAcceptDrops(true);
   root_ = new ViewController(instrumentName, midi, this);
+  menuBar_ = new QMenuBar(this);
+  menuBar_->addMenu(root_->presetsMenu());
+  menuBar_->addMenu(root_->midiLearnMenu());
   // Small enough for a 1280 x 720 screen at 150 % (853 x 480, less the panel); the layout fits the
   // instrument's editor and keeps the keyboard playable at any size above it.
   setMinimumSize(phone_ ? QSize(480, 270) : QSize(760, 420));
   const QSize designSize = phone_ ? QSize(667, 375) : QSize(1024, 768);
   resize(fitToScreen(*this, storedSize(sizeKey(phone_), designSize)));
-  root_->resize(size());
+  resizeEvent(nullptr);
   root_->viewDidLoad();
 
-  auto* quit = new QShortcut(QKeySequence::Quit, this);
-  connect(quit, &QShortcut::activated, this, &QWidget::close);
   sessions_ = std::make_unique<session::SessionController>(
       this, root_->seqController(), root_->pianoViewController(),
       [root = root_] { return root->audioEngine() ? root->audioEngine()->synthAU() : nullptr; });
   root_->setInstrumentReadyObserver([this] { sessions_->instrumentReady(); });
-  auto shortcut = [this](const QKeySequence& keys, auto action) {
+  MidiLearn& learn = root_->midiLearn();
+  sessions_->setMidiLearnPart([&learn] { return learn.toVariant(); },
+                              [this, &learn](const QVariantList& map) {
+                                const std::string problem = learn.fromVariant(map);
+                                if (!problem.empty())
+                                  sessions_->showMessage(
+                                      tr("Part of the MIDI learn map was not restored"),
+                                      QString::fromStdString(problem));
+                              });
+  learn.onChange = [this] { sessions_->changed(); };
+
+  // Each command is a window shortcut (kept working inside an embedded editor, which grabs
+  // QShortcuts) and an entry of the File or Edit menu that shows its keys.
+  QMenu* file = new QMenu(tr("&File"), this);
+  QMenu* edit = new QMenu(tr("&Edit"), this);
+  auto command = [this](QMenu* menu, const QString& text, const QKeySequence& keys, auto action) {
     connect(new QShortcut(keys, this), &QShortcut::activated, this, action);
+    QAction* entry = menu->addAction(text, this, action);
+    entry->setShortcut(keys);
+    entry->setShortcutContext(Qt::WidgetShortcut);  // shown in the menu; the shortcut acts
   };
-  shortcut(QKeySequence(Qt::CTRL | Qt::Key_O), [this] { sessions_->open(); });
-  shortcut(QKeySequence(Qt::CTRL | Qt::Key_S), [this] { sessions_->save(); });
-  shortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S), [this] { sessions_->saveAs(); });
-  shortcut(QKeySequence(Qt::CTRL | Qt::Key_Z), [this] { sessions_->undoStack()->undo(); });
-  shortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z),
-           [this] { sessions_->undoStack()->redo(); });
+  command(file, tr("&Open Session…"), QKeySequence(Qt::CTRL | Qt::Key_O),
+          [this] { sessions_->open(); });
+  command(file, tr("&Save Session"), QKeySequence(Qt::CTRL | Qt::Key_S),
+          [this] { sessions_->save(); });
+  command(file, tr("Save Session &As…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S),
+          [this] { sessions_->saveAs(); });
+  file->addSeparator();
+  command(file, tr("&Quit"), QKeySequence::Quit, [this] { close(); });
+  command(edit, tr("&Undo"), QKeySequence(Qt::CTRL | Qt::Key_Z),
+          [this] { sessions_->undoStack()->undo(); });
+  command(edit, tr("&Redo"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z),
+          [this] { sessions_->undoStack()->redo(); });
+  menuBar_->insertMenu(menuBar_->actions().value(0), file);
+  menuBar_->insertMenu(menuBar_->actions().value(1), edit);
 }
 
 MainWindow::~MainWindow() {
   root_->setInstrumentReadyObserver(nullptr);
+  root_->midiLearn().onChange = nullptr;
 }
 
 void MainWindow::resizeEvent(QResizeEvent*) {
-  root_->setGeometry(rect());
+  const int bar = menuBar_->sizeHint().height();
+  menuBar_->setGeometry(0, 0, width(), bar);
+  root_->setGeometry(rect().adjusted(0, bar, 0, 0));
 }
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {

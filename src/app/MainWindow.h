@@ -1,9 +1,10 @@
 #pragma once
 
 // The application's window: the root screen filling it; its size is remembered between launches
-// (one size for each layout). Ctrl+Q closes it; Ctrl+O, Ctrl+S and Ctrl+Shift+S open and save
-// sessions, Ctrl+Z and Ctrl+Shift+Z undo and redo pattern edits. Bank and session files dropped
-// on it are opened like those handed over by other programs.
+// (one size for each layout). A menu bar above it holds the instrument's "Presets" and "MIDI
+// learn" menus. Ctrl+Q closes it; Ctrl+O, Ctrl+S and Ctrl+Shift+S open and save sessions, Ctrl+Z
+// and Ctrl+Shift+Z undo and redo pattern edits. Bank and session files dropped on it are opened
+// like those handed over by other programs.
 
 #include <QWidget>
 #include <functional>
@@ -13,6 +14,7 @@
 #include "session/SessionController.h"
 
 class PGMidi;
+class QMenuBar;
 class ViewController;
 
 namespace app {
@@ -44,6 +46,7 @@ class MainWindow : public QWidget {
   OpenUrl openUrl_;
   ViewController* root_ = nullptr;
   std::unique_ptr<session::SessionController> sessions_;
+  QMenuBar* menuBar_ = nullptr;
   bool phone_ = false;
 };
 

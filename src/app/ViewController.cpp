@@ -10,6 +10,7 @@
 
 #include "banks/AppDelegate.h"
 #include "frameworks/pelma/PlugInEditor.h"
+#include "midi/MidiLearnMenu.h"
 #include "platform/audio/AudioComponent.h"
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Log.h"
@@ -17,6 +18,7 @@
 #include "platform/foundation/PropertyListFile.h"
 #include "platform/music/MusicPlayer.h"
 #include "platform/ui/DeviceIdiom.h"
+#include "presets/PresetsMenu.h"
 #include "ui_ViewController.h"
 
 namespace {
@@ -41,6 +43,9 @@ ViewController::ViewController(QString instrumentName, PGMidi* midi, QWidget* pa
   Ui::ViewController ui;
   ui.setupUi(this);
   auContainerView_ = ui.auContainerView;
+  presetsMenu_ = new PresetsMenu(
+      [this] { return audioEngine_ ? audioEngine_->synthAU() : nullptr; }, this, this);
+  midiLearnMenu_ = new MidiLearnMenu(midiLearn_, this);
 }
 
 ViewController::~ViewController() {
@@ -163,6 +168,7 @@ void ViewController::engineReady() {
   if (!unit) return;
   if (instrumentReadyObserver_) instrumentReadyObserver_();
   instrument_.store(audioEngine_->synth(), std::memory_order_release);
+  midiLearn_.setInstrument(unit);
   // A bank that arrives from outside is in the bank folder now: the instrument re-reads the
   // folder at once instead of at its next look. Instruments that do not know the message ignore
   // it.
@@ -230,6 +236,7 @@ void ViewController::embedPlugInView(std::shared_ptr<AudioUnitViewController> co
   platform::log("VIEW: {}", describe(P));
   if (auto* placeholder = auContainerView_->findChild<QLabel*>("auPlaceholder"))
     placeholder->hide();
+  midiLearnMenu_->attachToEditor(P);
 
   if (isPhone()) {
     const float scale = static_cast<float>(width()) / kPhoneDesignWidth;

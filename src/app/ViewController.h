@@ -21,7 +21,11 @@
 #include "frameworks/pelma/MIDIManager.h"
 #include "keyboard/PianoViewController.h"
 #include "midi/MidiEventRouter.h"
+#include "midi/MidiLearn.h"
 #include "sequencer/KRSequencerController.h"
+
+class MidiLearnMenu;
+class PresetsMenu;
 
 class ViewController : public QWidget, public MidiEventRouter {
  public:
@@ -79,6 +83,11 @@ class ViewController : public QWidget, public MidiEventRouter {
   KRSequencerController* seqController() const { return seqController_; }
   PianoViewController* pianoViewController() const { return pianoViewController_; }
   AudioEngine* audioEngine() const { return audioEngine_.get(); }
+  // The instrument's presets and MIDI learn, as menus for the window's menu bar, and the MIDI
+  // learn map (kept with the session).
+  PresetsMenu* presetsMenu() const { return presetsMenu_; }
+  MidiLearnMenu* midiLearnMenu() const { return midiLearnMenu_; }
+  MidiLearn& midiLearn() { return midiLearn_; }
 
  protected:
   // MidiEventRouter: where messages go.
@@ -117,6 +126,9 @@ class ViewController : public QWidget, public MidiEventRouter {
   std::function<void()> instrumentReadyObserver_;
   bool loaded_ = false;
   bool stopped_ = false;
+  MidiLearn midiLearn_;
+  PresetsMenu* presetsMenu_ = nullptr;      // owned by Qt
+  MidiLearnMenu* midiLearnMenu_ = nullptr;  // owned by Qt
   std::vector<std::unique_ptr<platform::MusicSequence>> aidSequences_;
   std::vector<std::unique_ptr<platform::MusicPlayer>> aidPlayers_;
 };

@@ -153,7 +153,6 @@ void SessionController::take(const ReadResult& read, const QString& path) {
   applying_ = false;
   lastPattern_ = session.pattern;
   undoStack_.clear();
-  if (restoreLearnMap_) restoreLearnMap_(session.midiLearn);
   pendingInstrument_ = session;
   if (instrument_ && instrument_()) instrumentReady();
 }
@@ -161,7 +160,12 @@ void SessionController::take(const ReadResult& read, const QString& path) {
 void SessionController::instrumentReady() {
   std::shared_ptr<platform::AudioUnit> unit = instrument_ ? instrument_() : nullptr;
   if (!unit) return;
-  if (pendingInstrument_) applyInstrument(*unit, *std::exchange(pendingInstrument_, std::nullopt));
+  // The instrument's state, then the MIDI learn map, which names the instrument's controls.
+  if (pendingInstrument_) {
+    const Session session = *std::exchange(pendingInstrument_, std::nullopt);
+    applyInstrument(*unit, session);
+    if (restoreLearnMap_) restoreLearnMap_(session.midiLearn);
+  }
   savedText_ = toJson(capture());
   updateTitle();
 }
@@ -300,7 +304,7 @@ void SessionController::setMidiLearnPart(std::function<QVariantList()> save,
                                          std::function<void(const QVariantList&)> restore) {
   saveLearnMap_ = std::move(save);
   restoreLearnMap_ = std::move(restore);
-  if (restoreLearnMap_) restoreLearnMap_(known_.midiLearn);
+  if (restoreLearnMap_ && instrument_ && instrument_()) restoreLearnMap_(known_.midiLearn);
 }
 
 void SessionController::check() {

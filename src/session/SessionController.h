@@ -81,6 +81,8 @@ class SessionController : public QObject {
                         std::function<void(const QVariantList&)> restore);
   // Something kept in the session changed outside what this controller watches.
   void changed();
+  // One message in the window (and the log), for what could not be read or written.
+  void showMessage(const QString& title, const QString& text);
 
   QUndoStack* undoStack() { return &undoStack_; }
   const QString& currentFile() const { return currentFile_; }
@@ -103,7 +105,6 @@ class SessionController : public QObject {
   void check();
   bool writeTo(const QString& path);
   void updateTitle();
-  void showMessage(const QString& title, const QString& text);
 
   QPointer<QWidget> window_;
   KRSequencerController* sequencer_;

@@ -210,9 +210,10 @@ TEST_F(ApplicationShortcuts, QuitWorksAfterAClickInTheEditor) {
   const std::string log = std::string(PELMA_TEST_OUTPUT) + "/shortcuts.log";
   ASSERT_NO_FATAL_FAILURE(startApplication({PELMA_EXECUTABLE}, log));
   ASSERT_TRUE(waitFor([&] { return readFile(log).find("(X11)") != std::string::npos; }, 10s));
-  // A panel title of the editor: it takes the focus, and the click changes no sound.
+  // A panel title of the editor (below the menu bar): it takes the focus, and the click changes
+  // no sound.
   ASSERT_EQ(runAndWait({"xdotool", "search", "--sync", "--name", "^Pelma$", "mousemove", "--window",
-                        "%1", "620", "56", "click", "1", "sleep", "0.3"}),
+                        "%1", "620", "75", "click", "1", "sleep", "0.3"}),
             0);
   // Typed as a person would (a chained "key" would be sent to the window, past the X server's
   // keyboard focus and grabs).

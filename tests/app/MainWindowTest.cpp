@@ -10,6 +10,7 @@
 #include <QDropEvent>
 #include <QMimeData>
 #include <QScreen>
+#include <QSlider>
 #include <QStyle>
 #include <QTest>
 #include <QUrl>
@@ -17,9 +18,11 @@
 #include "app/ViewController.h"
 #include "audio/AudioEngine.h"
 #include "keyboard/PianoViewController.h"
+#include "midi/MidiLearnMenu.h"
 #include "platform/app/QtMainQueue.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/UserDefaults.h"
+#include "presets/PresetsMenu.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -85,8 +88,8 @@ TEST(MainWindow, OpensWithinTheScreenWithAPlayableKeyboardWhateverSizeWasStored)
 }
 
 // The window's instrument gets the last session's state when it is made: a sound edited before a
-// quit is the sound of the next launch.
-TEST(MainWindow, TheNextLaunchPlaysTheSoundOfTheLastSession) {
+// quit is the sound of the next launch, and the controllers learned then drive it again.
+TEST(MainWindow, TheNextLaunchPlaysTheSoundOfTheLastSessionWithItsMidiLearnMap) {
   TemporaryFolder state;
   setenv("XDG_STATE_HOME", state.path().c_str(), 1);
   platform::QtMainQueue mainQueue;
@@ -101,6 +104,7 @@ TEST(MainWindow, TheNextLaunchPlaysTheSoundOfTheLastSession) {
     window.sessions()->launch(false);
     ASSERT_TRUE(instrumentOf(window));
     instrumentOf(window)->setParameterValue("osc_mix", 0.25f);
+    window.root()->midiLearn().bind(21, "osc_mix");
     window.sessions()->keepLastSession();
   }
   {
@@ -108,9 +112,65 @@ TEST(MainWindow, TheNextLaunchPlaysTheSoundOfTheLastSession) {
     window.sessions()->launch(false);
     ASSERT_TRUE(instrumentOf(window));
     EXPECT_EQ(instrumentOf(window)->parameterValue("osc_mix"), 0.25f);
+    EXPECT_EQ(window.root()->midiLearn().controllerFor("osc_mix"), 21);
   }
   platform::MainQueue::setMain(nullptr);
   unsetenv("XDG_STATE_HOME");
+}
+
+}  // namespace
+
+namespace {
+
+// The menu bar's "Presets" lists mda JX10's factory presets and loads one; "MIDI learn" binds the
+// next controller to a control chosen from the generic editor, and the editor follows the value
+// the controller sets.
+TEST(MainWindow, PresetsAndMidiLearnMenusDriveTheInstrumentAndTheEditorFollows) {
+  platform::QtMainQueue mainQueue;
+  platform::MainQueue::setMain(&mainQueue);
+  {
+    app::MainWindow window(QStringLiteral("MDA JX10"), false, nullptr, [](const std::string&) {});
+    for (int i = 0; i < 500 && !window.root()->audioUnitViewCotnroller(); ++i)
+      QTest::qWait(20);
+    ASSERT_TRUE(window.root()->audioUnitViewCotnroller());
+    auto unit = window.root()->audioEngine()->synthAU();
+    ASSERT_TRUE(unit);
+
+    PresetsMenu* presets = window.root()->presetsMenu();
+    presets->rebuild();
+    QList<QAction*> factory;
+    for (QAction* action : presets->actions()) {
+      if (action->data().toString().startsWith("http")) factory.append(action);
+    }
+    ASSERT_GE(factory.size(), 50);
+    unit->setParameterValue("vcf_freq", 0.123f);
+    factory.front()->trigger();
+    EXPECT_NE(unit->parameterValue("vcf_freq"), 0.123f);
+
+    // The generic editor's cutoff control offers MIDI learn on a right-click.
+    QWidget* cutoff = nullptr;
+    for (QWidget* control : window.findChildren<QWidget*>()) {
+      if (control->property("controlSymbol").toString() == "vcf_freq") cutoff = control;
+    }
+    ASSERT_TRUE(cutoff);
+    EXPECT_EQ(cutoff->contextMenuPolicy(), Qt::CustomContextMenu);
+    window.root()->midiLearnMenu()->learn("vcf_freq");
+    EXPECT_TRUE(window.root()->midiLearnMenu()->title().contains("VCF Freq"));
+    for (int i = 0; i < 250 && !window.root()->midiLearn().controllerFor("vcf_freq"); ++i) {
+      unit->sendMIDIEvent(0xB0, 21, 64, 0);
+      QTest::qWait(20);
+    }
+    ASSERT_EQ(window.root()->midiLearn().controllerFor("vcf_freq"), 21);
+    EXPECT_EQ(window.root()->midiLearnMenu()->title(), "MIDI learn");
+    unit->sendMIDIEvent(0xB0, 21, 0, 0);
+    auto* slider = cutoff->findChild<QSlider*>();
+    ASSERT_TRUE(slider);
+    for (int i = 0; i < 250 && slider->value() != 0; ++i)
+      QTest::qWait(20);
+    EXPECT_EQ(unit->parameterValue("vcf_freq"), 0.0f);
+    EXPECT_EQ(slider->value(), 0);
+  }
+  platform::MainQueue::setMain(nullptr);
 }
 
 }  // namespace

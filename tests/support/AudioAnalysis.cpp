@@ -71,4 +71,24 @@ std::size_t denormalCount(const float* samples, std::size_t count) {
       samples, samples + count, [](float s) { return std::fpclassify(s) == FP_SUBNORMAL; }));
 }
 
+double spectralCentroid(const float* samples, std::size_t count, double sampleRate) {
+  const std::size_t n = std::min<std::size_t>(count, 4096);
+  if (n < 2) return 0.0;
+  constexpr double pi = 3.14159265358979323846;
+  double weighted = 0.0, total = 0.0;
+  for (std::size_t bin = 1; bin < n / 2; ++bin) {
+    double re = 0.0, im = 0.0;
+    for (std::size_t i = 0; i < n; ++i) {
+      const double window = 0.5 - 0.5 * std::cos(2.0 * pi * i / (n - 1));
+      const double phase = 2.0 * pi * bin * i / n;
+      re += samples[i] * window * std::cos(phase);
+      im -= samples[i] * window * std::sin(phase);
+    }
+    const double magnitude = std::sqrt(re * re + im * im);
+    weighted += magnitude * bin * sampleRate / n;
+    total += magnitude;
+  }
+  return total > 0.0 ? weighted / total : 0.0;
+}
+
 }  // namespace testing_support

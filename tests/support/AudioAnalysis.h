@@ -20,6 +20,10 @@ double cents(double frequency, double reference);
 // The largest |second difference|: near zero for smooth signals, large at a click.
 double largestCurvature(const float* samples, std::size_t count);
 
+// The spectral centroid in Hz (the magnitude-weighted mean frequency) of the first 4096 samples
+// at most, Hann-windowed: where a filter's cutoff is heard.
+double spectralCentroid(const float* samples, std::size_t count, double sampleRate);
+
 // Samples that are NaN or infinite, and samples that are denormal.
 std::size_t nonFiniteCount(const float* samples, std::size_t count);
 std::size_t denormalCount(const float* samples, std::size_t count);

@@ -108,6 +108,7 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
   unit->findPorts();
   unit->layoutSharedBlock();
   unit->contextReader_ = unit->contextBlock_.makeReader();
+  unit->controllerReader_ = unit->controllerTable_.makeReader();
   if (outOfProcess) {
     lock.unlock();  // the host may take long to make the plug-in; lilv stays free meanwhile
     std::weak_ptr<AudioUnit> weak = unit;

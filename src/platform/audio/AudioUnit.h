@@ -15,6 +15,7 @@
 #include <lv2/atom/forge.h>
 #include <lv2/state/state.h>
 
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstdint>
@@ -26,6 +27,7 @@
 
 #include "platform/audio/AudioComponent.h"
 #include "platform/audio/AudioNode.h"
+#include "platform/audio/ControlPorts.h"
 #include "platform/audio/MidiArrival.h"
 #include "platform/foundation/AudioThread.h"
 #include "platform/foundation/ByteRing.h"
@@ -137,6 +139,10 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   bool restoreStateFromTurtle(const std::string& turtle);
   bool loadPreset(const std::string& presetUri);
   bool loadDefaultState();
+  // Main thread: the plug-in's state as lilv's state (control inputs and stored properties, files
+  // it names copied or linked into `saveFolder`), to be saved with lilv_state_save and freed by
+  // the caller; null, with one log line, for a plug-in in a process of its own.
+  LilvState* newLilvState(const std::string& saveFolder);
   // Main thread: the plug-in's presets, by name.
   std::vector<AudioUnitPreset> presets() const;
   // Main thread, while the graph does not render this instrument: makes the plug-in instance
@@ -149,6 +155,20 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   std::vector<std::string> parameterSymbols() const;
   float parameterValue(const std::string& symbol) const;
   void setParameterValue(const std::string& symbol, float value);
+
+  // MIDI learn. Main thread: from the next block on, a controller message (on any channel) for a
+  // bound controller sets that control over its range (valueForController) on the audio thread,
+  // instead of reaching the plug-in; the editors see the value as any other change. A binding
+  // whose symbol names no control input of this plug-in is left out.
+  struct ControllerBinding {
+    std::uint8_t controller = 0;  // 0..127
+    ControlPort port;
+  };
+  void setControllerBindings(const std::vector<ControllerBinding>& bindings);
+  // Main thread: while listening, the audio thread notes the number of each controller message;
+  // takeHeardController gives the last one noted (and forgets it), or -1.
+  void listenForControllers(bool listen) noexcept;
+  int takeHeardController() noexcept { return heardController_.exchange(-1); }
 
   // Audio thread, called by the graph for every block, in this order.
   // Takes the queued messages into this block's MIDI (at their offsets) and returns the block,
@@ -277,6 +297,21 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   std::uint32_t previousFrames_ = 0;
   double sentTempo_ = 0.0, sentNumerator_ = 0.0;
   std::int64_t sentDenominator_ = 0;
+
+  // MIDI learn's bindings, as the audio thread reads them: by controller number, the control
+  // input's index into controlTargets_ and its port, or -1.
+  struct ControllerTable {
+    ControllerTable() { binding.fill(-1); }
+    std::array<int, 128> binding;
+    std::vector<int> controlIndex;
+    std::vector<ControlPort> ports;
+  };
+  // Audio thread: true when `event` is a bound controller's message, which then set its control.
+  PELMA_HOT bool applyController(const ControllerTable* table, const MidiEvent& event) noexcept;
+  SnapshotPublisher<ControllerTable> controllerTable_{std::make_unique<ControllerTable>()};
+  SnapshotPublisher<ControllerTable>::Reader controllerReader_;
+  std::atomic<bool> listening_{false};
+  std::atomic<int> heardController_{-1};
 
   std::atomic<bool> runSuspended_{false}, inRun_{false};
   std::thread workerThread_;

@@ -168,4 +168,24 @@ void AudioUnit::setParameterValue(const std::string& symbol, float value) {
   controlsChanged_.store(true, std::memory_order_release);
 }
 
+void AudioUnit::setControllerBindings(const std::vector<ControllerBinding>& bindings) {
+  auto table = std::make_unique<ControllerTable>();
+  for (const ControllerBinding& binding : bindings) {
+    if (binding.controller > 127) continue;
+    const auto port = std::find_if(ports_.begin(), ports_.end(), [&](const Port& p) {
+      return p.kind == Port::controlIn && p.symbol == binding.port.symbol;
+    });
+    if (port == ports_.end()) continue;
+    table->binding[binding.controller] = static_cast<int>(table->ports.size());
+    table->controlIndex.push_back(port->controlIndex);
+    table->ports.push_back(binding.port);
+  }
+  controllerTable_.publish(std::move(table));
+}
+
+void AudioUnit::listenForControllers(bool listen) noexcept {
+  heardController_.store(-1);
+  listening_.store(listen);
+}
+
 }  // namespace platform

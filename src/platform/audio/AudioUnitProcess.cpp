@@ -31,11 +31,28 @@ MidiBlock& AudioUnit::beginBlock(std::uint32_t frames) noexcept {
     for (std::uint8_t channel = 0; channel < 16; ++channel)
       midi_.add(MidiEvent{0, 3, {static_cast<std::uint8_t>(0xB0 | channel), 123, 0}});
   }
+  const ControllerTable* controllers = controllerReader_.acquire();
   while (auto event = midiToAudio_.pop()) {
+    if (applyController(controllers, *event)) continue;
     event->frame = std::min(event->frame, frames - 1);
     if (!midi_.add(*event)) break;
   }
   return midi_;
+}
+
+// The audio thread.
+bool AudioUnit::applyController(const ControllerTable* table, const MidiEvent& event) noexcept {
+  if ((event.bytes[0] & 0xF0) != 0xB0 || event.bytes[1] > 127) return false;
+  const std::uint8_t controller = event.bytes[1];
+  if (listening_.load(std::memory_order_relaxed))
+    heardController_.store(controller, std::memory_order_relaxed);
+  const int bound = table ? table->binding[controller] : -1;
+  if (bound < 0) return false;
+  const auto index = static_cast<std::size_t>(bound);
+  controlTargets_[static_cast<std::size_t>(table->controlIndex[index])]->store(
+      valueForController(table->ports[index], event.bytes[2]), std::memory_order_relaxed);
+  controlsChanged_.store(true, std::memory_order_release);
+  return true;
 }
 
 void AudioUnit::process(std::uint32_t frames, float* const* into) noexcept {

@@ -282,6 +282,31 @@ std::vector<AudioUnitPreset> AudioUnit::presets() const {
   return result;
 }
 
+LilvState* AudioUnit::newLilvState(const std::string& saveFolder) {
+  if (!instance_) {
+    log("\"{}\" runs in a process of its own: its state cannot be taken as an LV2 state here",
+        name_);
+    return nullptr;
+  }
+  struct PortValues {
+    AudioUnit* unit;
+    float value;
+  } values{this, 0.0f};
+  const auto portValue = [](const char* symbol, void* user, uint32_t* size,
+                            uint32_t* type) -> const void* {
+    auto* values = static_cast<PortValues*>(user);
+    values->value = values->unit->parameterValue(symbol);  // lilv copies it at once
+    *size = sizeof(float);
+    *type = values->unit->mapURI(LV2_ATOM__Float);
+    return &values->value;
+  };
+  auto lock = world_->queryLock();
+  const char* folder = saveFolder.c_str();
+  return lilv_state_new_from_instance(
+      plugin_, instance_, world_->mapFeature(), nullptr, folder, folder, folder, portValue, &values,
+      LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+}
+
 bool AudioUnit::restoreFullState(const PropertyDictionary& state) {
   if (const auto* ports =
           state.count("ports") ? state.at("ports").get<PropertyDictionary>() : nullptr) {

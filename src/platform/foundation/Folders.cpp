@@ -71,9 +71,13 @@ std::filesystem::path documentsFolder() {
   return folder;
 }
 
+std::filesystem::path userLv2Folder() {
+  return home() / ".lv2";
+}
+
 std::string lv2SearchPath() {
   if (auto path = environment("LV2_PATH"); !path.empty()) return path;
-  return (home() / ".lv2").string() + ":/usr/local/lib/lv2:/usr/lib/lv2";
+  return userLv2Folder().string() + ":/usr/local/lib/lv2:/usr/lib/lv2";
 }
 
 }  // namespace platform

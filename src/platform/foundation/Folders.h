@@ -25,6 +25,9 @@ std::filesystem::path documentsFolder();
 // cannot be made or something else is in its place.
 bool makeFolder(const std::filesystem::path& folder);
 
+// The user's own LV2 folder, ~/.lv2 (not made here): where LV2 hosts save presets.
+std::filesystem::path userLv2Folder();
+
 // Where LV2 plug-ins are searched: $LV2_PATH, else the standard Linux locations.
 std::string lv2SearchPath();
 

@@ -1,10 +1,12 @@
 // Nothing on the audio thread allocates: while the player plays, the main thread edits the track
-// and changes the tempo and two threads send MIDI; on JACK, another process also plays into our
+// and changes the tempo and MIDI learn's map, and two threads send MIDI (a learned controller
+// among it); on JACK, another process also plays into our
 // MIDI input, which is read and routed on the audio thread. Every operator new and delete in this
 // program is counted when it runs inside the audio callback.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -14,6 +16,7 @@
 #include "Processes.h"
 #include "frameworks/pelma/PGMidi.h"
 #include "midi/MidiEventRouter.h"
+#include "platform/audio/ControlPorts.h"
 #include "support/LoopedBar.h"
 #include "support/StepKeys.h"
 
@@ -49,12 +52,20 @@ TEST_P(AudioThreadAllocationsOffline, NoneWhileRendering) {
   testing_support::OfflineRig rig("MDA JX10", 256, 48000.0, GetParam());
   ASSERT_EQ(rig.unit->isOutOfProcess(), GetParam() != 0);
   Session session(rig.graph);
+  // MIDI learn: controller 21 drives the cutoff, and the map is published again while rendering.
+  const auto ports = platform::controlPorts(rig.unit->uri());
+  const auto cutoff = std::find_if(ports.begin(), ports.end(),
+                                   [](const auto& p) { return p.symbol == "vcf_freq"; });
+  ASSERT_NE(cutoff, ports.end());
+  rig.unit->setControllerBindings({{21, *cutoff}});
+  rig.unit->listenForControllers(true);
   audioThreadAllocations = 0;
   std::atomic<bool> done{false};
   std::thread midi([&] {
     for (int i = 0; !done; ++i) {
       rig.unit->sendMIDIEvent(0x90, 40 + i % 20, 90, 0);
       rig.unit->sendMIDIEvent(0x80, 40 + i % 20, 0, 0);
+      rig.unit->sendMIDIEvent(0xB0, 21, static_cast<std::uint8_t>(i % 128), 0);
       std::this_thread::yield();
     }
   });
@@ -62,7 +73,9 @@ TEST_P(AudioThreadAllocationsOffline, NoneWhileRendering) {
     rig.render(2048);
     session.edit(round);
     rig.unit->sendMIDIEvent(0xE0, 0, static_cast<std::uint8_t>(round % 128), 0);
+    if (round % 20 == 0) rig.unit->setControllerBindings({{21, *cutoff}});
   }
+  EXPECT_EQ(rig.unit->takeHeardController(), 21);
   done = true;
   midi.join();
   EXPECT_EQ(audioThreadAllocations.load(), 0);
