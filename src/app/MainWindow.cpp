@@ -21,6 +21,7 @@
 #include "midi/MidiLearnMenu.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/UserDefaults.h"
+#include "platform/ui/Palette.h"
 #include "presets/PresetsMenu.h"
 
 namespace app {
@@ -77,6 +78,16 @@ MainWindow::MainWindow(const QString& instrumentName, bool phoneIdiom, PGMidi* m
   setAcceptDrops(true);
   root_ = new ViewController(instrumentName, midi, this);
   menuBar_ = new QMenuBar(this);
+  // Dark like the screens below it, with the amber of their lit buttons for the chosen entry.
+  using namespace platform::palette;
+  menuBar_->setStyleSheet(
+      QStringLiteral("QMenuBar { background-color: rgb(20, 23, 26); color: %1; }"
+                     "QMenuBar::item:selected { background-color: %2; }"
+                     "QMenu { background-color: rgb(28, 32, 36); color: %1; border: 1px solid %3; }"
+                     "QMenu::item:selected { background-color: %2; }"
+                     "QMenu::item:disabled { color: rgb(120, 128, 135); }"
+                     "QMenu::separator { height: 1px; background: %3; margin: 4px 8px; }")
+          .arg(css(kText), css(kControl), css(kBorder)));
   menuBar_->addMenu(root_->presetsMenu());
   menuBar_->addMenu(root_->midiLearnMenu());
   // Small enough for a 1280 x 720 screen at 150 % (853 x 480, less the panel); the layout fits the
