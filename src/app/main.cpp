@@ -41,8 +41,8 @@ void printUsage() {
       "  --channel N               with --listen: only MIDI channel N (1-16; default all)\n"
       "  --connect HOST:PORT       invite a network MIDI peer (its control port) at start\n"
       "  --plugin NAME|URI         the instrument to play (default \"{}\")\n"
-      "  --out-of-process          run the instrument in a process of its own (its own stored\n"
-      "                            properties and editor stay behind for now)\n"
+      "  --in-process              run the instrument inside this program, not in a process\n"
+      "                            of its own (a crash of it then ends the program)\n"
       "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
       "                            (note@beat:length[:velocity], looped over 4 beats);\n"
       "                            without it, a demo pattern from the step sequencer\n"
@@ -134,8 +134,10 @@ int main(int argc, char** argv) {
       applicationOptions.phoneIdiom = std::string_view(value) == "phone";
     } else if (argument == "--listen") {
       listen = true;
+    } else if (argument == "--in-process") {
+      platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(false);
     } else if (argument == "--out-of-process") {
-      platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
+      // The default; still accepted, as earlier versions asked for it.
     } else if (argument == "--connect") {
       // host:port, the port a number from 1 to 65535
       const std::string_view peer = needsValue() ? std::string_view(value) : std::string_view();

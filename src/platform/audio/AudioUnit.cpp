@@ -177,6 +177,11 @@ void AudioUnit::setNominalBlockLength(std::uint32_t frames) {
   frames = std::clamp<std::uint32_t>(frames, 1, maxFrames_);
   if (static_cast<std::uint32_t>(host_->nominalBlock) == frames) return;
   host_->nominalBlock = static_cast<int32_t>(frames);
+  if (process_) {
+    askPluginProcess(kNominalBlock,
+                     std::string(reinterpret_cast<const char*>(&frames), sizeof frames));
+    return;
+  }
   if (!instance_) return;
   const auto* options = static_cast<const LV2_Options_Interface*>(
       lilv_instance_get_extension_data(instance_, LV2_OPTIONS__interface));

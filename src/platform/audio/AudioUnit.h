@@ -133,6 +133,16 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   bool loadDefaultState();
   // Main thread: the plug-in's presets, by name.
   std::vector<AudioUnitPreset> presets() const;
+  // Main thread. The plug-in's state as an LV2 state in Turtle, as lilv writes it (its control
+  // inputs and stored properties; subject <urn:pelma:state>), for lilv_state_new_from_string and
+  // lilv_state_save; empty, with a log line, when it cannot be made. restoreStateFromTurtle gives
+  // such a text back, as restoreStateFromFile does.
+  std::string stateAsTurtle();
+  bool restoreStateFromTurtle(const std::string& turtle);
+  // All of the state functions above work alike for a plug-in in a process of its own: there the
+  // host process does them on its instance. When that process no longer answers, fullState
+  // gives the stored properties it last reported (so that the instrument can be made again).
+  //
   // Main thread, while the graph does not render this instrument: makes the plug-in instance
   // again at `sampleRate`, keeping its state. This object, its MIDI queue and its ports stay, so
   // whoever sends it MIDI keeps doing so; an editor given lilvInstance() must be opened again.
@@ -162,6 +172,20 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   // application wrote them) and writes the outputs there. The block's size for this plug-in:
   PELMA_HOT void runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING;
   std::size_t sharedBlockSize() const { return sharedBlockSize_; }
+  // Plug-in host process, its main thread: answers one request of askPluginProcess.
+  std::string answerRequest(const std::string& request);
+  // What a plug-in host process is asked to do on its instance, one letter each.
+  enum HostRequest : char {
+    kSaveProperties = 'p',     // answer: the stored properties as records
+    kRestoreProperties = 'r',  // argument: records
+    kSaveTurtle = 't',         // answer: stateAsTurtle
+    kRestoreTurtle = 'T',      // argument: the Turtle text
+    kRestoreFile = 'f',        // argument: the path
+    kLoadPreset = 'P',         // argument: the preset's URI
+    kLoadDefault = 'd',
+    kSampleRate = 's',    // argument: the rate, a double
+    kNominalBlock = 'n',  // argument: the frames, a uint32
+  };
 
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
   const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
@@ -199,6 +223,16 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   bool suspendRun();
   void resumeRun() { runSuspended_.store(false); }
   bool applyState(LilvState* state, const std::string& what);
+  // The plug-in's state interface, saving to `store` or restoring from `retrieve` (restoring
+  // suspends run()); false when it has none or the suspension failed.
+  bool saveProperties(LV2_State_Store_Function store, LV2_State_Handle handle);
+  bool restoreProperties(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
+  // Main thread, out of process: the host does `request` (answerRequest there) on its instance,
+  // given this side's control values; a request that may change them brings the host's back.
+  // False when the host refused or no longer answers.
+  bool askPluginProcess(HostRequest request, const std::string& argument,
+                        std::string* answer = nullptr);
+  PropertyDictionary lastProperties_;  // out of process: the stored properties last reported
   const LV2_State_Interface* stateInterface() const;
   PELMA_HOT void writeAtomInput(std::uint32_t frames) noexcept;
   void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;

@@ -158,6 +158,10 @@ void AudioUnit::resetAtomOutputs() noexcept {
 void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING {
   auto& header = *reinterpret_cast<SharedBlockHeader*>(shared);
   const std::uint32_t frames = std::clamp<std::uint32_t>(header.frames, 1, maxFrames_);
+  // As in process: while the host's main thread restores a state or makes the instance again,
+  // the block is silent (seen in this order by suspendRun).
+  inRun_.store(true);
+  const bool suspended = runSuspended_.load();
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     if (!sharedOffsets_[i]) continue;
     const Port& p = ports_[i];
@@ -169,12 +173,18 @@ void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING 
     }
   }
   resetAtomOutputs();
-  lilv_instance_run(instance_, frames);
-  deliverWorkerResponses();
+  if (!suspended) {
+    lilv_instance_run(instance_, frames);
+    deliverWorkerResponses();
+  }
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     if (!sharedOffsets_[i]) continue;
     const Port& p = ports_[i];
     std::uint8_t* to = shared + sharedOffsets_[i];
+    if (suspended && p.kind == Port::audioOut) {
+      std::memset(to, 0, frames * sizeof(float));
+      continue;
+    }
     if (p.kind == Port::controlOut) {
       std::memcpy(to, &portValues_[i], sizeof(float));
     } else if (p.kind == Port::atomOut) {
@@ -189,6 +199,7 @@ void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING 
       std::memcpy(to, audioBuffers_[p.bufferIndex].data(), frames * sizeof(float));
     }
   }
+  inRun_.store(false, std::memory_order_release);
 }
 
 }  // namespace platform

@@ -50,7 +50,45 @@ void closeFd(int& fd) {
   fd = -1;
 }
 
+constexpr std::size_t kControlPacket = 32768;
+
 }  // namespace
+
+bool sendControlMessage(int fd, const std::string& message) {
+  const std::uint64_t size = message.size();
+  if (size > kMaxControlMessage || send(fd, &size, sizeof size, MSG_NOSIGNAL) != sizeof size)
+    return false;
+  for (std::size_t at = 0; at < message.size(); at += kControlPacket) {
+    const std::size_t part = std::min(kControlPacket, message.size() - at);
+    if (send(fd, message.data() + at, part, MSG_NOSIGNAL) != static_cast<ssize_t>(part))
+      return false;
+  }
+  return true;
+}
+
+bool receiveControlMessage(int fd, std::string* message, int timeoutMilliseconds) {
+  // Waits for the next packet; its size, or -1.
+  auto receive = [&](void* into, std::size_t capacity) -> ssize_t {
+    pollfd readable{fd, POLLIN, 0};
+    int ready;
+    do {
+      ready = poll(&readable, 1, timeoutMilliseconds);
+    } while (ready < 0 && errno == EINTR);
+    if (ready <= 0) return -1;
+    const ssize_t size = recv(fd, into, capacity, MSG_DONTWAIT | MSG_TRUNC);
+    return size > static_cast<ssize_t>(capacity) ? -1 : size;
+  };
+  std::uint64_t size = 0;
+  if (receive(&size, sizeof size) != sizeof size || size > kMaxControlMessage) return false;
+  message->resize(size);
+  for (std::size_t at = 0; at < size;) {
+    const ssize_t part =
+        receive(message->data() + at, std::min<std::size_t>(kControlPacket, size - at));
+    if (part <= 0) return false;
+    at += static_cast<std::size_t>(part);
+  }
+  return true;
+}
 
 std::unique_ptr<PluginProcess> PluginProcess::start(std::shared_ptr<Lv2World> world,
                                                     const std::string& name, const std::string& uri,
@@ -143,6 +181,17 @@ std::unique_ptr<PluginProcess> PluginProcess::start(std::shared_ptr<Lv2World> wo
   process->valid_ = false;
   if (error) *error = answer.rfind("error ", 0) == 0 ? answer.substr(6) : answer;
   return nullptr;
+}
+
+bool PluginProcess::ask(const std::string& request, std::string* answer) {
+  std::lock_guard lock(askMutex_);
+  if (!valid()) return false;
+  if (sendControlMessage(control_, request) &&
+      receiveControlMessage(control_, answer, kControlAnswerSeconds * 1000))
+    return true;
+  // Dead (the watcher reports it) or silent: either way this host can no longer be trusted.
+  reportHang();
+  return false;
 }
 
 void PluginProcess::abandonStarting() {
