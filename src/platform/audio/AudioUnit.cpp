@@ -121,6 +121,8 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
         },
         error);
     if (!unit->process_) return nullptr;
+    // Joined before this unit ends (its destructor ends the process first).
+    unit->process_->setPeriodicTask([raw = unit.get()] { raw->reportedProperties(); });
   }
   unit->startInstance();
   return unit;

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -232,7 +233,11 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   // False when the host refused or no longer answers.
   bool askPluginProcess(HostRequest request, const std::string& argument,
                         std::string* answer = nullptr);
-  PropertyDictionary lastProperties_;  // out of process: the stored properties last reported
+  // Out of process, any thread: asks the host for its stored properties and keeps them; the
+  // ones kept last when it does not answer.
+  PropertyDictionary reportedProperties();
+  std::mutex propertiesMutex_;
+  PropertyDictionary lastProperties_;  // guarded by propertiesMutex_
   const LV2_State_Interface* stateInterface() const;
   PELMA_HOT void writeAtomInput(std::uint32_t frames) noexcept;
   void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;

@@ -218,20 +218,28 @@ PropertyDictionary AudioUnit::fullState() {
       ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
   }
   StateCollector collector{world_.get(), {}};
-  if (!process_) {
-    saveProperties(storeProperty, &collector);
-  } else if (std::string records; askPluginProcess(kSaveProperties, {}, &records)) {
-    forEachRecord(records, [&](const PropertyRecord& record, const char* bytes) {
-      storeProperty(&collector, record.key, bytes, record.size, record.type, record.flags);
-    });
-    lastProperties_ = collector.properties;
+  if (process_) {
+    collector.properties = reportedProperties();
   } else {
-    collector.properties = lastProperties_;
+    saveProperties(storeProperty, &collector);
   }
   return PropertyDictionary{{"uri", uri_},
                             {"name", name_},
                             {"ports", std::move(ports)},
                             {"properties", std::move(collector.properties)}};
+}
+
+PropertyDictionary AudioUnit::reportedProperties() {
+  StateCollector collector{world_.get(), {}};
+  std::string records;
+  const bool answered = askPluginProcess(kSaveProperties, {}, &records);
+  std::lock_guard lock(propertiesMutex_);
+  if (!answered) return lastProperties_;
+  forEachRecord(records, [&](const PropertyRecord& record, const char* bytes) {
+    storeProperty(&collector, record.key, bytes, record.size, record.type, record.flags);
+  });
+  lastProperties_ = collector.properties;
+  return lastProperties_;
 }
 
 bool AudioUnit::saveProperties(LV2_State_Store_Function store, LV2_State_Handle handle) {
@@ -344,7 +352,7 @@ bool AudioUnit::restoreFullState(const PropertyDictionary& state) {
   StateSource source(*world_, *properties);
   if (process_) {
     if (!askPluginProcess(kRestoreProperties, recordsOf(source))) return false;
-    lastProperties_ = *properties;
+    reportedProperties();
     return true;
   }
   return restoreProperties(retrieveProperty, &source) || !stateInterface();
@@ -410,7 +418,7 @@ bool AudioUnit::askPluginProcess(HostRequest request, const std::string& argumen
   if (answer) *answer = reply.substr(valuesAt + returned * sizeof(float));
   if (reply[0] != 'y') return false;
   // The properties a restore leaves are known at once, for a remake after a crash.
-  if (changesControls(request)) fullState();
+  if (changesControls(request)) reportedProperties();
   return true;
 }
 

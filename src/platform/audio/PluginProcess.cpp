@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -186,12 +187,34 @@ std::unique_ptr<PluginProcess> PluginProcess::start(std::shared_ptr<Lv2World> wo
 bool PluginProcess::ask(const std::string& request, std::string* answer) {
   std::lock_guard lock(askMutex_);
   if (!valid()) return false;
+  // The host may ask for URIDs while it answers: they are served here too, as the watcher may be
+  // the thread asking.
   if (sendControlMessage(control_, request) &&
+      serveUridsUntilReadable(control_, kControlAnswerSeconds * 1000) &&
       receiveControlMessage(control_, answer, kControlAnswerSeconds * 1000))
     return true;
   // Dead (the watcher reports it) or silent: either way this host can no longer be trusted.
   reportHang();
   return false;
+}
+
+bool PluginProcess::serveUridsUntilReadable(int fd, int timeoutMilliseconds) {
+  const auto giveUp =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        giveUp - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    pollfd fds[2] = {{fd, POLLIN, 0}, {urids_, POLLIN, 0}};
+    if (poll(fds, 2, static_cast<int>(left.count())) < 0 && errno != EINTR) return false;
+    if (fds[1].revents & POLLIN) serveUridRequest();
+    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) return true;
+  }
+}
+
+void PluginProcess::setPeriodicTask(std::function<void()> task) {
+  periodic_ = std::move(task);
+  periodicSet_.store(true, std::memory_order_release);
 }
 
 void PluginProcess::abandonStarting() {
@@ -220,6 +243,7 @@ PluginProcess::~PluginProcess() {
 }
 
 void PluginProcess::watch() {
+  auto nextPeriodic = std::chrono::steady_clock::now() + std::chrono::seconds(kPeriodicSeconds);
   while (!stopping_.load()) {
     pollfd fds[2] = {{pidfd_, POLLIN, 0}, {urids_, POLLIN, 0}};
     const int ready = poll(fds, 2, 50);
@@ -227,6 +251,10 @@ void PluginProcess::watch() {
     if (ready > 0 && (fds[0].revents & POLLIN)) return invalidate();  // the host died
     if (hung_.load(std::memory_order_relaxed)) return invalidate();
     if (ready > 0 && (fds[1].revents & POLLIN)) serveUridRequest();
+    if (std::chrono::steady_clock::now() >= nextPeriodic) {
+      if (periodicSet_.load(std::memory_order_acquire)) periodic_();
+      nextPeriodic = std::chrono::steady_clock::now() + std::chrono::seconds(kPeriodicSeconds);
+    }
   }
 }
 

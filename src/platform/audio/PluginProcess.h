@@ -121,11 +121,17 @@ class PluginProcess {
   // kControlAnswerSeconds: it then counts as hung and is ended.
   bool ask(const std::string& request, std::string* answer);
   static constexpr int kControlAnswerSeconds = 10;
+  // Once, after start: the watcher thread calls `task` every kPeriodicSeconds while the host
+  // works (the instrument keeps its last reported state so).
+  void setPeriodicTask(std::function<void()> task);
+  static constexpr int kPeriodicSeconds = 2;
 
  private:
   PluginProcess() = default;
   void watch();
   void invalidate();
+  // Serves URID requests until `fd` is readable; false when `timeoutMilliseconds` passed first.
+  bool serveUridsUntilReadable(int fd, int timeoutMilliseconds);
   void serveUridRequest();
 
   std::shared_ptr<Lv2World> world_;
@@ -136,6 +142,8 @@ class PluginProcess {
   void* block_ = nullptr;
   std::size_t blockSize_ = 0;
   std::function<void()> invalidated_;
+  std::function<void()> periodic_;
+  std::atomic<bool> periodicSet_{false};
   std::atomic<bool> valid_{true}, hung_{false}, stopping_{false};
   std::atomic<bool> abandoned_{false};  // killed while starting because the application quits
   bool reaped_ = false;                 // watcher thread, then the destructor after joining it
