@@ -288,6 +288,9 @@ void requestViewController(
     }
     QWidget* view = unit ? makeGenericEditor(unit, owner, ownNeedsThisProcess) : nullptr;
     if (view) platform::log("Plug-in editor: generic, from the ports of {}", unit->name());
+    if (view && ownNeedsThisProcess)
+      platform::log("Plug-in editor: {}: its own editor needs it in this process (--in-process)",
+                    unit->name());
     completion(std::make_shared<AudioUnitViewController>(view));
   });
 }
