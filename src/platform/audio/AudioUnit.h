@@ -255,6 +255,9 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   std::size_t sharedBlockSize_ = 0;
   std::uint32_t blockNumber_ = 0;   // audio thread: the last block handed over
   std::uint32_t missedFrames_ = 0;  // audio thread: frames since the host last answered
+  // Audio thread: the input events of blocks not handed over (the host was still busy), an atom
+  // sequence given to the host at the start of the next block handed over.
+  std::vector<std::uint8_t> carriedInput_;
   std::atomic<bool> realTime_{true};
   PELMA_HOT void silenceNonFiniteOutput(std::uint32_t frames, float* const* into) noexcept;
   bool nonFiniteReported_ = false;  // audio thread

@@ -10,6 +10,7 @@
 
 #include <any>
 #include <cmath>
+#include <fstream>
 #include <map>
 #include <thread>
 
@@ -28,6 +29,19 @@ constexpr std::uint32_t kOutOfProcess = kAudioComponentInstantiationLoadOutOfPro
 
 bool processExists(int pid) {
   return pid > 0 && kill(pid, 0) == 0;
+}
+
+// Waits until the process is stopped (a signal takes effect a moment after it was sent).
+bool waitUntilStopped(int pid) {
+  for (int tries = 0; tries < 500; ++tries) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    const auto end = line.rfind(')');  // the state follows the command's name
+    if (end != std::string::npos && line.size() > end + 2 && line[end + 2] == 'T') return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return false;
 }
 
 // Counts the invalidation notifications posted on the main queue, with their senders.
@@ -264,6 +278,26 @@ TEST(PluginProcess, AStoppedInstrumentKeepsTheStateItLastReported) {
   const auto sound = playNote(remade);
   EXPECT_EQ(sound, playNote(inside));
   EXPECT_NE(sound, playNote(plain));  // the patch chosen, not the default one
+}
+
+// A host still busy with a late block is not handed the next one; what that block carried (a
+// note, an editor's request) reaches the plug-in with the block after, not lost.
+TEST(PluginProcess, WhatABusyHostMissedReachesItInTheNextBlock) {
+  OfflineRig rig("Pelma", 256, 48000.0, kOutOfProcess);
+  rig.render(1024);
+  const int pid = rig.unit->pluginProcessId();
+  ASSERT_EQ(kill(pid, SIGSTOP), 0);
+  ASSERT_TRUE(waitUntilStopped(pid));
+  rig.render(256);  // no answer in time: silent
+  rig.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  const auto missed = rig.render(256);  // the host is still on the block before
+  ASSERT_EQ(kill(pid, SIGCONT), 0);
+  EXPECT_EQ(rms(missed.data(), missed.size()), 0.0);
+  // Not faster than real time: the host gets going again meanwhile.
+  const auto played =
+      rig.render(9600, [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); });
+  EXPECT_GT(rms(played.data(), played.size()), 0.01);
+  EXPECT_TRUE(rig.unit->isValid());
 }
 
 }  // namespace
