@@ -228,9 +228,9 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   // suspends run()); false when it has none or the suspension failed.
   bool saveProperties(LV2_State_Store_Function store, LV2_State_Handle handle);
   bool restoreProperties(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
-  // Main thread, out of process: the host does `request` (answerRequest there) on its instance,
-  // given this side's control values; a request that may change them brings the host's back.
-  // False when the host refused or no longer answers.
+  // Out of process, not the audio thread: the host does `request` (answerRequest there) on its
+  // instance, given this side's control values; a request that may change them brings the
+  // host's back. False when the host refused or no longer answers.
   bool askPluginProcess(HostRequest request, const std::string& argument,
                         std::string* answer = nullptr);
   // Out of process, any thread: asks the host for its stored properties and keeps them; the
