@@ -51,8 +51,8 @@ void printUsage() {
       "  --exact-name              refuse to start when the JACK name is taken\n"
       "  --no-connect              make no JACK connection, audio or MIDI: leave them to you\n"
       "                            or the session manager\n"
-      "  --out-of-process          run the instrument in a process of its own (its own stored\n"
-      "                            properties and editor stay behind for now)\n"
+      "  --in-process              run the instrument inside this program, not in a process\n"
+      "                            of its own (a crash of it then ends the program)\n"
       "  --notes LIST              the pattern, e.g. 60@0:0.5,64@1:0.5:90\n"
       "                            (note@beat:length[:velocity], looped over 4 beats);\n"
       "                            without it, a demo pattern from the step sequencer\n"
@@ -157,8 +157,10 @@ int main(int argc, char** argv) {
       jack.exactName = true;
     } else if (argument == "--no-connect") {
       jack.connect = false;
+    } else if (argument == "--in-process") {
+      platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(false);
     } else if (argument == "--out-of-process") {
-      platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
+      // The default; still accepted, as earlier versions asked for it.
     } else if (argument == "--connect") {
       // host:port, the port a number from 1 to 65535
       const std::string_view peer = needsValue() ? std::string_view(value) : std::string_view();

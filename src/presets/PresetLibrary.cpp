@@ -271,10 +271,31 @@ std::string PresetLibrary::writeBundle(void* stateHandle, const std::string& nam
   return {};
 }
 
+std::shared_ptr<platform::AudioUnit> PresetLibrary::offGraphInstance() const {
+  auto world = platform::Lv2World::shared();
+  const auto lock = world->queryLock();
+  LilvNode* pluginUri = lilv_new_uri(world->world(), unit_->uri().c_str());
+  const LilvPlugin* plugin =
+      lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world->world()), pluginUri);
+  lilv_node_free(pluginUri);
+  std::string failure;
+  return plugin ? platform::AudioUnit::create(world, plugin, unit_->sampleRate(),
+                                              unit_->maximumFramesToRender(), &failure)
+                : nullptr;
+}
+
 std::string PresetLibrary::save(const std::string& name) {
   if (cleanLabel(name).empty()) return "A preset needs a name.";
   const fs::path bundle = bundleFor(name);
   LilvState* state = unit_->newLilvState(bundle.string());
+  if (!state) {
+    // An instrument in a process of its own gives its state as text; an instance here, off the
+    // audio graph, takes it and gives it back in the form lilv saves.
+    const std::string turtle = unit_->stateAsTurtle();
+    auto scratch = turtle.empty() ? nullptr : offGraphInstance();
+    if (scratch && scratch->restoreStateFromTurtle(turtle))
+      state = scratch->newLilvState(bundle.string());
+  }
   if (!state)
     return fmt::format("The preset {} could not be saved: {} cannot give its state here.",
                        quoted(name), unit_->name());
@@ -297,16 +318,7 @@ std::string PresetLibrary::rename(const Preset& preset, const std::string& newNa
   // lilv saves only states taken from an instance: a second instance of the plug-in, off the
   // audio graph, takes the preset and gives it back under its new name; the sound playing
   // meanwhile is not touched.
-  auto world = platform::Lv2World::shared();
-  const auto lock = world->queryLock();
-  LilvNode* pluginUri = lilv_new_uri(world->world(), unit_->uri().c_str());
-  const LilvPlugin* plugin =
-      lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world->world()), pluginUri);
-  lilv_node_free(pluginUri);
-  std::string failure;
-  auto scratch = plugin ? platform::AudioUnit::create(world, plugin, unit_->sampleRate(),
-                                                      unit_->maximumFramesToRender(), &failure)
-                        : nullptr;
+  auto scratch = offGraphInstance();
   LilvState* state = scratch && scratch->loadPreset(preset.uri)
                          ? scratch->newLilvState(newBundle.string())
                          : nullptr;

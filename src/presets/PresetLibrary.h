@@ -56,6 +56,9 @@ class PresetLibrary {
   std::filesystem::path bundleFor(const std::string& name) const;
 
  private:
+  // A second instance of the instrument in this process, off the audio graph: lilv saves only
+  // states taken from an instance, and the one playing may run in a process of its own.
+  std::shared_ptr<platform::AudioUnit> offGraphInstance() const;
   std::string writeBundle(void* state, const std::string& name);
   std::shared_ptr<platform::AudioUnit> unit_;
 };

@@ -182,12 +182,6 @@ void SessionController::applyInstrument(platform::AudioUnit& unit, const Session
                 tr("It was made with %1, not with %2, which plays now: its pattern is open; its "
                    "sound is used when Pelma starts with the session (pelma FILE).")
                     .arg(session.instrumentUri, QString::fromStdString(unit.name())));
-  } else if (!session.instrumentState.isEmpty() && !unit.lilvInstance()) {
-    // In a process of its own the instrument takes no state yet; the session keeps it unchanged.
-    platform::log(
-        "\"{}\" runs in a process of its own: the session's state of it is kept, not "
-        "given to it",
-        unit.name());
   } else if (!session.instrumentState.isEmpty() &&
              !unit.restoreStateFromTurtle(session.instrumentState.toStdString())) {
     showMessage(tr("The instrument's sound could not be restored"),

@@ -28,7 +28,13 @@ namespace {
 using namespace std::chrono_literals;
 using namespace testing_support;
 
-class ApplicationWindow : public ::testing::TestWithParam<const char*> {
+// An instrument, in a process of its own (the default) or with --in-process.
+struct Instrument {
+  const char* name;
+  bool inProcess;
+};
+
+class ApplicationWindow : public ::testing::TestWithParam<Instrument> {
  protected:
   void SetUp() override {
     // Preferences of their own: a window size or MIDI choice kept by another run (or the user's)
@@ -97,22 +103,29 @@ class ApplicationWindow : public ::testing::TestWithParam<const char*> {
 };
 
 TEST_P(ApplicationWindow, StartsShowsTheEditorAndPlaysFromTheKeyboardAndFromMidi) {
-  const std::string instrument = GetParam();
+  const std::string instrument = GetParam().name;
 #ifdef PELMA_REALTIME_SANITIZER
   // synthv1's own run() calls into Qt on the audio thread, which RealtimeSanitizer stops: that is
   // the plug-in's, not the host's; the host's audio path is checked with the other instruments.
   if (instrument == "synthv1") GTEST_SKIP() << "synthv1 is not real-time safe itself";
 #endif
-  std::string fileName = "window-" + instrument;
+  std::string fileName = "window-" + instrument + (GetParam().inProcess ? "-in-process" : "");
   std::replace(fileName.begin(), fileName.end(), ' ', '-');
   const std::string log = std::string(PELMA_TEST_OUTPUT) + "/" + fileName + ".log";
-  ASSERT_NO_FATAL_FAILURE(startApplication({PELMA_EXECUTABLE, "--plugin", instrument}, log));
+  std::vector<std::string> arguments = {PELMA_EXECUTABLE, "--plugin", instrument};
+  if (GetParam().inProcess) arguments.emplace_back("--in-process");
+  ASSERT_NO_FATAL_FAILURE(startApplication(arguments, log));
   const std::string text = readFile(log);
   EXPECT_NE(text.find("Checking components"), std::string::npos);
   EXPECT_NE(text.find("GOT IT"), std::string::npos);
-  // synthv1 and Pelma bring their own X11 editors; mda JX10 has none: the generic one.
-  const bool ownEditor = instrument == "synthv1" || instrument == "Pelma";
+  // synthv1 and Pelma bring their own X11 editors; mda JX10 has none: the generic one. Pelma's
+  // works through ports and messages and opens for the plug-in in its own process too; synthv1's
+  // reaches into the plug-in (instance-access) and opens only in process, else the generic one
+  // says why.
+  const bool ownEditor = instrument == "Pelma" || (instrument == "synthv1" && GetParam().inProcess);
   EXPECT_NE(text.find(ownEditor ? "(X11)" : "Plug-in editor: generic"), std::string::npos);
+  EXPECT_EQ(text.find("its own editor needs it in this process") != std::string::npos,
+            instrument == "synthv1" && !GetParam().inProcess);
 
   JackListener listener;
   // The JACK client is named after the instrument, its MIDI input after the host.
@@ -228,10 +241,14 @@ TEST_F(ApplicationShortcuts, QuitWorksAfterAClickInTheEditor) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Instruments, ApplicationWindow,
-                         ::testing::Values("Pelma", "MDA JX10", "synthv1"), [](const auto& info) {
-                           std::string name = info.param;
+                         ::testing::Values(Instrument{"Pelma", false},
+                                           Instrument{"MDA JX10", false},
+                                           Instrument{"synthv1", false},
+                                           Instrument{"synthv1", true}),
+                         [](const auto& info) {
+                           std::string name = info.param.name;
                            std::erase(name, ' ');
-                           return name;
+                           return name + (info.param.inProcess ? "InProcess" : "");
                          });
 
 }  // namespace

@@ -63,8 +63,6 @@ class ViewControllerTest : public ::testing::Test {
 // The instrument's own process is killed: the editor's place says it stopped and offers to make
 // it again, which brings the same instrument back, with its control values.
 TEST_F(ViewControllerTest, AnInstrumentThatStoppedIsShownAndMadeAgainWithItsValues) {
-  auto& manager = platform::AudioUnitComponentManager::shared();
-  manager.setOutOfProcessEnabled(true);
   load(UserInterfaceIdiom::pad, {1024, 768});
   const auto first = screen->audioEngine()->synthAU();
   ASSERT_TRUE(first->isOutOfProcess());
@@ -88,7 +86,6 @@ TEST_F(ViewControllerTest, AnInstrumentThatStoppedIsShownAndMadeAgainWithItsValu
   EXPECT_EQ(remade->parameterValue("vcf_freq"), 0.25f);
   QTest::qWait(50);
   EXPECT_EQ(screen->auContainerView()->findChild<QWidget*>("instrumentStopped"), nullptr);
-  manager.setOutOfProcessEnabled(false);
 }
 
 TEST_F(ViewControllerTest, PhoneOf667PointsStacksEditorStripAndKeyboard) {

@@ -123,7 +123,6 @@ TEST_F(AudioEngineTest, EveryEngineLogsAnInvalidatedInstrument) {
 // An instrument in a process of its own that crashes while playing: the engine logs it once, in
 // the Part's words, and keeps running, silent.
 TEST_F(AudioEngineTest, AnInstrumentThatCrashesInItsOwnProcessIsLoggedOnceAndTheEngineRunsOn) {
-  platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
   AudioEngine engine;
   platform::LogCapture log;
   ASSERT_TRUE(setUp(engine, testing_support::instrumentNamed("Hostile Segfault")));
@@ -140,7 +139,6 @@ TEST_F(AudioEngineTest, AnInstrumentThatCrashesInItsOwnProcessIsLoggedOnceAndThe
   EXPECT_TRUE(engine.getAVAudioEngine()->isRunning());
   const auto lines = log.lines();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1);
-  platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(false);
 }
 
 // An instrument still loading when the application quits would use what exit destroys.

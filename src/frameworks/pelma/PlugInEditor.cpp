@@ -123,7 +123,9 @@ class ControlView : public QWidget {
 
 constexpr int kColumnsPerGroup = 4;
 
-QWidget* makeGenericEditor(std::shared_ptr<platform::AudioUnit> unit, QWidget* owner) {
+// `ownEditorLeftOut`: the plug-in's own editor needs the plug-in in this process; one line says so.
+QWidget* makeGenericEditor(std::shared_ptr<platform::AudioUnit> unit, QWidget* owner,
+                           bool ownEditorLeftOut) {
   auto* scroll = new QScrollArea(owner);
   scroll->setObjectName("genericEditor");
   scroll->setWidgetResizable(true);
@@ -144,6 +146,14 @@ QWidget* makeGenericEditor(std::shared_ptr<platform::AudioUnit> unit, QWidget* o
   auto* title = new QLabel(QString::fromStdString(unit->name()), content);
   title->setObjectName("editorTitle");
   layout->addWidget(title);
+  if (ownEditorLeftOut) {
+    auto* notice =
+        new QLabel(QStringLiteral("Its own editor opens only with pelma --in-process (it needs the "
+                                  "instrument in this process)."),
+                   content);
+    notice->setObjectName("ownEditorNotice");
+    layout->addWidget(notice);
+  }
 
   std::vector<ControlView*> controls;
   std::map<std::string, QGridLayout*> groups;
@@ -184,13 +194,16 @@ void requestViewController(
     std::shared_ptr<platform::AudioUnit> unit, QWidget* owner,
     std::function<void(std::shared_ptr<AudioUnitViewController>)> completion) {
   platform::dispatchAsyncMain([unit, owner, completion] {
-    // A plug-in in a process of its own has no instance here for its own editor to reach.
-    if (auto own = unit && !unit->isOutOfProcess() ? makeX11Editor(unit, owner) : nullptr) {
+    bool ownNeedsThisProcess = false;
+    if (auto own = unit ? makeX11Editor(unit, owner, &ownNeedsThisProcess) : nullptr) {
       completion(std::move(own));
       return;
     }
-    QWidget* view = unit ? makeGenericEditor(unit, owner) : nullptr;
+    QWidget* view = unit ? makeGenericEditor(unit, owner, ownNeedsThisProcess) : nullptr;
     if (view) platform::log("Plug-in editor: generic, from the ports of {}", unit->name());
+    if (view && ownNeedsThisProcess)
+      platform::log("Plug-in editor: {}: its own editor needs it in this process (--in-process)",
+                    unit->name());
     completion(std::make_shared<AudioUnitViewController>(view));
   });
 }

@@ -11,6 +11,7 @@
 #include <dlfcn.h>
 #include <lilv/lilv.h>
 #include <lv2/atom/atom.h>
+#include <lv2/core/lv2.h>
 #include <lv2/data-access/data-access.h>
 #include <lv2/instance-access/instance-access.h>
 #include <lv2/options/options.h>
@@ -80,7 +81,8 @@ class X11EditorView : public QWidget {
 
     auto world = platform::Lv2World::shared();
     LilvInstance* instance = unit_->lilvInstance();
-    extensionData_.data_access = lilv_instance_get_descriptor(instance)->extension_data;
+    if (instance)
+      extensionData_.data_access = lilv_instance_get_descriptor(instance)->extension_data;
     // The editor's wish; the host's layout may size the view differently afterwards.
     resize_ = {this, [](LV2UI_Feature_Handle self, int width, int height) {
                  static_cast<X11EditorView*>(self)->resize(width, height);
@@ -114,15 +116,17 @@ class X11EditorView : public QWidget {
     const LV2_Feature resize{LV2_UI__resize, &resize_};
     const LV2_Feature map{LV2_URID__map, world->mapFeature()};
     const LV2_Feature unmap{LV2_URID__unmap, world->unmapFeature()};
-    const LV2_Feature instanceAccess{LV2_INSTANCE_ACCESS_URI, lilv_instance_get_handle(instance)};
+    const LV2_Feature instanceAccess{LV2_INSTANCE_ACCESS_URI,
+                                     instance ? lilv_instance_get_handle(instance) : nullptr};
     const LV2_Feature dataAccess{LV2_DATA_ACCESS_URI, &extensionData_};
     const LV2_Feature portMap{LV2_UI__portMap, &portMap_};
     const LV2_Feature subscribe{LV2_UI__portSubscribe, &subscribe_};
     const LV2_Feature idle{LV2_UI__idleInterface, nullptr};
     const LV2_Feature options{LV2_OPTIONS__options, options_};
-    const LV2_Feature* features[] = {&parent,         &resize,     &map,     &unmap,
-                                     &instanceAccess, &dataAccess, &portMap, &subscribe,
-                                     &idle,           &options,    nullptr};
+    const LV2_Feature* features[] = {&parent,         &resize,     &map,   &unmap,
+                                     &portMap,        &subscribe,  &idle,  &options,
+                                     &instanceAccess, &dataAccess, nullptr};
+    if (!instance) features[8] = nullptr;  // nothing of the plug-in to reach in this process
 
     LV2UI_Widget widget = nullptr;
     handle_ = descriptor_->instantiate(descriptor_, pluginUri.c_str(), bundle.c_str(), write, this,
@@ -277,7 +281,8 @@ std::string filePath(const LilvNode* uri) {
 }  // namespace
 
 std::shared_ptr<AudioUnitViewController> makeX11Editor(std::shared_ptr<platform::AudioUnit> unit,
-                                                       QWidget* owner) {
+                                                       QWidget* owner, bool* needsThisProcess) {
+  if (needsThisProcess) *needsThisProcess = false;
   if (!unit || QGuiApplication::platformName() != QStringLiteral("xcb")) return nullptr;
   // What the editor needs from the lilv world, read under its lock; the module loads after.
   std::string binary, bundle, uiUri;
@@ -296,12 +301,19 @@ std::shared_ptr<AudioUnitViewController> makeX11Editor(std::shared_ptr<platform:
     LilvUIs* uis = lilv_plugin_get_uis(plugin);
     LILV_FOREACH(uis, it, uis) {
       const LilvUI* ui = lilv_uis_get(uis, it);
-      if (lilv_ui_is_a(ui, x11) && !isForeignToolkit(filePath(lilv_ui_get_binary_uri(ui)))) {
-        binary = filePath(lilv_ui_get_binary_uri(ui));
-        bundle = filePath(lilv_ui_get_bundle_uri(ui));
-        uiUri = lilv_node_as_uri(lilv_ui_get_uri(ui));
-        break;
+      if (!lilv_ui_is_a(ui, x11) || isForeignToolkit(filePath(lilv_ui_get_binary_uri(ui))))
+        continue;
+      const LilvNode* required = world->node(LV2_CORE__requiredFeature);
+      if (unit->isOutOfProcess() &&
+          (lilv_world_ask(w, lilv_ui_get_uri(ui), required, world->node(LV2_INSTANCE_ACCESS_URI)) ||
+           lilv_world_ask(w, lilv_ui_get_uri(ui), required, world->node(LV2_DATA_ACCESS_URI)))) {
+        if (needsThisProcess) *needsThisProcess = true;
+        continue;
       }
+      binary = filePath(lilv_ui_get_binary_uri(ui));
+      bundle = filePath(lilv_ui_get_bundle_uri(ui));
+      uiUri = lilv_node_as_uri(lilv_ui_get_uri(ui));
+      break;
     }
     lilv_uis_free(uis);
     const LilvNode* input = world->node(LV2_CORE__InputPort);

@@ -8,7 +8,9 @@
 // its lock-free control inputs. Messages pass both ways as atom:eventTransfer: the editor's reach
 // the plug-in's atom control input in the next block, and the plug-in's atom outputs and control
 // outputs reach the editor at its next idle tick. When the view is resized, an editor that offers
-// ui:resize follows. Only on the X11 (xcb) platform; never a Qt 5 or Gtk editor.
+// ui:resize follows. Only on the X11 (xcb) platform; never a Qt 5 or Gtk editor. Without an
+// instance in this process (a plug-in in a process of its own), instance-access and data-access
+// are not offered.
 
 #include <QWidget>
 #include <memory>
@@ -17,6 +19,10 @@
 #include "platform/audio/AudioUnit.h"
 
 // The plug-in's X11 editor in a new widget of `owner`, or null (with no log line) when the plug-in
-// has none this host can embed, or (with one log line) when it fails to load.
+// has none this host can embed, or (with one log line) when it fails to load. For a plug-in in a
+// process of its own only an editor that needs neither instance-access nor data-access can open
+// here (it works through ports and messages, which cross); `needsThisProcess` then tells whether
+// an editor was left out for that reason.
 std::shared_ptr<AudioUnitViewController> makeX11Editor(std::shared_ptr<platform::AudioUnit> unit,
-                                                       QWidget* owner);
+                                                       QWidget* owner,
+                                                       bool* needsThisProcess = nullptr);

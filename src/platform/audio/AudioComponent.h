@@ -73,8 +73,8 @@ class AudioUnitComponentManager {
   void instantiate(const AudioComponentDescription& description, double sampleRate,
                    std::uint32_t maxFrames, std::uint32_t options, Completion completion);
 
-  // Whether kAudioComponentInstantiationLoadOutOfProcess is honoured (off by default: a plug-in
-  // in its own process does not yet keep its own stored properties or open its own editor).
+  // Whether kAudioComponentInstantiationLoadOutOfProcess is honoured (on unless turned off, as
+  // `pelma --in-process` does).
   void setOutOfProcessEnabled(bool enabled) { outOfProcessEnabled_ = enabled; }
   bool outOfProcessEnabled() const { return outOfProcessEnabled_; }
 
@@ -90,7 +90,7 @@ class AudioUnitComponentManager {
 
  private:
   std::vector<std::thread> instantiations_;  // main thread
-  std::atomic<bool> outOfProcessEnabled_{false};
+  std::atomic<bool> outOfProcessEnabled_{true};
 };
 
 }  // namespace platform

@@ -110,6 +110,9 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
   unit->contextReader_ = unit->contextBlock_.makeReader();
   unit->controllerReader_ = unit->controllerTable_.makeReader();
   if (outOfProcess) {
+    unit->carriedInput_.assign(kAtomBufferSize, 0);
+    auto* carried = reinterpret_cast<LV2_Atom_Sequence*>(unit->carriedInput_.data());
+    carried->atom = {sizeof(LV2_Atom_Sequence_Body), world->map(LV2_ATOM__Sequence)};
     lock.unlock();  // the host may take long to make the plug-in; lilv stays free meanwhile
     std::weak_ptr<AudioUnit> weak = unit;
     unit->process_ = PluginProcess::start(
@@ -122,6 +125,8 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
         },
         error);
     if (!unit->process_) return nullptr;
+    // Joined before this unit ends (its destructor ends the process first).
+    unit->process_->setPeriodicTask([raw = unit.get()] { raw->reportedProperties(); });
   }
   unit->startInstance();
   return unit;
@@ -178,6 +183,11 @@ void AudioUnit::setNominalBlockLength(std::uint32_t frames) {
   frames = std::clamp<std::uint32_t>(frames, 1, maxFrames_);
   if (static_cast<std::uint32_t>(host_->nominalBlock) == frames) return;
   host_->nominalBlock = static_cast<int32_t>(frames);
+  if (process_) {
+    askPluginProcess(kNominalBlock,
+                     std::string(reinterpret_cast<const char*>(&frames), sizeof frames));
+    return;
+  }
   if (!instance_) return;
   const auto* options = static_cast<const LV2_Options_Interface*>(
       lilv_instance_get_extension_data(instance_, LV2_OPTIONS__interface));

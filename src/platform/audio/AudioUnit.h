@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -131,12 +132,6 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   // state when it has one). False, with one log line, when the state cannot be read.
   bool restoreFullState(const PropertyDictionary& state);
   bool restoreStateFromFile(const std::string& path);
-  // Main thread. The state as LV2 state Turtle text (lilv's state form, as preset files hold it:
-  // control inputs and stored properties), and a state restored from such text. Empty text, and
-  // false, where there is no instance in this process; false, with a log line, for text that
-  // holds no state.
-  std::string stateAsTurtle();
-  bool restoreStateFromTurtle(const std::string& turtle);
   bool loadPreset(const std::string& presetUri);
   bool loadDefaultState();
   // Main thread: the plug-in's state as lilv's state (control inputs and stored properties, files
@@ -145,6 +140,16 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   LilvState* newLilvState(const std::string& saveFolder);
   // Main thread: the plug-in's presets, by name.
   std::vector<AudioUnitPreset> presets() const;
+  // Main thread. The plug-in's state as an LV2 state in Turtle, as lilv writes it (its control
+  // inputs and stored properties; subject <urn:pelma:state>), for lilv_state_new_from_string and
+  // lilv_state_save; empty, with a log line, when it cannot be made. restoreStateFromTurtle gives
+  // such a text back, as restoreStateFromFile does.
+  std::string stateAsTurtle();
+  bool restoreStateFromTurtle(const std::string& turtle);
+  // All of the state functions above work alike for a plug-in in a process of its own: there the
+  // host process does them on its instance. When that process no longer answers, fullState
+  // gives the stored properties it last reported (so that the instrument can be made again).
+  //
   // Main thread, while the graph does not render this instrument: makes the plug-in instance
   // again at `sampleRate`, keeping its state. This object, its MIDI queue and its ports stay, so
   // whoever sends it MIDI keeps doing so; an editor given lilvInstance() must be opened again.
@@ -188,6 +193,20 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   // application wrote them) and writes the outputs there. The block's size for this plug-in:
   PELMA_HOT void runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING;
   std::size_t sharedBlockSize() const { return sharedBlockSize_; }
+  // Plug-in host process, its main thread: answers one request of askPluginProcess.
+  std::string answerRequest(const std::string& request);
+  // What a plug-in host process is asked to do on its instance, one letter each.
+  enum HostRequest : char {
+    kSaveProperties = 'p',     // answer: the stored properties as records
+    kRestoreProperties = 'r',  // argument: records
+    kSaveTurtle = 't',         // answer: stateAsTurtle
+    kRestoreTurtle = 'T',      // argument: the Turtle text
+    kRestoreFile = 'f',        // argument: the path
+    kLoadPreset = 'P',         // argument: the preset's URI
+    kLoadDefault = 'd',
+    kSampleRate = 's',    // argument: the rate, a double
+    kNominalBlock = 'n',  // argument: the frames, a uint32
+  };
 
   // The MIDI the plug-in received in the last block (for tests that check timing and order).
   const MidiBlock& lastBlockMidi() const noexcept { return midi_; }
@@ -225,6 +244,20 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   bool suspendRun();
   void resumeRun() { runSuspended_.store(false); }
   bool applyState(LilvState* state, const std::string& what);
+  // The plug-in's state interface, saving to `store` or restoring from `retrieve` (restoring
+  // suspends run()); false when it has none or the suspension failed.
+  bool saveProperties(LV2_State_Store_Function store, LV2_State_Handle handle);
+  bool restoreProperties(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
+  // Out of process, not the audio thread: the host does `request` (answerRequest there) on its
+  // instance, given this side's control values; a request that may change them brings the
+  // host's back. False when the host refused or no longer answers.
+  bool askPluginProcess(HostRequest request, const std::string& argument,
+                        std::string* answer = nullptr);
+  // Out of process, any thread: asks the host for its stored properties and keeps them; the
+  // ones kept last when it does not answer.
+  PropertyDictionary reportedProperties();
+  std::mutex propertiesMutex_;
+  PropertyDictionary lastProperties_;  // guarded by propertiesMutex_
   const LV2_State_Interface* stateInterface() const;
   PELMA_HOT void writeAtomInput(std::uint32_t frames) noexcept;
   void writeTimePosition(LV2_Atom_Forge& forge, std::uint32_t frames) noexcept;
@@ -242,6 +275,9 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   std::size_t sharedBlockSize_ = 0;
   std::uint32_t blockNumber_ = 0;   // audio thread: the last block handed over
   std::uint32_t missedFrames_ = 0;  // audio thread: frames since the host last answered
+  // Audio thread: the input events of blocks not handed over (the host was still busy), an atom
+  // sequence given to the host at the start of the next block handed over.
+  std::vector<std::uint8_t> carriedInput_;
   std::atomic<bool> realTime_{true};
   PELMA_HOT void silenceNonFiniteOutput(std::uint32_t frames, float* const* into) noexcept;
   bool nonFiniteReported_ = false;  // audio thread

@@ -56,6 +56,25 @@ void copySequence(std::uint8_t* to, std::uint32_t capacity, const std::uint8_t* 
   sequence->atom.size = used;
 }
 
+// Appends the events of `from` to the sequence `to` (of `capacity` bytes in all), at frame 0 when
+// `atFrameZero`; stops at the first event that does not fit.
+void appendEvents(LV2_Atom_Sequence* to, std::uint32_t capacity, const LV2_Atom_Sequence* from,
+                  bool atFrameZero) noexcept {
+  LV2_ATOM_SEQUENCE_FOREACH(from, event) {
+    const std::uint32_t size = sizeof(LV2_Atom_Event) + lv2_atom_pad_size(event->body.size);
+    if (sizeof(LV2_Atom) + to->atom.size + size > capacity) return;
+    auto* copy = reinterpret_cast<LV2_Atom_Event*>(reinterpret_cast<std::uint8_t*>(&to->body) +
+                                                   to->atom.size);
+    std::memcpy(copy, event, sizeof(LV2_Atom_Event) + event->body.size);
+    if (atFrameZero) copy->time.frames = 0;
+    to->atom.size += size;
+  }
+}
+
+bool hasEvents(const LV2_Atom_Sequence* sequence) noexcept {
+  return sequence->atom.size > sizeof(LV2_Atom_Sequence_Body);
+}
+
 }  // namespace
 
 void AudioUnit::layoutSharedBlock() {
@@ -86,8 +105,14 @@ bool AudioUnit::exchangeWithPluginProcess(std::uint32_t frames, float* const* in
   if (!host.valid()) return false;
   SharedBlockHeader& header = host.header();
   std::uint8_t* const block = host.block();
-  // Still busy with an earlier block: this one is skipped, and a host that stays busy is hung.
+  auto* carried = reinterpret_cast<LV2_Atom_Sequence*>(carriedInput_.data());
+  const auto* input = midiInputBuffer_
+                          ? reinterpret_cast<const LV2_Atom_Sequence*>(midiInputBuffer_->data())
+                          : nullptr;
+  // Still busy with an earlier block: this one is skipped (its input events wait for the next,
+  // at its start), and a host that stays busy is hung.
   if (header.reply.load(std::memory_order_acquire) != blockNumber_) {
+    if (input) appendEvents(carried, kAtomBufferSize, input, true);
     missedFrames_ += frames;
     if (missedFrames_ >= kHangSeconds * sampleRate_) host.reportHang();
     return false;
@@ -97,9 +122,15 @@ bool AudioUnit::exchangeWithPluginProcess(std::uint32_t frames, float* const* in
     const Port& p = ports_[i];
     if (p.kind == Port::controlIn) {
       std::memcpy(block + sharedOffsets_[i], &portValues_[i], sizeof(float));
+    } else if (p.kind == Port::atomIn && !hasEvents(carried)) {
+      std::memcpy(block + sharedOffsets_[i], input, sizeof(LV2_Atom) + input->atom.size);
     } else if (p.kind == Port::atomIn) {
-      const auto* atom = reinterpret_cast<const LV2_Atom*>(midiInputBuffer_->data());
-      std::memcpy(block + sharedOffsets_[i], atom, sizeof *atom + atom->size);
+      auto* to = reinterpret_cast<LV2_Atom_Sequence*>(block + sharedOffsets_[i]);
+      std::memcpy(to, input, sizeof(LV2_Atom_Sequence));
+      to->atom.size = sizeof(LV2_Atom_Sequence_Body);
+      appendEvents(to, kAtomBufferSize, carried, true);
+      appendEvents(to, kAtomBufferSize, input, false);
+      carried->atom.size = sizeof(LV2_Atom_Sequence_Body);
     }
   }
   header.frames = frames;
@@ -158,6 +189,10 @@ void AudioUnit::resetAtomOutputs() noexcept {
 void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING {
   auto& header = *reinterpret_cast<SharedBlockHeader*>(shared);
   const std::uint32_t frames = std::clamp<std::uint32_t>(header.frames, 1, maxFrames_);
+  // As in process: while the host's main thread restores a state or makes the instance again,
+  // the block is silent (seen in this order by suspendRun).
+  inRun_.store(true);
+  const bool suspended = runSuspended_.load();
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     if (!sharedOffsets_[i]) continue;
     const Port& p = ports_[i];
@@ -169,12 +204,18 @@ void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING 
     }
   }
   resetAtomOutputs();
-  lilv_instance_run(instance_, frames);
-  deliverWorkerResponses();
+  if (!suspended) {
+    lilv_instance_run(instance_, frames);
+    deliverWorkerResponses();
+  }
   for (std::uint32_t i = 0; i < ports_.size(); ++i) {
     if (!sharedOffsets_[i]) continue;
     const Port& p = ports_[i];
     std::uint8_t* to = shared + sharedOffsets_[i];
+    if (suspended && p.kind == Port::audioOut) {
+      std::memset(to, 0, frames * sizeof(float));
+      continue;
+    }
     if (p.kind == Port::controlOut) {
       std::memcpy(to, &portValues_[i], sizeof(float));
     } else if (p.kind == Port::atomOut) {
@@ -189,6 +230,7 @@ void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING 
       std::memcpy(to, audioBuffers_[p.bufferIndex].data(), frames * sizeof(float));
     }
   }
+  inRun_.store(false, std::memory_order_release);
 }
 
 }  // namespace platform

@@ -1,6 +1,11 @@
 // An LV2 instrument's state: saved as a property dictionary (control inputs by symbol, the
-// properties its state interface stores), restored from one, and kept when the instance is made
-// again at another sample rate. Main thread.
+// properties its state interface stores) or as lilv's Turtle, restored from either, and kept
+// when the instance is made again at another sample rate. Main thread.
+//
+// For a plug-in in a process of its own the same functions are asked of the host process over
+// its control socket (askPluginProcess here, answerRequest there), so both run the code below
+// on an instance in their own process. Stored properties cross as records (key and type URIDs,
+// which both processes number alike, flags, size, bytes).
 
 #include <lv2/atom/atom.h>
 #include <lv2/state/state.h>
@@ -10,6 +15,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstring>
 #include <map>
 #include <string_view>
@@ -19,6 +25,7 @@
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2Host.h"
 #include "platform/audio/Lv2World.h"
+#include "platform/audio/PluginProcess.h"
 #include "platform/foundation/Log.h"
 
 namespace platform {
@@ -75,6 +82,7 @@ struct StateSource {
     return bytes;
   }
 
+  StateSource() = default;
   StateSource(Lv2World& world, const PropertyDictionary& properties) {
     for (const auto& [key, stored] : properties) {
       const auto* property = stored.get<PropertyDictionary>();
@@ -112,6 +120,79 @@ const void* retrieveProperty(LV2_State_Handle handle, uint32_t key, size_t* size
   return found->second.bytes.data();
 }
 
+// A stored property as it crosses between the processes; `size` bytes follow.
+struct PropertyRecord {
+  std::uint32_t key, type, flags, size;
+};
+
+LV2_State_Status appendRecord(LV2_State_Handle handle, uint32_t key, const void* value, size_t size,
+                              uint32_t type, uint32_t flags) {
+  auto* records = static_cast<std::string*>(handle);
+  if (size > kMaxControlMessage - records->size() - sizeof(PropertyRecord))
+    return LV2_STATE_ERR_NO_SPACE;
+  const PropertyRecord record{key, type, flags, static_cast<std::uint32_t>(size)};
+  records->append(reinterpret_cast<const char*>(&record), sizeof record);
+  records->append(static_cast<const char*>(value), size);
+  return LV2_STATE_SUCCESS;
+}
+
+// Calls `each` with every whole record of `records` (from the other process: a record that does
+// not fit ends the reading).
+template <typename Each>
+void forEachRecord(const std::string& records, Each each) {
+  for (std::size_t at = 0; records.size() - at >= sizeof(PropertyRecord);) {
+    PropertyRecord record;
+    std::memcpy(&record, records.data() + at, sizeof record);
+    at += sizeof record;
+    if (record.size > records.size() - at) return;
+    each(record, records.data() + at);
+    at += record.size;
+  }
+}
+
+std::string recordsOf(const StateSource& source) {
+  std::string records;
+  for (const auto& [key, entry] : source.entries)
+    appendRecord(&records, key, entry.bytes.data(), entry.bytes.size(), entry.type,
+                 LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE);
+  return records;
+}
+
+StateSource sourceOf(const std::string& records) {
+  StateSource source;
+  forEachRecord(records, [&](const PropertyRecord& record, const char* bytes) {
+    source.entries[record.key] = {record.type,
+                                  std::vector<std::uint8_t>(bytes, bytes + record.size)};
+  });
+  return source;
+}
+
+// The control inputs' values for lilv_state_new_from_instance, which copies each at once.
+struct PortValueSource {
+  AudioUnit* unit;
+  float value = 0.0f;
+};
+const void* portValueForLilv(const char* symbol, void* user, uint32_t* size, uint32_t* type) {
+  auto* source = static_cast<PortValueSource*>(user);
+  source->value = source->unit->parameterValue(symbol);
+  *size = sizeof(float);
+  *type = source->unit->mapURI(LV2_ATOM__Float);
+  return &source->value;
+}
+
+constexpr const char* kStateSubject = "urn:pelma:state";
+
+bool changesControls(char request) {
+  using R = AudioUnit::HostRequest;
+  return request == R::kRestoreTurtle || request == R::kRestoreFile || request == R::kLoadPreset ||
+         request == R::kLoadDefault;
+}
+
+template <typename T>
+std::string bytesOf(T value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
 // lilv's port values, as control inputs.
 void setPortValue(const char* symbol, void* user, const void* value, uint32_t size, uint32_t type) {
   auto* unit = static_cast<AudioUnit*>(user);
@@ -126,8 +207,7 @@ void setPortValue(const char* symbol, void* user, const void* value, uint32_t si
 
 }  // namespace
 
-// The plug-in's state interface; none for a plug-in in a process of its own, whose state is its
-// control inputs only.
+// The plug-in's state interface; none for a plug-in in a process of its own here.
 const LV2_State_Interface* AudioUnit::stateInterface() const {
   if (!instance_) return nullptr;
   return static_cast<const LV2_State_Interface*>(
@@ -141,15 +221,45 @@ PropertyDictionary AudioUnit::fullState() {
       ports[p.symbol] = double{controlTargets_[p.controlIndex]->load()};
   }
   StateCollector collector{world_.get(), {}};
-  const auto* state = stateInterface();
-  if (state && state->save) {
-    state->save(lilv_instance_get_handle(instance_), storeProperty, &collector,
-                LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+  if (process_) {
+    collector.properties = reportedProperties();
+  } else {
+    saveProperties(storeProperty, &collector);
   }
   return PropertyDictionary{{"uri", uri_},
                             {"name", name_},
                             {"ports", std::move(ports)},
                             {"properties", std::move(collector.properties)}};
+}
+
+PropertyDictionary AudioUnit::reportedProperties() {
+  StateCollector collector{world_.get(), {}};
+  std::string records;
+  const bool answered = askPluginProcess(kSaveProperties, {}, &records);
+  std::lock_guard lock(propertiesMutex_);
+  if (!answered) return lastProperties_;
+  forEachRecord(records, [&](const PropertyRecord& record, const char* bytes) {
+    storeProperty(&collector, record.key, bytes, record.size, record.type, record.flags);
+  });
+  lastProperties_ = collector.properties;
+  return lastProperties_;
+}
+
+bool AudioUnit::saveProperties(LV2_State_Store_Function store, LV2_State_Handle handle) {
+  const auto* state = stateInterface();
+  if (!state || !state->save) return false;
+  state->save(lilv_instance_get_handle(instance_), store, handle,
+              LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+  return true;
+}
+
+bool AudioUnit::restoreProperties(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle) {
+  const auto* state = stateInterface();
+  if (!state || !state->restore || !suspendRun()) return false;
+  state->restore(lilv_instance_get_handle(instance_), retrieve, handle,
+                 LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
+  resumeRun();
+  return true;
 }
 
 bool AudioUnit::suspendRun() {
@@ -181,66 +291,14 @@ bool AudioUnit::applyState(LilvState* state, const std::string& what) {
 }
 
 bool AudioUnit::restoreStateFromFile(const std::string& path) {
+  if (process_) return askPluginProcess(kRestoreFile, path);
   auto lock = world_->queryLock();
   return applyState(
       lilv_state_new_from_file(world_->world(), world_->mapFeature(), nullptr, path.c_str()), path);
 }
 
-namespace {
-// The state's subject in the Turtle text; the text names no file, so relative URIs stay as they
-// are.
-constexpr const char* kStateUri = "urn:pelma:state";
-
-const void* portValueOf(const char* symbol, void* user, uint32_t* size, uint32_t* type) {
-  auto& values = *static_cast<std::pair<std::map<std::string, float>, LV2_URID>*>(user);
-  const auto found = values.first.find(symbol);
-  if (found == values.first.end()) return nullptr;
-  *size = sizeof(float);
-  *type = values.second;
-  return &found->second;
-}
-}  // namespace
-
-std::string AudioUnit::stateAsTurtle() {
-  if (!instance_) return {};
-  std::pair<std::map<std::string, float>, LV2_URID> values{{}, mapURI(LV2_ATOM__Float)};
-  for (const Port& p : ports_) {
-    if (p.kind == Port::controlIn) values.first[p.symbol] = controlTargets_[p.controlIndex]->load();
-  }
-  auto lock = world_->queryLock();
-  LilvState* state = lilv_state_new_from_instance(
-      plugin_, instance_, world_->mapFeature(), nullptr, nullptr, nullptr, nullptr, portValueOf,
-      &values, LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
-  if (!state) return {};
-  char* text = lilv_state_to_string(world_->world(), world_->mapFeature(), world_->unmapFeature(),
-                                    state, kStateUri, nullptr);
-  lilv_state_free(state);
-  if (!text) return {};
-  // lilv leaves the prefixes it uses undeclared here; declared, the text is Turtle on its own, as
-  // other LV2 tools read it.
-  std::string turtle =
-      "@prefix atom: <http://lv2plug.in/ns/ext/atom#> .\n"
-      "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
-      "@prefix pset: <http://lv2plug.in/ns/ext/presets#> .\n"
-      "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
-      "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
-      "@prefix state: <http://lv2plug.in/ns/ext/state#> .\n"
-      "@prefix xsd: <http://www.w3.org/2001/XMLSchema#> .\n\n";
-  if (std::string_view(text).find("@prefix") != std::string_view::npos) turtle.clear();
-  turtle += text;
-  lilv_free(text);
-  return turtle;
-}
-
-bool AudioUnit::restoreStateFromTurtle(const std::string& turtle) {
-  if (!instance_) return false;
-  auto lock = world_->queryLock();
-  return applyState(
-      lilv_state_new_from_string(world_->world(), world_->mapFeature(), turtle.c_str()),
-      "the session's state text");
-}
-
 bool AudioUnit::loadPreset(const std::string& presetUri) {
+  if (process_) return askPluginProcess(kLoadPreset, presetUri);
   auto lock = world_->queryLock();
   LilvNode* preset = lilv_new_uri(world_->world(), presetUri.c_str());
   lilv_world_load_resource(world_->world(), preset);
@@ -250,6 +308,7 @@ bool AudioUnit::loadPreset(const std::string& presetUri) {
 }
 
 bool AudioUnit::loadDefaultState() {
+  if (process_) return askPluginProcess(kLoadDefault, {});
   for (const Port& p : ports_) {
     if (p.kind == Port::controlIn) controlTargets_[p.controlIndex]->store(p.defaultValue);
   }
@@ -317,22 +376,175 @@ bool AudioUnit::restoreFullState(const PropertyDictionary& state) {
   }
   const auto* properties =
       state.count("properties") ? state.at("properties").get<PropertyDictionary>() : nullptr;
-  const auto* interface = stateInterface();
-  if (!properties || !interface || !interface->restore) return true;
+  if (!properties) return true;
   StateSource source(*world_, *properties);
-  if (!suspendRun()) return false;
-  interface->restore(lilv_instance_get_handle(instance_), retrieveProperty, &source,
-                     LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, host_->featurePointers.data());
-  resumeRun();
+  if (process_) {
+    if (!askPluginProcess(kRestoreProperties, recordsOf(source))) return false;
+    reportedProperties();
+    return true;
+  }
+  return restoreProperties(retrieveProperty, &source) || !stateInterface();
+}
+
+std::string AudioUnit::stateAsTurtle() {
+  if (process_) {
+    std::string turtle;
+    return askPluginProcess(kSaveTurtle, {}, &turtle) ? turtle : std::string();
+  }
+  if (!instance_) return {};
+  auto lock = world_->queryLock();
+  PortValueSource ports{this};
+  LilvState* state = lilv_state_new_from_instance(plugin_, instance_, world_->mapFeature(), nullptr,
+                                                  nullptr, nullptr, nullptr, portValueForLilv,
+                                                  &ports, LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE,
+                                                  host_->featurePointers.data());
+  char* text = state ? lilv_state_to_string(world_->world(), world_->mapFeature(),
+                                            world_->unmapFeature(), state, kStateSubject, nullptr)
+                     : nullptr;
+  lilv_state_free(state);
+  if (!text) {
+    log("\"{}\": its state could not be written", name_);
+    return {};
+  }
+  // lilv leaves the prefixes it uses undeclared here; declared, the text is Turtle on its own, as
+  // other LV2 tools read it.
+  std::string turtle =
+      "@prefix atom: <http://lv2plug.in/ns/ext/atom#> .\n"
+      "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
+      "@prefix pset: <http://lv2plug.in/ns/ext/presets#> .\n"
+      "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
+      "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
+      "@prefix state: <http://lv2plug.in/ns/ext/state#> .\n"
+      "@prefix xsd: <http://www.w3.org/2001/XMLSchema#> .\n\n";
+  if (std::string_view(text).find("@prefix") != std::string_view::npos) turtle.clear();
+  turtle += text;
+  lilv_free(text);
+  return turtle;
+}
+
+bool AudioUnit::restoreStateFromTurtle(const std::string& turtle) {
+  if (process_) return askPluginProcess(kRestoreTurtle, turtle);
+  if (!instance_) return false;
+  auto lock = world_->queryLock();
+  return applyState(
+      lilv_state_new_from_string(world_->world(), world_->mapFeature(), turtle.c_str()),
+      "the state given");
+}
+
+// A request: its letter, the number of control values, the values, the argument. An answer: 'y'
+// or 'n', the number of control values (none unless the request may change them), the values,
+// the answer itself.
+bool AudioUnit::askPluginProcess(HostRequest request, const std::string& argument,
+                                 std::string* answer) {
+  const std::uint32_t count = static_cast<std::uint32_t>(controlTargets_.size());
+  std::string message(1, request);
+  message += bytesOf(count);
+  for (const auto& target : controlTargets_)
+    message += bytesOf(target->load());
+  message += argument;
+  std::string reply;
+  if (!process_->ask(message, &reply)) return false;
+  std::uint32_t returned = 0;
+  if (reply.size() < 1 + sizeof returned) return false;
+  std::memcpy(&returned, reply.data() + 1, sizeof returned);
+  const std::size_t valuesAt = 1 + sizeof returned;
+  if (returned != 0 && returned != count) return false;
+  if ((reply.size() - valuesAt) / sizeof(float) < returned) return false;
+  for (std::uint32_t i = 0; i < returned; ++i) {
+    float value;
+    std::memcpy(&value, reply.data() + valuesAt + i * sizeof value, sizeof value);
+    if (std::isfinite(value)) controlTargets_[i]->store(value);
+  }
+  if (returned) controlsChanged_.store(true, std::memory_order_release);
+  if (answer) *answer = reply.substr(valuesAt + returned * sizeof(float));
+  if (reply[0] != 'y') return false;
+  // The properties a restore leaves are known at once, for a remake after a crash.
+  if (changesControls(request)) reportedProperties();
   return true;
+}
+
+std::string AudioUnit::answerRequest(const std::string& request) {
+  std::uint32_t count = 0;
+  if (request.size() < 1 + sizeof count) return "n";
+  std::memcpy(&count, request.data() + 1, sizeof count);
+  const std::size_t argumentAt = 1 + sizeof count + std::size_t{count} * sizeof(float);
+  if (count != controlTargets_.size() || request.size() < argumentAt) return "n";
+  for (std::uint32_t i = 0; i < count; ++i) {
+    float value;
+    std::memcpy(&value, request.data() + 1 + sizeof count + i * sizeof value, sizeof value);
+    controlTargets_[i]->store(value);
+  }
+  const std::string argument = request.substr(argumentAt);
+  std::string answer;
+  bool done = false;
+  switch (request[0]) {
+    case kSaveProperties:
+      done = true;
+      saveProperties(appendRecord, &answer);
+      break;
+    case kRestoreProperties: {
+      StateSource source = sourceOf(argument);
+      done = restoreProperties(retrieveProperty, &source) || !stateInterface();
+      break;
+    }
+    case kSaveTurtle:
+      answer = stateAsTurtle();
+      done = !answer.empty();
+      break;
+    case kRestoreTurtle:
+      done = restoreStateFromTurtle(argument);
+      break;
+    case kRestoreFile:
+      done = restoreStateFromFile(argument);
+      break;
+    case kLoadPreset:
+      done = loadPreset(argument);
+      break;
+    case kLoadDefault:
+      done = loadDefaultState();
+      break;
+    case kSampleRate: {
+      double rate = 0.0;
+      if (argument.size() != sizeof rate) break;
+      std::memcpy(&rate, argument.data(), sizeof rate);
+      // Blocks wait meanwhile: the instance is not there while it is made again.
+      if (!std::isfinite(rate) || rate < 1000.0 || rate > 1536000.0 || !suspendRun()) break;
+      done = setSampleRate(rate);
+      resumeRun();
+      break;
+    }
+    case kNominalBlock: {
+      std::uint32_t frames = 0;
+      if (argument.size() != sizeof frames) break;
+      std::memcpy(&frames, argument.data(), sizeof frames);
+      setNominalBlockLength(frames);
+      done = true;
+      break;
+    }
+    default:
+      break;
+  }
+  std::string reply(1, done ? 'y' : 'n');
+  const std::uint32_t returned = changesControls(request[0]) ? count : 0;
+  reply += bytesOf(returned);
+  for (std::uint32_t i = 0; i < returned; ++i)
+    reply += bytesOf(controlTargets_[i]->load());
+  return reply + answer;
 }
 
 bool AudioUnit::setSampleRate(double sampleRate) {
   if (sampleRate == sampleRate_) return true;
   if (process_) {
-    log("\"{}\" runs in a process of its own and cannot change its rate there; it stays at {} Hz",
-        name_, sampleRate_);
-    return false;
+    if (!askPluginProcess(kSampleRate, bytesOf(sampleRate))) {
+      log("\"{}\" failed to run at {} Hz in its own process; it stays at {} Hz", name_, sampleRate,
+          sampleRate_);
+      return false;
+    }
+    sampleRate_ = sampleRate;
+    host_->sampleRate = static_cast<float>(sampleRate);
+    sentTempo_ = 0.0;
+    sentPosition_ = {false, -1.0, 0.0};
+    return true;
   }
   const PropertyDictionary state = fullState();
   endInstance();

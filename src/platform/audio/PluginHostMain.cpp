@@ -1,7 +1,8 @@
 // pelma-plugin-host: runs one LV2 instrument for the application that started it (see
 // PluginProcess.h). It finds the shared block, the control socket and the URID socket open at
-// file descriptors 3, 4 and 5, and ends when the control socket closes: the application closed
-// it or died. (Not PR_SET_PDEATHSIG: it fires when the thread that started the host ends.)
+// file descriptors 3, 4 and 5, answers the requests on the control socket, and ends when that
+// socket closes: the application closed it or died. (Not PR_SET_PDEATHSIG: it fires when the thread
+// that started the host ends.)
 //
 //   pelma-plugin-host URI SAMPLE-RATE MAX-FRAMES
 
@@ -30,10 +31,18 @@ void say(const std::string& message) {
   send(kPluginHostControlFd, message.data(), message.size(), MSG_NOSIGNAL);
 }
 
-// Waits until the application closes the control socket (nothing else arrives on it yet).
+// Waits until the application closes the control socket.
 void waitForTheEnd() {
   char ignored[512];
   while (recv(kPluginHostControlFd, ignored, sizeof ignored, 0) > 0) {
+  }
+}
+
+// Answers the application's requests (state, presets, sample rate) until it closes the socket.
+void answerRequests(AudioUnit& unit) {
+  std::string request;
+  while (receiveControlMessage(kPluginHostControlFd, &request, -1)) {
+    if (!sendControlMessage(kPluginHostControlFd, unit.answerRequest(request))) return;
   }
 }
 
@@ -102,7 +111,7 @@ int main(int argc, char** argv) {
   std::thread blocks(
       [&] { runPluginHostBlocks(*unit, static_cast<std::uint8_t*>(shared), running); });
   say("ready");
-  waitForTheEnd();
+  answerRequests(*unit);
   running = false;
   blocks.join();
   unit.reset();

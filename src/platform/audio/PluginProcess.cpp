@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -50,7 +51,45 @@ void closeFd(int& fd) {
   fd = -1;
 }
 
+constexpr std::size_t kControlPacket = 32768;
+
 }  // namespace
+
+bool sendControlMessage(int fd, const std::string& message) {
+  const std::uint64_t size = message.size();
+  if (size > kMaxControlMessage || send(fd, &size, sizeof size, MSG_NOSIGNAL) != sizeof size)
+    return false;
+  for (std::size_t at = 0; at < message.size(); at += kControlPacket) {
+    const std::size_t part = std::min(kControlPacket, message.size() - at);
+    if (send(fd, message.data() + at, part, MSG_NOSIGNAL) != static_cast<ssize_t>(part))
+      return false;
+  }
+  return true;
+}
+
+bool receiveControlMessage(int fd, std::string* message, int timeoutMilliseconds) {
+  // Waits for the next packet; its size, or -1.
+  auto receive = [&](void* into, std::size_t capacity) -> ssize_t {
+    pollfd readable{fd, POLLIN, 0};
+    int ready;
+    do {
+      ready = poll(&readable, 1, timeoutMilliseconds);
+    } while (ready < 0 && errno == EINTR);
+    if (ready <= 0) return -1;
+    const ssize_t size = recv(fd, into, capacity, MSG_DONTWAIT | MSG_TRUNC);
+    return size > static_cast<ssize_t>(capacity) ? -1 : size;
+  };
+  std::uint64_t size = 0;
+  if (receive(&size, sizeof size) != sizeof size || size > kMaxControlMessage) return false;
+  message->resize(size);
+  for (std::size_t at = 0; at < size;) {
+    const ssize_t part =
+        receive(message->data() + at, std::min<std::size_t>(kControlPacket, size - at));
+    if (part <= 0) return false;
+    at += static_cast<std::size_t>(part);
+  }
+  return true;
+}
 
 std::unique_ptr<PluginProcess> PluginProcess::start(std::shared_ptr<Lv2World> world,
                                                     const std::string& name, const std::string& uri,
@@ -145,6 +184,39 @@ std::unique_ptr<PluginProcess> PluginProcess::start(std::shared_ptr<Lv2World> wo
   return nullptr;
 }
 
+bool PluginProcess::ask(const std::string& request, std::string* answer) {
+  std::lock_guard lock(askMutex_);
+  if (!valid()) return false;
+  // The host may ask for URIDs while it answers: they are served here too, as the watcher may be
+  // the thread asking.
+  if (sendControlMessage(control_, request) &&
+      serveUridsUntilReadable(control_, kControlAnswerSeconds * 1000) &&
+      receiveControlMessage(control_, answer, kControlAnswerSeconds * 1000))
+    return true;
+  // Dead (the watcher reports it) or silent: either way this host can no longer be trusted.
+  reportHang();
+  return false;
+}
+
+bool PluginProcess::serveUridsUntilReadable(int fd, int timeoutMilliseconds) {
+  const auto giveUp =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        giveUp - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    pollfd fds[2] = {{fd, POLLIN, 0}, {urids_, POLLIN, 0}};
+    if (poll(fds, 2, static_cast<int>(left.count())) < 0 && errno != EINTR) return false;
+    if (fds[1].revents & POLLIN) serveUridRequest();
+    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) return true;
+  }
+}
+
+void PluginProcess::setPeriodicTask(std::function<void()> task) {
+  periodic_ = std::move(task);
+  periodicSet_.store(true, std::memory_order_release);
+}
+
 void PluginProcess::abandonStarting() {
   std::lock_guard lock(startingMutex);
   for (PluginProcess* process : starting) {
@@ -171,6 +243,7 @@ PluginProcess::~PluginProcess() {
 }
 
 void PluginProcess::watch() {
+  auto nextPeriodic = std::chrono::steady_clock::now() + std::chrono::seconds(kPeriodicSeconds);
   while (!stopping_.load()) {
     pollfd fds[2] = {{pidfd_, POLLIN, 0}, {urids_, POLLIN, 0}};
     const int ready = poll(fds, 2, 50);
@@ -178,6 +251,10 @@ void PluginProcess::watch() {
     if (ready > 0 && (fds[0].revents & POLLIN)) return invalidate();  // the host died
     if (hung_.load(std::memory_order_relaxed)) return invalidate();
     if (ready > 0 && (fds[1].revents & POLLIN)) serveUridRequest();
+    if (std::chrono::steady_clock::now() >= nextPeriodic) {
+      if (periodicSet_.load(std::memory_order_acquire)) periodic_();
+      nextPeriodic = std::chrono::steady_clock::now() + std::chrono::seconds(kPeriodicSeconds);
+    }
   }
 }
 

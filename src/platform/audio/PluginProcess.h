@@ -9,8 +9,9 @@
 // position, editor messages, formed as for a plug-in in this process) and the host answers with
 // the audio outputs, control outputs and atom outputs. Two futex words hand the block over and
 // back. Everything else goes over sockets: the host's "ready" (or why it could not make the
-// plug-in) on the control socket, and the URID numbers it asks for on a socket of its own, so
-// that both processes number URIs alike.
+// plug-in) and then the main thread's requests (state, presets, sample rate; see AudioUnit's
+// askPluginProcess) with their answers on the control socket, and the URID numbers it asks for
+// on a socket of its own, so that both processes number URIs alike.
 //
 // A watcher thread (not real-time) sees the host die at once (pidfd) and a hang when the audio
 // thread reports one; it then kills the host and reports the instance invalid, once.
@@ -34,6 +35,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -79,6 +81,14 @@ inline constexpr int kPluginHostBlockFd = 3;    // the shared block
 inline constexpr int kPluginHostControlFd = 4;  // control socket
 inline constexpr int kPluginHostUridFd = 5;     // URID requests
 
+// Messages on the control socket after "ready", of any size up to kMaxControlMessage: a packet
+// with the size, then the bytes in packets of at most 32 KiB (a packet socket bounds each one).
+inline constexpr std::size_t kMaxControlMessage = 64u << 20;
+bool sendControlMessage(int fd, const std::string& message);
+// False when the socket closed, the other side broke the framing, or nothing came within
+// `timeoutMilliseconds` (negative: no bound).
+bool receiveControlMessage(int fd, std::string* message, int timeoutMilliseconds);
+
 class PluginProcess {
  public:
   // Starts the plug-in host for `uri` and waits until it has made the plug-in. Null, with a
@@ -106,11 +116,22 @@ class PluginProcess {
   void reportHang() noexcept { hung_.store(true, std::memory_order_relaxed); }
   // Any thread: false once the host died, hung or was ended.
   bool valid() const noexcept { return valid_.load(std::memory_order_acquire); }
+  // Not the audio thread: sends `request` on the control socket and waits for the answer. False
+  // when the host is no longer valid, died meanwhile, or did not answer within
+  // kControlAnswerSeconds: it then counts as hung and is ended.
+  bool ask(const std::string& request, std::string* answer);
+  static constexpr int kControlAnswerSeconds = 10;
+  // Once, after start: the watcher thread calls `task` every kPeriodicSeconds while the host
+  // works (the instrument keeps its last reported state so).
+  void setPeriodicTask(std::function<void()> task);
+  static constexpr int kPeriodicSeconds = 2;
 
  private:
   PluginProcess() = default;
   void watch();
   void invalidate();
+  // Serves URID requests until `fd` is readable; false when `timeoutMilliseconds` passed first.
+  bool serveUridsUntilReadable(int fd, int timeoutMilliseconds);
   void serveUridRequest();
 
   std::shared_ptr<Lv2World> world_;
@@ -121,10 +142,13 @@ class PluginProcess {
   void* block_ = nullptr;
   std::size_t blockSize_ = 0;
   std::function<void()> invalidated_;
+  std::function<void()> periodic_;
+  std::atomic<bool> periodicSet_{false};
   std::atomic<bool> valid_{true}, hung_{false}, stopping_{false};
   std::atomic<bool> abandoned_{false};  // killed while starting because the application quits
   bool reaped_ = false;                 // watcher thread, then the destructor after joining it
   std::thread watcher_;
+  std::mutex askMutex_;  // one request and its answer at a time
 };
 
 }  // namespace platform

@@ -48,7 +48,6 @@ class AudioThreadAllocationsOffline : public ::testing::TestWithParam<std::uint3
 // In this process, and with the instrument in a process of its own (the block handed over and
 // back through shared memory).
 TEST_P(AudioThreadAllocationsOffline, NoneWhileRendering) {
-  platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
   testing_support::OfflineRig rig("MDA JX10", 256, 48000.0, GetParam());
   ASSERT_EQ(rig.unit->isOutOfProcess(), GetParam() != 0);
   Session session(rig.graph);

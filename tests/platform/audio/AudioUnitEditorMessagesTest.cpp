@@ -1,12 +1,14 @@
 // The message path between a plug-in and its editor, with our own instrument (it has an atom
 // notify output and a level control output): the editor's atoms reach the plug-in in the next
 // block, and the plug-in's output events and control output changes come back while an editor
-// is attached, and only then.
+// is attached, and only then; alike with the instrument in this process and in its own.
 
 #include <gtest/gtest.h>
 #include <lv2/atom/atom.h>
 #include <lv2/midi/midi.h>
 
+#include <algorithm>
+#include <string>
 #include <vector>
 
 #include "AudioAnalysis.h"
@@ -23,6 +25,7 @@ namespace {
 struct PluginEvents {
   std::size_t count = 0;
   std::vector<float> levels;
+  std::vector<std::string> objects;  // the types of the objects among them
 };
 
 constexpr std::uint32_t kLevelPort = 36;  // Pelma's port layout
@@ -37,14 +40,21 @@ PluginEvents drain(platform::AudioUnit& unit) {
     const auto* atom = reinterpret_cast<const LV2_Atom*>(buffer);
     if (port == kLevelPort && atom->type == floatType)
       events.levels.push_back(reinterpret_cast<const LV2_Atom_Float*>(atom)->body);
+    if (atom->type == platform::Lv2World::shared()->map(LV2_ATOM__Object)) {
+      const char* type = platform::Lv2World::shared()->unmap(
+          reinterpret_cast<const LV2_Atom_Object*>(atom)->body.otype);
+      events.objects.emplace_back(type ? type : "");
+    }
   }
   return events;
 }
 
 // The plug-in's answers to the editor's requests (bank lists, the selection) are the editor's
 // test (PelmaUiTest); here the path itself and that nothing is kept without an editor.
-TEST(AudioUnitEditorMessages, PassBothWaysWhileAnEditorIsAttached) {
-  OfflineRig rig("Pelma");
+class AudioUnitEditorMessages : public ::testing::TestWithParam<std::uint32_t> {};
+
+TEST_P(AudioUnitEditorMessages, PassBothWaysWhileAnEditorIsAttached) {
+  OfflineRig rig("Pelma", 256, 48000.0, GetParam());
   ASSERT_TRUE(rig.unit);
   platform::AudioUnit& unit = *rig.unit;
   rig.render(1024);
@@ -65,9 +75,20 @@ TEST(AudioUnitEditorMessages, PassBothWaysWhileAnEditorIsAttached) {
   ASSERT_FALSE(playing.levels.empty());
   EXPECT_GT(playing.levels.back(), 0.01f);
 
+  // The editor's describe request, as it opens: the banks and the sound come back.
+  ASSERT_TRUE(unit.sendObjectMessage("urn:pelma:synth#describe"));
+  rig.render(1024);
+  const auto objects = drain(unit).objects;
+  EXPECT_NE(std::find(objects.begin(), objects.end(), "urn:pelma:synth#bankNames"), objects.end());
+  EXPECT_NE(std::find(objects.begin(), objects.end(), "urn:pelma:synth#selection"), objects.end());
+
   unit.setEditorAttached(false);
   rig.render(1024);
   EXPECT_EQ(drain(unit).count, 0u);
 }
+
+INSTANTIATE_TEST_SUITE_P(InAndOutOfProcess, AudioUnitEditorMessages,
+                         ::testing::Values(0u,
+                                           platform::kAudioComponentInstantiationLoadOutOfProcess));
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Instruments in a process of their own: a real one plays as it does in this process, and hostile
 // ones (crashing, aborting, hanging, crashing while being made, slow to be made) leave this
-// process running, silent for that instrument, with the instance invalidated once.
+// process running, silent for that instrument, with the instance invalidated once. Its state
+// (controls and stored properties) crosses both ways as it does in this process.
 
 #include "platform/audio/PluginProcess.h"
 
@@ -9,10 +10,13 @@
 
 #include <any>
 #include <cmath>
+#include <fstream>
+#include <map>
 #include <thread>
 
 #include "AudioAnalysis.h"
 #include "OfflineRig.h"
+#include "TemporaryFolder.h"
 #include "platform/foundation/MainQueue.h"
 #include "platform/foundation/NotificationCenter.h"
 
@@ -23,13 +27,21 @@ namespace {
 
 constexpr std::uint32_t kOutOfProcess = kAudioComponentInstantiationLoadOutOfProcess;
 
-const bool outOfProcessEnabled = [] {
-  platform::AudioUnitComponentManager::shared().setOutOfProcessEnabled(true);
-  return true;
-}();
-
 bool processExists(int pid) {
   return pid > 0 && kill(pid, 0) == 0;
+}
+
+// Waits until the process is stopped (a signal takes effect a moment after it was sent).
+bool waitUntilStopped(int pid) {
+  for (int tries = 0; tries < 500; ++tries) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    const auto end = line.rfind(')');  // the state follows the command's name
+    if (end != std::string::npos && line.size() > end + 2 && line[end + 2] == 'T') return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return false;
 }
 
 // Counts the invalidation notifications posted on the main queue, with their senders.
@@ -143,6 +155,149 @@ TEST(PluginProcess, QuittingWhileAnInstrumentIsMadeDoesNotWaitForIt) {
   ASSERT_TRUE(made);
   EXPECT_FALSE(made->isValid());
   EXPECT_TRUE(invalidations.senders.empty());
+}
+
+// A note played from a fresh start: the sound a state gives.
+std::vector<float> playNote(OfflineRig& rig) {
+  rig.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  auto played = rig.render(9600);
+  rig.unit->sendMIDIEvent(0x80, 60, 0, 0);
+  const auto release = rig.render(4800);
+  played.insert(played.end(), release.begin(), release.end());
+  return played;
+}
+
+std::map<std::string, float> parameters(platform::AudioUnit& unit) {
+  std::map<std::string, float> values;
+  for (const auto& symbol : unit.parameterSymbols())
+    values[symbol] = unit.parameterValue(symbol);
+  return values;
+}
+
+// Pelma keeps its bank, patch and sound as stored properties. A patch chosen in either process
+// gives the same full state; that state, and lilv's Turtle of it, restored into a fresh instance
+// in the other process, sounds the same as there, and not as the default patch.
+TEST(PluginProcess, StoredPropertiesCrossBothWaysWithTheSameSound) {
+  OfflineRig inside("Pelma");
+  OfflineRig outside("Pelma", 256, 48000.0, kOutOfProcess);
+  for (OfflineRig* rig : {&inside, &outside}) {
+    rig->unit->sendMIDIEvent(0xC0, 5, 0, 0);  // program change: another patch
+    rig->render(1024);
+  }
+  const auto stateIn = inside.unit->fullState(), stateOut = outside.unit->fullState();
+  const auto* properties = stateOut.at("properties").get<platform::PropertyDictionary>();
+  ASSERT_TRUE(properties);
+  EXPECT_EQ(properties->size(), 3u);  // bank, program, sound
+  EXPECT_EQ(stateIn, stateOut);
+
+  OfflineRig plain("Pelma"), freshIn("Pelma"), fromTurtleIn("Pelma");
+  OfflineRig freshOut("Pelma", 256, 48000.0, kOutOfProcess);
+  OfflineRig fromTurtleOut("Pelma", 256, 48000.0, kOutOfProcess);
+  ASSERT_TRUE(freshIn.unit->restoreFullState(stateOut));
+  ASSERT_TRUE(freshOut.unit->restoreFullState(stateIn));
+  const std::string turtleIn = inside.unit->stateAsTurtle();
+  const std::string turtleOut = outside.unit->stateAsTurtle();
+  EXPECT_NE(turtleOut.find("urn:pelma:state"), std::string::npos) << turtleOut;
+  ASSERT_TRUE(fromTurtleIn.unit->restoreStateFromTurtle(turtleOut));
+  ASSERT_TRUE(fromTurtleOut.unit->restoreStateFromTurtle(turtleIn));
+  const auto sound = playNote(freshIn);
+  EXPECT_GT(rms(sound.data(), sound.size()), 0.01);
+  EXPECT_NE(sound, playNote(plain));
+  EXPECT_EQ(sound, playNote(freshOut));
+  EXPECT_EQ(sound, playNote(fromTurtleIn));
+  EXPECT_EQ(sound, playNote(fromTurtleOut));
+}
+
+// Presets, the defaults, a state file, lilv's Turtle both ways, the block length and another
+// sample rate: the same controls and the same sound as in this process.
+TEST(PluginProcess, PresetsDefaultsFilesAndSampleRatesWorkAsInThisProcess) {
+  OfflineRig inside("MDA JX10");
+  OfflineRig outside("MDA JX10", 256, 48000.0, kOutOfProcess);
+  platform::AudioUnit& in = *inside.unit;
+  platform::AudioUnit& out = *outside.unit;
+  const auto defaults = parameters(out);
+  const auto presets = out.presets();
+  ASSERT_GT(presets.size(), 10u);
+  ASSERT_TRUE(in.loadPreset(presets[3].uri));
+  ASSERT_TRUE(out.loadPreset(presets[3].uri));
+  EXPECT_NE(parameters(out), defaults);
+  EXPECT_EQ(parameters(out), parameters(in));
+
+  ASSERT_TRUE(out.loadDefaultState());
+  EXPECT_EQ(parameters(out), defaults);
+  ASSERT_TRUE(out.restoreStateFromTurtle(in.stateAsTurtle()));
+  EXPECT_EQ(parameters(out), parameters(in));
+  out.setParameterValue("osc_mix", 0.125f);
+  ASSERT_TRUE(in.restoreStateFromTurtle(out.stateAsTurtle()));
+  EXPECT_EQ(in.parameterValue("osc_mix"), 0.125f);
+
+  TemporaryFolder folder;
+  const auto stateFile = folder.write("state.ttl", R"(
+@prefix lv2: <http://lv2plug.in/ns/lv2core#> .
+@prefix pset: <http://lv2plug.in/ns/ext/presets#> .
+<> a pset:Preset ;
+   lv2:appliesTo <http://drobilla.net/plugins/mda/JX10> ;
+   lv2:port [ lv2:symbol "osc_mix" ; pset:value 0.75 ] .
+)");
+  for (platform::AudioUnit* unit : {&in, &out}) {
+    ASSERT_TRUE(unit->restoreStateFromFile(stateFile));
+    EXPECT_FALSE(unit->restoreStateFromFile(folder.path() / "missing.ttl"));
+    unit->setNominalBlockLength(128);
+    ASSERT_TRUE(unit->setSampleRate(44100.0));
+  }
+  EXPECT_EQ(out.parameterValue("osc_mix"), 0.75f);
+  EXPECT_EQ(out.sampleRate(), 44100.0);
+  EXPECT_EQ(parameters(out), parameters(in));
+  const auto sound = playNote(inside);
+  EXPECT_GT(rms(sound.data(), sound.size()), 0.01);
+  EXPECT_EQ(sound, playNote(outside));
+}
+
+// After its process died, an instrument still gives the stored properties it last reported (it
+// reports them every few seconds: here a patch chosen by MIDI, never asked for), so that the one
+// made again in its place sounds as it did.
+TEST(PluginProcess, AStoppedInstrumentKeepsTheStateItLastReported) {
+  Invalidations invalidations;
+  OfflineRig outside("Pelma", 256, 48000.0, kOutOfProcess), chosen("Pelma");
+  for (OfflineRig* rig : {&outside, &chosen}) {
+    rig->unit->sendMIDIEvent(0xC0, 7, 0, 0);
+    rig->render(1024);
+  }
+  const auto state = chosen.unit->fullState();
+  std::this_thread::sleep_for(
+      std::chrono::seconds(2 * platform::PluginProcess::kPeriodicSeconds + 1));
+  ASSERT_EQ(kill(outside.unit->pluginProcessId(), SIGKILL), 0);
+  invalidations.await();
+  ASSERT_FALSE(outside.unit->isValid());
+  EXPECT_EQ(outside.unit->fullState(), state);
+  EXPECT_TRUE(outside.unit->stateAsTurtle().empty());
+
+  OfflineRig remade("Pelma", 256, 48000.0, kOutOfProcess), inside("Pelma"), plain("Pelma");
+  ASSERT_TRUE(remade.unit->restoreFullState(outside.unit->fullState()));
+  ASSERT_TRUE(inside.unit->restoreFullState(state));
+  const auto sound = playNote(remade);
+  EXPECT_EQ(sound, playNote(inside));
+  EXPECT_NE(sound, playNote(plain));  // the patch chosen, not the default one
+}
+
+// A host still busy with a late block is not handed the next one; what that block carried (a
+// note, an editor's request) reaches the plug-in with the block after, not lost.
+TEST(PluginProcess, WhatABusyHostMissedReachesItInTheNextBlock) {
+  OfflineRig rig("Pelma", 256, 48000.0, kOutOfProcess);
+  rig.render(1024);
+  const int pid = rig.unit->pluginProcessId();
+  ASSERT_EQ(kill(pid, SIGSTOP), 0);
+  ASSERT_TRUE(waitUntilStopped(pid));
+  rig.render(256);  // no answer in time: silent
+  rig.unit->sendMIDIEvent(0x90, 60, 100, 0);
+  const auto missed = rig.render(256);  // the host is still on the block before
+  ASSERT_EQ(kill(pid, SIGCONT), 0);
+  EXPECT_EQ(rms(missed.data(), missed.size()), 0.0);
+  // Not faster than real time: the host gets going again meanwhile.
+  const auto played =
+      rig.render(9600, [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); });
+  EXPECT_GT(rms(played.data(), played.size()), 0.01);
+  EXPECT_TRUE(rig.unit->isValid());
 }
 
 }  // namespace
