@@ -101,6 +101,20 @@ TEST_F(Presets, SavedListedLoadedRenamedAndDeletedAsBundlesInTheUsersFolder) {
   EXPECT_FLOAT_EQ(rig.unit->parameterValue("vcf_freq"), 0.9f);
 }
 
+// An instrument playing in a process of its own saves its sound as a preset too, which loads
+// back with that sound.
+TEST_F(Presets, AnInstrumentInAProcessOfItsOwnSavesItsSound) {
+  testing_support::OfflineRig outside("MDA JX10", 256, 48000.0,
+                                      platform::kAudioComponentInstantiationLoadOutOfProcess);
+  ASSERT_TRUE(outside.unit->isOutOfProcess());
+  outside.unit->setParameterValue("vcf_freq", 0.125f);
+  ASSERT_EQ(PresetLibrary(outside.unit).save("From Outside"), "");
+  auto saved = named("From Outside");
+  ASSERT_TRUE(saved);
+  ASSERT_EQ(library.load(*saved), "");
+  EXPECT_FLOAT_EQ(rig.unit->parameterValue("vcf_freq"), 0.125f);
+}
+
 TEST_F(Presets, InstalledPresetsAreListedAndLoadedButNeverRenamedOrDeleted) {
   const auto all = library.presets();
   ASSERT_GE(all.size(), 50u);  // mda JX10's factory presets
