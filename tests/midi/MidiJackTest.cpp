@@ -285,9 +285,7 @@ TEST_F(MidiOverJack, FollowsPortsThatComeAndGoAndTheServerAwayAndBack) {
 
   ASSERT_TRUE(server.start());
   EXPECT_TRUE(waitFor(
-      [&] {
-        return logged("MIDI: JACK server back; virtual input \"Pelma:pelma-midi-test\"");
-      },
+      [&] { return logged("MIDI: JACK server back; virtual input \"Pelma:pelma-midi-test\""); },
       4s));
   rig.received.clear();
   // On channel 7, the one restored.
