@@ -254,5 +254,11 @@ int main(int argc, char** argv) {
   std::fflush(stdout);
   applicationOptions.instrumentName = QString::fromStdString(options.pluginName);
   if (secondsGiven) applicationOptions.seconds = options.seconds;
-  return app::runApplication(argc, argv, applicationOptions);
+  const int status = app::runApplication(argc, argv, applicationOptions);
+  // An instrument still being made in this process uses what exit would destroy: end without it.
+  if (platform::AudioUnitComponentManager::shared().instantiationsLeftBehind()) {
+    std::fflush(nullptr);
+    std::_Exit(status);
+  }
+  return status;
 }

@@ -3,11 +3,13 @@
 #include <lv2/core/lv2.h>
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 #include "platform/audio/AudioUnit.h"
 #include "platform/audio/Lv2World.h"
 #include "platform/audio/PluginProcess.h"
+#include "platform/foundation/Log.h"
 #include "platform/foundation/MainQueue.h"
 
 namespace platform {
@@ -112,18 +114,31 @@ std::shared_ptr<AudioUnit> AudioUnitComponentManager::instantiateNow(
 void AudioUnitComponentManager::instantiate(const AudioComponentDescription& description,
                                             double sampleRate, std::uint32_t maxFrames,
                                             std::uint32_t options, Completion completion) {
-  instantiations_.emplace_back(
-      [this, description, sampleRate, maxFrames, options, completion = std::move(completion)] {
-        std::string error;
-        auto unit = instantiateNow(description, sampleRate, maxFrames, &error, options);
-        dispatchAsyncMain([unit, error, completion] { completion(unit, error); });
-      });
+  auto done = std::make_shared<std::atomic<bool>>(false);
+  std::thread thread([this, description, sampleRate, maxFrames, options, done,
+                      completion = std::move(completion)] {
+    std::string error;
+    auto unit = instantiateNow(description, sampleRate, maxFrames, &error, options);
+    dispatchAsyncMain([unit, error, completion] { completion(unit, error); });
+    done->store(true);
+  });
+  instantiations_.push_back({std::move(thread), std::move(done)});
 }
 
 void AudioUnitComponentManager::finishInstantiations() {
   PluginProcess::abandonStarting();  // a plug-in host still making its plug-in is not waited for
-  for (std::thread& thread : instantiations_)
-    thread.join();
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  for (Instantiation& instantiation : instantiations_) {
+    while (!instantiation.done->load() && std::chrono::steady_clock::now() < giveUp)
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (instantiation.done->load()) {
+      instantiation.thread.join();
+    } else {
+      log("Not waiting for an instrument still being made in this process");
+      instantiation.thread.detach();
+      leftBehind_ = true;
+    }
+  }
   instantiations_.clear();
 }
 

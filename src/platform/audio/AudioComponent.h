@@ -80,8 +80,14 @@ class AudioUnitComponentManager {
 
   // Waits until every instantiation started so far has ended (its completion may still wait on
   // the main queue), so that none outlives its engine: one still loading plug-ins while the
-  // process exits would use what exit destroys. Main thread.
+  // process exits would use what exit destroys. A plug-in host still making its plug-in is not
+  // waited for at all; a plug-in made in this process is waited for a second at most, and one
+  // that takes longer is left behind (instantiationsLeftBehind), so that quitting never hangs on
+  // it. Main thread.
   void finishInstantiations();
+  // True once an instantiation was left running: the process must then end without running the
+  // destructors of what that thread still uses (std::_Exit).
+  bool instantiationsLeftBehind() const { return leftBehind_; }
 
   // The same, done on the calling thread.
   std::shared_ptr<AudioUnit> instantiateNow(const AudioComponentDescription& description,
@@ -89,7 +95,12 @@ class AudioUnitComponentManager {
                                             std::string* error, std::uint32_t options = 0);
 
  private:
-  std::vector<std::thread> instantiations_;  // main thread
+  struct Instantiation {
+    std::thread thread;
+    std::shared_ptr<std::atomic<bool>> done;
+  };
+  std::vector<Instantiation> instantiations_;  // main thread
+  bool leftBehind_ = false;
   std::atomic<bool> outOfProcessEnabled_{true};
 };
 
