@@ -139,7 +139,9 @@ TEST(AudioThreadAllocations, NoneWhilePlayingOnJackInRealTime) {
   graph.pause();
   EXPECT_EQ(audioThreadAllocations.load(), 0);
   EXPECT_GT(session.player.getTime(), start);  // the audio thread was playing throughout
-  EXPECT_EQ(counter.lists.load(), 32);         // every note on and off came in
+  // Every note on and off came in (a period the loaded server ran late may start the pattern's
+  // second pass before the player stops).
+  EXPECT_GE(counter.lists.load(), 32);
   midi.virtualDestinationSource()->removeDelegate(&counter);
   midi.virtualDestinationSource()->removeDelegate(&router);
 }
