@@ -109,10 +109,12 @@ std::shared_ptr<AudioUnit> AudioUnit::create(std::shared_ptr<Lv2World> world,
   unit->layoutSharedBlock();
   unit->contextReader_ = unit->contextBlock_.makeReader();
   unit->controllerReader_ = unit->controllerTable_.makeReader();
+  // Input events that could not be given to the plug-in in their block (see
+  // exchangeWithPluginProcess and carryInputOverRestores), for the next one.
+  unit->carriedInput_.assign(kAtomBufferSize, 0);
+  auto* carried = reinterpret_cast<LV2_Atom_Sequence*>(unit->carriedInput_.data());
+  carried->atom = {sizeof(LV2_Atom_Sequence_Body), world->map(LV2_ATOM__Sequence)};
   if (outOfProcess) {
-    unit->carriedInput_.assign(kAtomBufferSize, 0);
-    auto* carried = reinterpret_cast<LV2_Atom_Sequence*>(unit->carriedInput_.data());
-    carried->atom = {sizeof(LV2_Atom_Sequence_Body), world->map(LV2_ATOM__Sequence)};
     lock.unlock();  // the host may take long to make the plug-in; lilv stays free meanwhile
     std::weak_ptr<AudioUnit> weak = unit;
     unit->process_ = PluginProcess::start(

@@ -192,6 +192,7 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   // Plug-in host process: runs the plug-in on the block in `shared` (its inputs as the
   // application wrote them) and writes the outputs there. The block's size for this plug-in:
   PELMA_HOT void runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING;
+  void carryInputOverRestores(bool suspended) noexcept;
   std::size_t sharedBlockSize() const { return sharedBlockSize_; }
   // Plug-in host process, its main thread: answers one request of askPluginProcess.
   std::string answerRequest(const std::string& request);
@@ -275,8 +276,9 @@ class AudioUnit final : public AudioNode, public std::enable_shared_from_this<Au
   std::size_t sharedBlockSize_ = 0;
   std::uint32_t blockNumber_ = 0;   // audio thread: the last block handed over
   std::uint32_t missedFrames_ = 0;  // audio thread: frames since the host last answered
-  // Audio thread: the input events of blocks not handed over (the host was still busy), an atom
-  // sequence given to the host at the start of the next block handed over.
+  // Audio thread: the input events of blocks not handed over (the host was still busy), or, in
+  // the plug-in host process, of blocks silenced by a restore; an atom sequence given at the start
+  // of the next block.
   std::vector<std::uint8_t> carriedInput_;
   std::atomic<bool> realTime_{true};
   PELMA_HOT void silenceNonFiniteOutput(std::uint32_t frames, float* const* into) noexcept;

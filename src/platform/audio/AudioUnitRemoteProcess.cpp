@@ -185,6 +185,22 @@ void AudioUnit::resetAtomOutputs() noexcept {
   }
 }
 
+// Audio thread (plug-in host process). The input of a block silenced by a restore is not lost:
+// its events (notes, an editor's requests) reach the plug-in at the start of the next block it
+// runs, after those of the blocks before it. Carried events are all at frame 0, so the block's
+// own events, appended after them, stay in time order.
+void AudioUnit::carryInputOverRestores(bool suspended) noexcept {
+  auto* carried = reinterpret_cast<LV2_Atom_Sequence*>(carriedInput_.data());
+  auto* input = reinterpret_cast<LV2_Atom_Sequence*>(midiInputBuffer_->data());
+  if (suspended) {
+    appendEvents(carried, kAtomBufferSize, input, true);
+  } else if (hasEvents(carried)) {
+    appendEvents(carried, kAtomBufferSize, input, false);
+    std::memcpy(input, carried, sizeof(LV2_Atom) + carried->atom.size);
+    carried->atom.size = sizeof(LV2_Atom_Sequence_Body);
+  }
+}
+
 // Audio thread (plug-in host process).
 void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING {
   auto& header = *reinterpret_cast<SharedBlockHeader*>(shared);
@@ -201,6 +217,7 @@ void AudioUnit::runSharedBlock(std::uint8_t* shared) noexcept PELMA_NONBLOCKING 
     } else if (p.kind == Port::atomIn) {
       copySequence(midiInputBuffer_->data(), kAtomBufferSize, shared + sharedOffsets_[i],
                    chunkType_);
+      carryInputOverRestores(suspended);
     }
   }
   resetAtomOutputs();
