@@ -36,6 +36,15 @@ struct StateCollector {
   PropertyDictionary properties;
 };
 
+// A number of the value's type, wherever the value lies: a property read from the plug-in host's
+// records need not be aligned.
+template <typename T>
+T numberAt(const void* value) {
+  T number;
+  std::memcpy(&number, value, sizeof number);
+  return number;
+}
+
 LV2_State_Status storeProperty(LV2_State_Handle handle, uint32_t key, const void* value,
                                size_t size, uint32_t type, uint32_t) {
   auto* collector = static_cast<StateCollector*>(handle);
@@ -50,15 +59,15 @@ LV2_State_Status storeProperty(LV2_State_Handle handle, uint32_t key, const void
     stored = std::string(static_cast<const char*>(value),
                          strnlen(static_cast<const char*>(value), size));
   } else if (typeName == LV2_ATOM__Int && size == sizeof(int32_t)) {
-    stored = std::int64_t{*static_cast<const int32_t*>(value)};
+    stored = std::int64_t{numberAt<int32_t>(value)};
   } else if (typeName == LV2_ATOM__Long && size == sizeof(int64_t)) {
-    stored = std::int64_t{*static_cast<const int64_t*>(value)};
+    stored = numberAt<std::int64_t>(value);
   } else if (typeName == LV2_ATOM__Float && size == sizeof(float)) {
-    stored = double{*static_cast<const float*>(value)};
+    stored = double{numberAt<float>(value)};
   } else if (typeName == LV2_ATOM__Double && size == sizeof(double)) {
-    stored = *static_cast<const double*>(value);
+    stored = numberAt<double>(value);
   } else if (typeName == LV2_ATOM__Bool && size == sizeof(int32_t)) {
-    stored = *static_cast<const int32_t*>(value) != 0;
+    stored = numberAt<int32_t>(value) != 0;
   } else {
     const auto* bytes = static_cast<const std::uint8_t*>(value);
     stored = PropertyData(bytes, bytes + size);
@@ -197,11 +206,11 @@ std::string bytesOf(T value) {
 void setPortValue(const char* symbol, void* user, const void* value, uint32_t size, uint32_t type) {
   auto* unit = static_cast<AudioUnit*>(user);
   if (type == unit->mapURI(LV2_ATOM__Float) && size == sizeof(float)) {
-    unit->setParameterValue(symbol, *static_cast<const float*>(value));
+    unit->setParameterValue(symbol, numberAt<float>(value));
   } else if (type == unit->mapURI(LV2_ATOM__Double) && size == sizeof(double)) {
-    unit->setParameterValue(symbol, static_cast<float>(*static_cast<const double*>(value)));
+    unit->setParameterValue(symbol, static_cast<float>(numberAt<double>(value)));
   } else if (type == unit->mapURI(LV2_ATOM__Int) && size == sizeof(int32_t)) {
-    unit->setParameterValue(symbol, static_cast<float>(*static_cast<const int32_t*>(value)));
+    unit->setParameterValue(symbol, static_cast<float>(numberAt<int32_t>(value)));
   }
 }
 
