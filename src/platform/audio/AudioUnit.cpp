@@ -150,6 +150,8 @@ void AudioUnit::postInvalidation() {
 }
 
 AudioUnit::~AudioUnit() {
+  // The periodic task reads process_, which reset() clears before the process object ends.
+  if (process_) process_->stopWatching();
   process_.reset();
   endInstance();
 }

@@ -225,9 +225,13 @@ void PluginProcess::abandonStarting() {
   }
 }
 
-PluginProcess::~PluginProcess() {
+void PluginProcess::stopWatching() {
   stopping_ = true;
   if (watcher_.joinable()) watcher_.join();
+}
+
+PluginProcess::~PluginProcess() {
+  stopWatching();
   valid_ = false;
   if (!reaped_ && pid_ > 0) {
     // The host ends when its control socket closes; one that does not within a second is killed.

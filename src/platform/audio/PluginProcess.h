@@ -124,6 +124,9 @@ class PluginProcess {
   // Once, after start: the watcher thread calls `task` every kPeriodicSeconds while the host
   // works (the instrument keeps its last reported state so).
   void setPeriodicTask(std::function<void()> task);
+  // Ends the watcher thread (and with it the periodic task); the destructor does it too, but an
+  // owner whose periodic task uses the owner's members stops it before they go.
+  void stopWatching();
   static constexpr int kPeriodicSeconds = 2;
 
  private:
